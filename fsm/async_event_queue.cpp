@@ -1,0 +1,197 @@
+#include "fsm/async_event_queue.h"
+
+#include <array>
+#include <iomanip>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "fsm/io_event.h"
+#include "logging/qel_logging.h"
+
+namespace fsm {
+
+using qel_logging::EQELLogLevel;
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+
+namespace {
+
+constexpr unsigned char kEventInQueue = 0;
+
+std::string ThreadText() {
+    std::ostringstream text;
+    text << "0x" << std::hex << std::setw(16) << std::setfill('0') << std::this_thread::get_id();
+    return text.str();
+}
+
+}  // namespace
+
+AsyncEventQueue::AsyncEventQueue(std::string name) : Fsm(std::move(name)) {}
+
+AsyncEventQueue::~AsyncEventQueue() {
+    QELLogging::LogDebug(QELLogEntry(mLogName) << "~AsyncEventQueue");
+    CloseEnd(mReadEnd);
+    CloseEnd(mWriteEnd);
+}
+
+bool AsyncEventQueue::Initialize(std::shared_ptr<EventDispatcher> dispatcher) {
+    SetupFsm(dispatcher, nullptr, 0);
+    std::array<int, 2> ends{-1, -1};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        StopFsm();
+        return false;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mReadEnd = ends[0];
+        mWriteEnd = ends[1];
+    }
+    // Everything below relies on pipe ends that never block.
+    if (SetNonBlocking(ends[0]) != 0 || SetNonBlocking(ends[1]) != 0) {
+        StopFsm();
+        return false;
+    }
+    dispatcher->AddIoDescriptor(shared_from_this(), ends[0], 0);
+    dispatcher->ConfigureIoDescriptor(shared_from_this(), ends[0], EventDispatcher::kIoRead, true);
+    SetFsmState(&AsyncEventQueue::StateDispatchEvents, "StateDispatchEvents");
+    return true;
+}
+
+void AsyncEventQueue::RaiseAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
+                                      std::unique_ptr<FsmEventData> data) {
+    OfferAsyncEvent(std::move(fsm), eventId, eventInfo, data);
+}
+
+void AsyncEventQueue::OfferAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
+                                      std::unique_ptr<FsmEventData>& data) {
+    if (fsm == nullptr) {
+        LogFailure("RaiseAsyncEvent", " no receiver");
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const ssize_t written = write(mWriteEnd, &kEventInQueue, 1);
+    if (written != 1) {
+        LogFailure("RaiseAsyncEvent", " error writing pipe: " + std::to_string(written));
+        return;
+    }
+    if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
+        QELLogging::LogVerbose(QELLogEntry(mName)
+                               << " EVENT async raised #" << mSequence << " by " << ThreadText()
+                               << " -> " << fsm->GetName() << ", eventId " << eventId
+                               << " eventInfo " << eventInfo);
+    }
+    mEvents.push_back({std::move(fsm), eventId, eventInfo, std::move(data), mSequence});
+    ++mSequence;
+}
+
+void AsyncEventQueue::StateDispatchEvents(int /*eventId*/, int /*eventInfo*/) {
+    eventQueueEvent event;
+    if (!TakeEvent(event)) {
+        return;
+    }
+    if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
+        QELLogging::LogVerbose(QELLogEntry(mName)
+                               << " EVENT async dispatch #" << event.sequence << " -> "
+                               << event.fsm->GetName() << ", eventId " << event.eventId
+                               << " eventInfo " << event.eventInfo);
+    }
+    if (const auto dispatcher = GetDispatcher()) {
+        dispatcher->Invoke(*event.fsm, event.eventId, event.eventInfo, std::move(event.data));
+    }
+}
+
+bool AsyncEventQueue::TakeEvent(eventQueueEvent& event) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    unsigned char command = 0;
+    const ssize_t result = read(mReadEnd, &command, 1);
+    if (result != 1) {
+        LogFailure("StateDispatchEvents", " error reading pipe: " + std::to_string(result));
+        return false;
+    }
+    if (command != kEventInQueue) {
+        LogFailure("StateDispatchEvents",
+                   " reading pipe, unknown command: " + std::to_string(command));
+        return false;
+    }
+    if (mEvents.empty()) {
+        LogFailure("StateDispatchEvents", " reading pipe, but no event");
+        return false;
+    }
+    event = std::move(mEvents.front());
+    mEvents.pop_front();
+    return true;
+}
+
+bool AsyncEventQueue::ClearAsyncEvent(Predicate predicate, bool all) {
+    return !TakeAsyncEvents(predicate, all).empty();
+}
+
+std::deque<AsyncEventQueue::eventQueueEvent> AsyncEventQueue::TakeAsyncEvents(
+    const Predicate& predicate, bool all) {
+    // Outlives the lock, since destructors of payloads and machines are not ours.
+    std::deque<eventQueueEvent> removed;
+    const std::lock_guard<std::mutex> lock(mMutex);
+    for (auto event = mEvents.begin(); event != mEvents.end();) {
+        if (!predicate(event->fsm, event->eventId, event->eventInfo)) {
+            ++event;
+            continue;
+        }
+        removed.push_back(std::move(*event));
+        event = mEvents.erase(event);
+        if (!all) {
+            break;
+        }
+    }
+    RemovePipeBytes(removed.size());
+    return removed;
+}
+
+void AsyncEventQueue::RemovePipeBytes(std::size_t count) {
+    for (; count > 0; --count) {
+        unsigned char command = 0;
+        const ssize_t result = read(mReadEnd, &command, 1);
+        if (result != 1) {
+            LogFailure("ClearAsyncEvent", " error reading pipe: " + std::to_string(result));
+            return;
+        }
+        if (command == kEventInQueue) {
+            continue;
+        }
+        // Not the byte of an event: it stays for the state method to report.
+        const ssize_t written = write(mWriteEnd, &command, 1);
+        if (written != 1) {
+            LogFailure("ClearAsyncEvent", " error writing pipe: " + std::to_string(written));
+            return;
+        }
+    }
+}
+
+void AsyncEventQueue::Stop() {
+    StopFsm();
+}
+
+void AsyncEventQueue::OnTerminate() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    CloseEnd(mReadEnd);
+    CloseEnd(mWriteEnd);
+}
+
+void AsyncEventQueue::CloseEnd(int& descriptor) {
+    if (descriptor < 0) {
+        return;
+    }
+    if (close(descriptor) != 0) {
+        QELLogging::LogError(QELLogEntry(mLogName) << "close() failed");
+    }
+    descriptor = -1;
+}
+
+void AsyncEventQueue::LogFailure(const char* function, const std::string& text) const {
+    QELLogging::LogError(QELLogEntry(mName) << " " << function << text);
+}
+
+}  // namespace fsm

@@ -1,0 +1,146 @@
+#include "fsm/event_queue.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "fsm/fsm.h"
+#include "logging/qel_logging.h"
+
+namespace fsm {
+
+using qel_logging::EQELLogLevel;
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+
+namespace {
+
+/// An event with less than a millisecond to go counts as due, since `poll` cannot wait for less.
+constexpr std::chrono::nanoseconds kDueMargin{999999};
+
+}  // namespace
+
+EventQueue::EventQueue(std::string name) : mName(std::move(name)) {}
+
+EventQueue::~EventQueue() {
+    QELLogging::LogDebug("~EventQueue");
+}
+
+void EventQueue::RaiseEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to, int eventId,
+                            int eventInfo, std::unique_ptr<FsmEventData> data) {
+    if (to == nullptr) {
+        QELLogging::LogFatal(QELLogEntry(mName) << " RaiseEvent: no receiver");
+        return;
+    }
+    LogRaise(from, *to, eventId, eventInfo, nullptr);
+    Insert({std::move(to), eventId, eventInfo, std::move(data), GetCurrentTime()});
+}
+
+void EventQueue::RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to,
+                                 int eventId, int eventInfo, std::unique_ptr<FsmEventData> data,
+                                 int msec) {
+    if (to == nullptr) {
+        QELLogging::LogFatal(QELLogEntry(mName) << " RaiseTimerEvent: no receiver");
+        return;
+    }
+    LogRaise(from, *to, eventId, eventInfo, &msec);
+    Insert({std::move(to), eventId, eventInfo, std::move(data),
+            GetCurrentTime() + std::chrono::milliseconds(msec)});
+}
+
+void EventQueue::LogRaise(const std::shared_ptr<Fsm>& from, const Fsm& to, int eventId,
+                          int eventInfo, const int* msec) const {
+    if (!QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
+        return;
+    }
+    QELLogEntry entry(mName);
+    entry << " EVENT raised " << (from == nullptr ? "NOFSM" : from->GetName().c_str()) << " -> "
+          << to.GetName() << ", eventId " << eventId << " eventInfo " << eventInfo;
+    if (msec != nullptr) {
+        entry << " msec " << *msec;
+    }
+    QELLogging::LogVerbose(entry);
+}
+
+void EventQueue::Insert(EventQueueEvent event) {
+    // Most events are the last to fall due; with the end as hint these need no search. Behind equal
+    // keys the new element is placed in either case.
+    mEvents.insert(mEvents.end(), std::move(event));
+    mModified = true;
+}
+
+EventQueue::TimePoint EventQueue::GetCurrentTime() const {
+    return std::chrono::steady_clock::now();
+}
+
+bool EventQueue::ClearEvent(const std::shared_ptr<Fsm>& fsm, int eventId, bool all) {
+    return ClearIf(
+        [receiver = fsm.get(), eventId](const EventQueueEvent& event) {
+            return event.fsm.get() == receiver && event.eventId == eventId;
+        },
+        all);
+}
+
+bool EventQueue::ClearEvent(const std::shared_ptr<Fsm>& fsm, int eventId, int eventInfo, bool all) {
+    return ClearIf(
+        [receiver = fsm.get(), eventId, eventInfo](const EventQueueEvent& event) {
+            return event.fsm.get() == receiver && event.eventId == eventId &&
+                   event.eventInfo == eventInfo;
+        },
+        all);
+}
+
+template <typename Matches>
+bool EventQueue::ClearIf(Matches matches, bool all) {
+    // What is removed is destroyed after the walk: a destructor may come back to this queue.
+    std::vector<decltype(mEvents)::node_type> removed;
+    for (auto event = mEvents.begin(); event != mEvents.end();) {
+        const auto next = std::next(event);
+        if (matches(*event)) {
+            removed.push_back(mEvents.extract(event));
+            if (!all) {
+                break;
+            }
+        }
+        event = next;
+    }
+    if (removed.empty()) {
+        return false;
+    }
+    mModified = true;
+    return true;
+}
+
+int EventQueue::NextTimeoutMillisec() const {
+    if (mEvents.empty()) {
+        return -1;
+    }
+    const std::chrono::nanoseconds delta = mEvents.begin()->time - GetCurrentTime();
+    if (delta < -kDueMargin) {
+        return 0;
+    }
+    const auto millisec = std::chrono::duration_cast<std::chrono::milliseconds>(delta).count();
+    return static_cast<int>(
+        std::min<std::chrono::milliseconds::rep>(millisec, std::numeric_limits<int>::max()));
+}
+
+bool EventQueue::PopNextEvent(std::shared_ptr<Fsm>& fsm, int& eventId, int& eventInfo,
+                              std::unique_ptr<FsmEventData>& data) {
+    if (mEvents.empty() || mEvents.begin()->time - GetCurrentTime() > kDueMargin) {
+        return false;
+    }
+    auto node = mEvents.extract(mEvents.begin());
+    EventQueueEvent& event = node.value();
+    fsm = std::move(event.fsm);
+    eventId = event.eventId;
+    eventInfo = event.eventInfo;
+    data = std::move(event.data);
+    return true;
+}
+
+bool EventQueue::EventQueueModified() {
+    return std::exchange(mModified, false);
+}
+
+}  // namespace fsm

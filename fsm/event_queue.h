@@ -1,0 +1,87 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "fsm/fsm_event_data.h"
+
+namespace fsm {
+
+class Fsm;
+
+/// Pending events in the order of their due times, first in first out at equal times; with that
+/// also the timer service. Dispatcher thread only.
+///
+/// The queue keeps the receivers of its events alive.
+class EventQueue {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    explicit EventQueue(std::string name);
+    EventQueue(const EventQueue&) = delete;
+    EventQueue& operator=(const EventQueue&) = delete;
+    virtual ~EventQueue();
+
+    /// Queues an event that is due `msec` milliseconds from now, which may be negative. `from`
+    /// serves the log only and may be null.
+    virtual void RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to,
+                                 int eventId, int eventInfo, std::unique_ptr<FsmEventData> data,
+                                 int msec);
+
+    /// The clock of the queue; overridden where time is not to be the real one.
+    virtual TimePoint GetCurrentTime() const;
+
+    /// Queues an event that is due now. `from` serves the log only and may be null.
+    void RaiseEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to, int eventId,
+                    int eventInfo, std::unique_ptr<FsmEventData> data);
+
+    /// Removes the earliest event of that receiver, id and, if given, info, or with `all` every
+    /// one. True if anything was removed.
+    bool ClearEvent(const std::shared_ptr<Fsm>& fsm, int eventId, bool all);
+    bool ClearEvent(const std::shared_ptr<Fsm>& fsm, int eventId, int eventInfo, bool all);
+
+    /// Time to the first event in whole milliseconds as `poll` takes it: -1 without an event, 0 if
+    /// one is due or less than a millisecond away.
+    int NextTimeoutMillisec() const;
+
+    /// Hands out the first event if it is due, that is less than a millisecond away; else false.
+    bool PopNextEvent(std::shared_ptr<Fsm>& fsm, int& eventId, int& eventInfo,
+                      std::unique_ptr<FsmEventData>& data);
+
+    /// Whether an event was raised or cleared since the last call.
+    bool EventQueueModified();
+
+    const std::string& GetName() const { return mName; }
+
+protected:
+    struct EventQueueEvent {
+        std::shared_ptr<Fsm> fsm;
+        int eventId;
+        int eventInfo;
+        std::unique_ptr<FsmEventData> data;
+        TimePoint time;
+    };
+
+    struct CompareEvents {
+        bool operator()(const EventQueueEvent& a, const EventQueueEvent& b) const {
+            return a.time < b.time;
+        }
+    };
+
+    const std::multiset<EventQueueEvent, CompareEvents>& PendingEvents() const { return mEvents; }
+
+private:
+    void LogRaise(const std::shared_ptr<Fsm>& from, const Fsm& to, int eventId, int eventInfo,
+                  const int* msec) const;
+    void Insert(EventQueueEvent event);
+    template <typename Matches>
+    bool ClearIf(Matches matches, bool all);
+
+    std::string mName;
+    std::multiset<EventQueueEvent, CompareEvents> mEvents;
+    bool mModified{false};
+};
+
+}  // namespace fsm

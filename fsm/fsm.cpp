@@ -1,0 +1,236 @@
+#include "fsm/fsm.h"
+
+#include <vector>
+
+#include "fsm/async_event_queue.h"
+#include "logging/qel_logging.h"
+
+namespace fsm {
+
+using qel_logging::EQELLogLevel;
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+
+namespace {
+
+/// True for the time of a call, however that ends.
+class ScopedFlag {
+public:
+    explicit ScopedFlag(bool& flag) : mFlag(flag) { mFlag = true; }
+    ~ScopedFlag() { mFlag = false; }
+    ScopedFlag(const ScopedFlag&) = delete;
+    ScopedFlag& operator=(const ScopedFlag&) = delete;
+
+private:
+    bool& mFlag;
+};
+
+}  // namespace
+
+Fsm::Fsm() : Fsm("FsmBaseClass") {}
+
+Fsm::Fsm(std::string name) : mState(&Fsm::FsmStateNotStarted), mInvoke(&InvokeAs<Fsm>) {
+    SetName(std::move(name));
+    SetFsmState(&Fsm::FsmStateNotStarted, "FsmStateNotStarted");
+}
+
+Fsm::~Fsm() {
+    QELLogging::LogDebug(QELLogEntry(mLogName) << "~Fsm");
+}
+
+void Fsm::SetName(std::string name) {
+    mName = std::move(name);
+    mLogName = mName + ": ";
+}
+
+void Fsm::SetupFsm(const std::shared_ptr<EventDispatcher>& dispatcher, std::shared_ptr<Fsm> target,
+                   int targetEvent) {
+    if (dispatcher == nullptr) {
+        LogFailure("SetupFsm", ": No EventDispatcher");
+        return;
+    }
+    const std::shared_ptr<Fsm> self = shared_from_this();
+    {
+        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        mDispatcher = dispatcher;
+    }
+    dispatcher->AddFsm(self);
+    {
+        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        mAsyncDoor = dispatcher->mAsyncDoor;
+    }
+    SetTarget(std::move(target), targetEvent);
+}
+
+void Fsm::SetTarget(std::shared_ptr<Fsm> target, int targetEvent) {
+    mTarget.swap(target);
+    mTargetEvent = targetEvent;
+}
+
+void Fsm::EnterState(StateMethod state, Invoker invoker, std::string name) {
+    if (QELLogging::IsEnabled(EQELLogLevel::kInfo)) {
+        QELLogging::LogInfo(QELLogEntry(mLogName) << "State transition to " << name);
+    }
+    mState = state;
+    mInvoke = invoker;
+    mStateName = std::move(name);
+}
+
+std::shared_ptr<EventDispatcher> Fsm::GetDispatcher() const {
+    const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+    return mDispatcher.lock();
+}
+
+std::shared_ptr<EventDispatcher> Fsm::DispatcherFor(const char* function) const {
+    std::shared_ptr<EventDispatcher> dispatcher = GetDispatcher();
+    if (dispatcher == nullptr) {
+        LogFailure(function, ": No EventDispatcher");
+    }
+    return dispatcher;
+}
+
+std::shared_ptr<AsyncEventQueueIf> Fsm::GetAsyncEventQueue() const {
+    const std::shared_ptr<EventDispatcher> dispatcher = DispatcherFor("GetAsyncEventQueue");
+    if (dispatcher == nullptr) {
+        return nullptr;
+    }
+    std::shared_ptr<AsyncEventQueueIf> queue = dispatcher->GetAsyncEventQueue();
+    if (queue == nullptr) {
+        LogFailure("GetAsyncEventQueue", ": No AsyncEventQueue");
+    }
+    return queue;
+}
+
+void Fsm::RaiseEvent(int eventId, int eventInfo, std::unique_ptr<FsmEventData> data) {
+    if (const auto dispatcher = DispatcherFor("RaiseEvent")) {
+        const std::shared_ptr<Fsm> self = shared_from_this();
+        dispatcher->RaiseEvent(self, self, eventId, eventInfo, std::move(data));
+    }
+}
+
+void Fsm::RaiseEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventInfo,
+                     std::unique_ptr<FsmEventData> data) {
+    if (target == nullptr) {
+        return;
+    }
+    if (const auto dispatcher = DispatcherFor("RaiseEvent")) {
+        dispatcher->RaiseEvent(shared_from_this(), target, eventId, eventInfo, std::move(data));
+    }
+}
+
+void Fsm::RaiseTimerEvent(int eventId, int eventInfo, int msec,
+                          std::unique_ptr<FsmEventData> data) {
+    if (const auto dispatcher = DispatcherFor("RaiseTimerEvent")) {
+        const std::shared_ptr<Fsm> self = shared_from_this();
+        dispatcher->RaiseTimerEvent(self, self, eventId, eventInfo, std::move(data), msec);
+    }
+}
+
+template <typename Action>
+bool Fsm::EnterAsyncDoor(const Action& action) const {
+    auto state = AsyncEventDoor::State::kNoDispatcher;
+    {
+        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        if (mAsyncDoor != nullptr) {
+            state = mAsyncDoor->Enter(action);
+        }
+    }
+    if (state == AsyncEventDoor::State::kNoDispatcher) {
+        LogFailure("GetAsyncEventQueue", ": No EventDispatcher");
+    } else if (state == AsyncEventDoor::State::kNoQueue) {
+        LogFailure("GetAsyncEventQueue", ": No AsyncEventQueue");
+    }
+    return state == AsyncEventDoor::State::kOpen;
+}
+
+void Fsm::RaiseAsyncEvent(int eventId, int eventInfo, std::unique_ptr<FsmEventData> data) {
+    EnterAsyncDoor([&](AsyncEventQueue& queue) {
+        // Behind the open door the machine is registered, so this is never its last reference.
+        queue.OfferAsyncEvent(weak_from_this().lock(), eventId, eventInfo, data);
+    });
+}
+
+void Fsm::RaiseAsyncEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventInfo,
+                          std::unique_ptr<FsmEventData> data) const {
+    if (target == nullptr) {
+        return;
+    }
+    EnterAsyncDoor(
+        [&](AsyncEventQueue& queue) { queue.OfferAsyncEvent(target, eventId, eventInfo, data); });
+}
+
+bool Fsm::ClearAsyncEvents() {
+    return ClearAsyncEventsIf(
+        [this](const std::shared_ptr<Fsm>& fsm, int, int) { return fsm.get() == this; });
+}
+
+bool Fsm::ClearAsyncEvents(int eventId) {
+    return ClearAsyncEventsIf([this, eventId](const std::shared_ptr<Fsm>& fsm, int id, int) {
+        return fsm.get() == this && id == eventId;
+    });
+}
+
+bool Fsm::ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate) {
+    // The payloads outlive the locks, since their destructors are not ours.
+    std::vector<std::unique_ptr<FsmEventData>> payloads;
+    EnterAsyncDoor([&](AsyncEventQueue& queue) {
+        // The references to this machine do not: only behind the door none of them is the last.
+        for (AsyncEventQueue::eventQueueEvent& event : queue.TakeAsyncEvents(predicate, true)) {
+            payloads.push_back(std::move(event.data));
+        }
+    });
+    return !payloads.empty();
+}
+
+void Fsm::ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType type, bool enable) {
+    if (const auto dispatcher = DispatcherFor("ConfigureIoDescriptor")) {
+        dispatcher->ConfigureIoDescriptor(shared_from_this(), ioDescriptor, type, enable);
+    }
+}
+
+void Fsm::StopFsm() {
+    QELLogging::LogDebug(QELLogEntry(mLogName) << "StopFsm");
+    if (mStopping || GetDispatcher() == nullptr) {
+        return;
+    }
+    // The registration may be the last owner.
+    const std::shared_ptr<Fsm> self = shared_from_this();
+    const ScopedFlag stopping(mStopping);
+    OnTerminate();
+    Terminate();
+}
+
+void Fsm::Terminate() {
+    const std::shared_ptr<Fsm> self = shared_from_this();
+    // Other threads first: behind an open door the machine must be registered. What they raise from
+    // here on is lost.
+    {
+        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        mAsyncDoor.reset();
+    }
+    mTarget.reset();
+    if (const auto dispatcher = DispatcherFor("Terminate")) {
+        dispatcher->RemoveFsm(self);
+    }
+    SetFsmState(&Fsm::FsmStateTerminated, "FsmStateTerminated");
+    const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+    mDispatcher.reset();
+}
+
+void Fsm::FsmStateNotStarted(int eventId, int eventInfo) {
+    QELLogging::LogError(QELLogEntry(mName)
+                         << ": Error: no event expected in state FsmStateNotStarted, eventId: "
+                         << eventId << ", eventInfo: " << eventInfo);
+}
+
+void Fsm::FsmStateTerminated(int eventId, int eventInfo) {
+    QELLogging::LogWarning(QELLogEntry(mName)
+                           << ": no event expected in state FsmStateTerminated, eventId: "
+                           << eventId << ", eventInfo: " << eventInfo);
+}
+
+void Fsm::LogFailure(const char* function, const char* text) const {
+    QELLogging::LogFatal(QELLogEntry(mName) << function << text);
+}
+
+}  // namespace fsm

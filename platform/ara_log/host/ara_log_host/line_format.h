@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include <ara/log/common.h>
+
+namespace ara_log_host {
+
+/// One entry as it goes to stderr, line feed included: time in UTC with milliseconds, level,
+/// application id, text.
+///
+/// For the journal each line starts with the priority prefix of sd-daemon(3) in place of the time.
+/// A line feed in the text continues the entry on an indented line, other control characters are
+/// written as \xNN, so a text cannot pass for an entry of its own.
+std::string FormatEntry(bool forJournal, std::chrono::system_clock::time_point time,
+                        ara::log::LogLevel level, const std::string& appId,
+                        const std::string& text);
+
+/// Whether `journalStream`, the value of JOURNAL_STREAM (may be null), names the file behind this
+/// descriptor by device and inode.
+bool IsJournalStream(const char* journalStream, int descriptor);
+
+}  // namespace ara_log_host

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string_view>
+
+#include <ara/log/common.h>
+#include <ara/log/logger.h>
+
+namespace ara::log {
+
+/// Registers the application with the log service: the id that stands in each of its lines, and the
+/// level of all loggers that were made without one.
+///
+/// The environment variable ARA_LOG_LEVEL (off, fatal, error, warn, info, debug, verbose) overrides
+/// every level. Until this call the id is "----" and the level `kWarn`. Any thread; a later call
+/// replaces the registration.
+void InitLogging(std::string_view appId, std::string_view appDescription,
+                 LogLevel appDefaultLevel = LogLevel::kWarn);
+
+/// The logger of a context of this application; the same context id gives the same logger.
+///
+/// Without a level the logger follows the application's. Any thread; the reference stays valid
+/// until the process ends.
+Logger& CreateLogger(std::string_view contextId, std::string_view contextDescription);
+Logger& CreateLogger(std::string_view contextId, std::string_view contextDescription,
+                     LogLevel contextDefaultLevel);
+
+}  // namespace ara::log

@@ -1,0 +1,284 @@
+#include "fsm/event_dispatcher.h"
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "fsm/recorder.h"
+#include "testing/captured_log.h"
+
+namespace {
+
+using fsm::EventDispatcher;
+using qel_logging::EQELLogLevel;
+using testing_support::CapturedLog;
+using testing_support::Recorder;
+using testing_support::TracedData;
+using Events = std::vector<Recorder::Event>;
+
+/// A pipe with one byte in it: its read end is ready.
+class ReadyPipe {
+public:
+    ReadyPipe() {
+        EXPECT_EQ(pipe2(mEnds.data(), O_CLOEXEC), 0);
+        EXPECT_EQ(write(mEnds[1], "x", 1), 1);
+    }
+    ReadyPipe(const ReadyPipe&) = delete;
+    ReadyPipe& operator=(const ReadyPipe&) = delete;
+    ~ReadyPipe() {
+        close(mEnds[0]);
+        CloseWriter();
+    }
+
+    int Reader() const { return mEnds[0]; }
+    void Drain() const {
+        char byte = 0;
+        EXPECT_EQ(read(mEnds[0], &byte, 1), 1);
+    }
+    void CloseWriter() {
+        if (mEnds[1] >= 0) {
+            close(mEnds[1]);
+        }
+        mEnds[1] = -1;
+    }
+
+private:
+    std::array<int, 2> mEnds{-1, -1};
+};
+
+class FailingDispatcher : public EventDispatcher {
+public:
+    using EventDispatcher::EventDispatcher;
+    int fails = 0;
+
+protected:
+    int Poll(std::vector<pollfd>& pollFds, int timeoutMillisec) override {
+        if (fails-- > 0) {
+            errno = EINTR;
+            return -1;
+        }
+        return EventDispatcher::Poll(pollFds, timeoutMillisec);
+    }
+};
+
+class EventDispatcherTest : public testing::Test {
+protected:
+    EventDispatcherTest() {
+        first->Start(dispatcher);
+        second->Start(dispatcher);
+    }
+
+    void Watch(const std::shared_ptr<Recorder>& machine, int ioDescriptor, int eventId) {
+        dispatcher->AddIoDescriptor(machine, ioDescriptor, eventId);
+        machine->ConfigureIoDescriptor(ioDescriptor, EventDispatcher::kIoRead, true);
+    }
+
+    CapturedLog log;
+    ReadyPipe pipeA;
+    ReadyPipe pipeB;
+    std::shared_ptr<FailingDispatcher> dispatcher =
+        std::make_shared<FailingDispatcher>("Disp", false);
+    std::shared_ptr<Recorder> first = std::make_shared<Recorder>("First");
+    std::shared_ptr<Recorder> second = std::make_shared<Recorder>("Second");
+};
+
+TEST_F(EventDispatcherTest, DescriptorsGoBeforeEventsAndBothAreLogged) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(first, pipeB.Reader(), 11);
+    first->RaiseEvent(1, 2, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{10, 1}, {11, 1}, {1, 2}}));
+    const std::vector<std::string> expected{
+        "Disp EVENT raised First -> First, eventId 1 eventInfo 2",
+        "Disp EVENT dispatch <IOEVENT> -> First, eventId 10 eventInfo POLLIN  (0x00000001)",
+        "Disp EVENT dispatch <IOEVENT> -> First, eventId 11 eventInfo POLLIN  (0x00000001)",
+        "Disp EVENT dispatch <EVENT QUEUE> -> First, eventId 1 eventInfo 2"};
+    EXPECT_EQ(log.Lines(EQELLogLevel::kVerbose), expected);
+}
+
+TEST_F(EventDispatcherTest, AHandlerThatRaisesEndsTheStepAndOneThatDoesNotGoesOn) {
+    first->onEvent = [this](int eventId, int) {
+        if (eventId == 2) {
+            first->RaiseEvent(5, 0, nullptr);
+        }
+    };
+    for (const int id : {1, 2, 3, 4}) {
+        first->RaiseEvent(id, 0, nullptr);
+    }
+    EXPECT_TRUE(dispatcher->DispatchStep()) << "without descriptors nothing blocks";
+    EXPECT_EQ(first->events, (Events{{1, 0}, {2, 0}}));
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events.size(), 5U);
+}
+
+TEST_F(EventDispatcherTest, ARemovalCutsTheWalkShortButNotTheStep) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(second, pipeB.Reader(), 11);
+    first->onEvent = [this](int eventId, int) {
+        if (eventId == 10) {
+            dispatcher->RemoveIoDescriptor(first, pipeA.Reader());
+        }
+    };
+    first->RaiseEvent(1, 0, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{10, 1}, {1, 0}}));
+    EXPECT_TRUE(second->events.empty());
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(second->events, (Events{{11, 1}})) << "what was ready is ready still";
+}
+
+TEST_F(EventDispatcherTest, AReportAlreadyMadeReachesADescriptorDisabledInTheSameWalk) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(second, pipeB.Reader(), 11);
+    first->onEvent = [this](int, int) {
+        second->ConfigureIoDescriptor(pipeB.Reader(), EventDispatcher::kIoDisable, true);
+    };
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(second->events.size(), 1U) << "once, and then it is out of poll";
+    first->onEvent = [this](int, int) {
+        second->ConfigureIoDescriptor(pipeB.Reader(), EventDispatcher::kIoDisable, false);
+    };
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(second->events.size(), 2U) << "and back again with what was asked of it";
+}
+
+TEST_F(EventDispatcherTest, TheExitStopsTheWalkAndLeavesTheQueue) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(second, pipeB.Reader(), 11);
+    first->onEvent = [this](int, int) { dispatcher->ExitDispatching(true); };
+    first->RaiseEvent(1, 0, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchEvents());
+    EXPECT_EQ(first->events, (Events{{10, 1}}));
+    EXPECT_TRUE(second->events.empty());
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kInfo, "Disp ExitDispatching"));
+
+    pipeA.Drain();
+    first->onEvent = [this](int, int) { dispatcher->ExitDispatching(false); };
+    second->RaiseEvent(2, 0, nullptr);
+    EXPECT_FALSE(dispatcher->DispatchEvents());
+    EXPECT_EQ(second->events, (Events{{11, 1}})) << "the exit is seen after each delivery";
+}
+
+TEST_F(EventDispatcherTest, AFailedPollIsOneLineAndAnotherRound) {
+    Watch(first, pipeA.Reader(), 10);
+    first->RaiseEvent(1, 0, nullptr);
+    dispatcher->fails = 1;
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(first->events.empty());
+    EXPECT_TRUE(
+        log.Contains(EQELLogLevel::kDebug, "Disp poll result -1 errno: " + std::to_string(EINTR)));
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events.size(), 2U);
+}
+
+TEST_F(EventDispatcherTest, AHangupIsReportedUnasked) {
+    dispatcher->AddIoDescriptor(first, pipeA.Reader(), 10);
+    pipeA.Drain();
+    pipeA.CloseWriter();
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{10, POLLHUP}}));
+}
+
+TEST_F(EventDispatcherTest, TwoMachinesMayWatchOneDescriptorEachInItsOwnWay) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(second, pipeA.Reader(), 20);
+    second->ConfigureIoDescriptor(pipeA.Reader(), EventDispatcher::kIoRead, false);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{10, 1}}));
+    EXPECT_TRUE(second->events.empty());
+}
+
+TEST_F(EventDispatcherTest, ADisabledNegativeDescriptorWatchesNobodyElses) {
+    Watch(first, ~pipeA.Reader(), 10);
+    EXPECT_TRUE(
+        log.Contains(EQELLogLevel::kFatal,
+                     "Disp AddIoDescriptor: IO descriptor must not be negative : FSM First"));
+    first->ConfigureIoDescriptor(~pipeA.Reader(), EventDispatcher::kIoDisable, true);
+    first->RaiseEvent(1, 0, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{1, 0}}));
+}
+
+TEST_F(EventDispatcherTest, AMachineDroppedInItsOwnStateMethodLivesUntilItReturns) {
+    Watch(first, pipeA.Reader(), 10);
+    bool destroyed = false;
+    fsm::Fsm* raw = first.get();
+    first->onDestroy = [&] { destroyed = true; };
+    first->onEvent = [&](int, int) {
+        raw->StopFsm();
+        EXPECT_FALSE(destroyed);
+    };
+    first.reset();
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(destroyed);
+}
+
+TEST_F(EventDispatcherTest, APayloadGoesToTheHandlerOrIsDestroyedBehindIt) {
+    int destroyed = 0;
+    const auto payload = [&] { return std::make_unique<TracedData>([&] { ++destroyed; }); };
+    std::unique_ptr<fsm::FsmEventData> taken;
+    first->onEvent = [&](int eventId, int) {
+        if (eventId == 1) {
+            taken = dispatcher->TakeEventData();
+        }
+    };
+    first->RaiseEvent(1, 0, payload());
+    first->RaiseEvent(2, 0, payload());
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(destroyed, 1);
+    EXPECT_NE(taken, nullptr);
+    EXPECT_EQ(dispatcher->TakeEventData(), nullptr);
+}
+
+TEST_F(EventDispatcherTest, MisuseIsLoggedAtFatalLevelAndHasNoEffect) {
+    const auto stranger = std::make_shared<Recorder>("Stranger");
+    const int fd = pipeA.Reader();
+    const std::string number = std::to_string(fd);
+    EXPECT_TRUE(dispatcher->IsFsmRegistered(first));
+    EXPECT_FALSE(dispatcher->IsFsmRegistered(stranger));
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug, "Disp IsFsmRegistered: Stranger"));
+    dispatcher->RemoveFsm(stranger);
+    dispatcher->AddIoDescriptor(stranger, fd, 0);
+    dispatcher->RemoveIoDescriptor(stranger, fd);
+    dispatcher->RemoveIoDescriptor(first, fd);
+    dispatcher->ConfigureIoDescriptor(stranger, fd, EventDispatcher::kIoRead, true);
+    dispatcher->ConfigureIoDescriptor(first, fd, EventDispatcher::kIoRead, true);
+    Watch(first, fd, 10);
+    dispatcher->AddIoDescriptor(first, fd, 99);
+    dispatcher->ConfigureIoDescriptor(first, fd, static_cast<EventDispatcher::IoEventType>(4),
+                                      true);
+    const std::string configure = "Disp ConfigureIoDescriptor: FSM ";
+    const std::vector<std::string> expected{
+        "Disp RemoveFsm: fsm Stranger not found",
+        "Disp AddIoDescriptor: FSM Stranger not found",
+        "Disp RemoveIoDescriptor: fsm Stranger not found",
+        "Disp RemoveIoDescriptor " + number + " not found",
+        configure + "Stranger FSM not found",
+        configure + "First IO descriptor not found",
+        "Disp AddIoDescriptor: FSM First cannot add IO descriptor again",
+        configure + "First unknown event type in ioData set: 4",
+        configure + "First unknown event type in PollStruct set: 4"};
+    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), expected);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events, (Events{{10, 1}}));
+}
+
+TEST(IoEventTest, FlagsAreTestedAndNamed) {
+    EXPECT_EQ(fsm::PollFlagString(0), "");
+    EXPECT_EQ(fsm::PollFlagString(5), "POLLIN POLLOUT ");
+    EXPECT_EQ(fsm::PollFlagString(0x203d), "POLLIN POLLOUT POLLHUP POLLERR POLLNVAL POLLRDHUP ");
+    EXPECT_TRUE(fsm::IoEventReadable(1) && fsm::IoEventWritable(4) && fsm::IoEventError(8));
+    EXPECT_TRUE(fsm::IoEventHangup(16) && fsm::IoEventInvalid(32) && fsm::IoEventRdhup(0x2000));
+    EXPECT_FALSE(fsm::IoEventReadable(~1) || fsm::IoEventHangup(~16) || fsm::IoEventRdhup(16));
+    EXPECT_EQ(fsm::SetNonBlocking(-1), -1);
+}
+
+}  // namespace

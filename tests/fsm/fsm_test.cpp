@@ -1,0 +1,161 @@
+#include "fsm/fsm.h"
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fsm/recorder.h"
+#include "testing/captured_log.h"
+#include "testing/virtual_time_dispatcher.h"
+
+namespace {
+
+using qel_logging::EQELLogLevel;
+using testing_support::CapturedLog;
+using testing_support::Recorder;
+using testing_support::VirtualTimeDispatcher;
+using Line = CapturedLog::Line;
+
+class FsmTest : public testing::Test {
+protected:
+    CapturedLog log;
+    std::shared_ptr<VirtualTimeDispatcher> dispatcher =
+        std::make_shared<VirtualTimeDispatcher>("Dispatcher", false);
+    std::shared_ptr<Recorder> machine = std::make_shared<Recorder>();
+};
+
+TEST_F(FsmTest, TheFrameOfALifeIsLogged) {
+    machine->Start(dispatcher);
+    machine->StopFsm();
+    machine.reset();
+    const std::vector<Line> expected{
+        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateNotStarted"},
+        {EQELLogLevel::kInfo, "AddFsm: Recorder"},
+        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateRecording"},
+        {EQELLogLevel::kDebug, "Recorder: StopFsm"},
+        {EQELLogLevel::kInfo, "Dispatcher RemoveFsm: Recorder"},
+        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateTerminated"},
+        {EQELLogLevel::kDebug, "Recorder: ~Fsm"}};
+    EXPECT_EQ(log.Lines(), expected);
+    log.Clear();
+    dispatcher.reset();
+    const std::vector<Line> end{{EQELLogLevel::kInfo, "~EventDispatcher"},
+                                {EQELLogLevel::kDebug, "~EventQueue"}};
+    EXPECT_EQ(log.Lines(), end);
+}
+
+TEST_F(FsmTest, TheFrameStatesReportTheirEvents) {
+    dispatcher->RaiseEvent(nullptr, machine, 1, -2, nullptr);
+    dispatcher->RunPending();
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kError,
+                             "Recorder: Error: no event expected in state FsmStateNotStarted, "
+                             "eventId: 1, eventInfo: -2"));
+    machine->Start(dispatcher);
+    machine->RaiseEvent(3, 4, nullptr);
+    machine->StopFsm();
+    dispatcher->RunPending();
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kWarning,
+                             "Recorder: no event expected in state FsmStateTerminated, "
+                             "eventId: 3, eventInfo: 4"));
+    EXPECT_TRUE(machine->events.empty());
+}
+
+TEST_F(FsmTest, StoppingTwiceOrUnstartedIsSilent) {
+    int terminations = 0;
+    machine->onTerminate = [&] {
+        ++terminations;
+        machine->StopFsm();
+    };
+    log.Clear();
+    machine->StopFsm();
+    EXPECT_EQ(log.Lines(), (std::vector<Line>{{EQELLogLevel::kDebug, "Recorder: StopFsm"}}));
+
+    machine->Start(dispatcher);
+    machine->StopFsm();
+    machine->StopFsm();
+    EXPECT_EQ(terminations, 1) << "also not once more from within";
+    EXPECT_EQ(log.Count("State transition to FsmStateTerminated"), 1U);
+}
+
+TEST_F(FsmTest, AStopThatFailedMayBeRepeated) {
+    machine->Start(dispatcher);
+    machine->onTerminate = [] { throw std::runtime_error("not now"); };
+    EXPECT_THROW(machine->StopFsm(), std::runtime_error);
+    EXPECT_TRUE(dispatcher->IsFsmRegistered(machine));
+    machine->onTerminate = nullptr;
+    machine->StopFsm();
+    EXPECT_FALSE(dispatcher->IsFsmRegistered(machine));
+}
+
+TEST_F(FsmTest, AMachineThatOnlyTheDispatcherOwnsSurvivesItsOwnStop) {
+    machine->Start(dispatcher);
+    fsm::Fsm* raw = machine.get();
+    const std::weak_ptr<Recorder> alive = machine;
+    machine.reset();
+    raw->StopFsm();
+    EXPECT_TRUE(alive.expired());
+    EXPECT_TRUE(
+        log.Contains(EQELLogLevel::kInfo, "Recorder: State transition to FsmStateTerminated"));
+}
+
+TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
+    const auto target = std::make_shared<Recorder>("Target");
+    target->Start(dispatcher);
+    machine->Start(dispatcher, target);
+    machine->onTerminate = [&] { machine->RaiseEvent(target, 77, 5, nullptr); };
+    machine->StopFsm();
+    EXPECT_FALSE(machine->HasTarget());
+    dispatcher->RunPending();
+    EXPECT_EQ(target->events, (std::vector<Recorder::Event>{{77, 5}}));
+
+    target->RaiseEvent(nullptr, 1, 1, nullptr);
+    EXPECT_FALSE(dispatcher->NextDelay().has_value()) << "no target, no report";
+    EXPECT_TRUE(log.Lines(EQELLogLevel::kFatal).empty());
+    target->StopFsm();
+}
+
+TEST_F(FsmTest, WithoutADispatcherNothingButAFatalLineHappens) {
+    machine->SetupFsm(nullptr, nullptr, 0);
+    machine->RaiseEvent(1, 0, nullptr);
+    machine->RaiseEvent(machine, 1, 0, nullptr);
+    machine->RaiseTimerEvent(1, 0, 1, nullptr);
+    machine->ConfigureIoDescriptor(0, fsm::EventDispatcher::kIoRead, true);
+    machine->RaiseAsyncEvent(1, 0, nullptr);
+    EXPECT_FALSE(machine->ClearAsyncEvents());
+    EXPECT_EQ(machine->GetAsyncEventQueue(), nullptr);
+    const std::vector<std::string> expected{"RecorderSetupFsm: No EventDispatcher",
+                                            "RecorderRaiseEvent: No EventDispatcher",
+                                            "RecorderRaiseEvent: No EventDispatcher",
+                                            "RecorderRaiseTimerEvent: No EventDispatcher",
+                                            "RecorderConfigureIoDescriptor: No EventDispatcher",
+                                            "RecorderGetAsyncEventQueue: No EventDispatcher",
+                                            "RecorderGetAsyncEventQueue: No EventDispatcher",
+                                            "RecorderGetAsyncEventQueue: No EventDispatcher"};
+    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), expected);
+
+    log.Clear();
+    machine->Start(dispatcher);
+    machine->RaiseAsyncEvent(1, 0, nullptr);
+    EXPECT_EQ(machine->GetAsyncEventQueue(), nullptr);
+    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal),
+              (std::vector<std::string>(2, "RecorderGetAsyncEventQueue: No AsyncEventQueue")));
+}
+
+TEST_F(FsmTest, TheEndOfTheDispatcherReleasesMachinesThatReportToTheirOwners) {
+    const std::weak_ptr<Recorder> client = machine;
+    const auto connector = std::make_shared<Recorder>("Connector");
+    machine->onEvent = [connector](int, int) {};
+    machine->Start(dispatcher);
+    connector->Start(dispatcher, machine);
+    connector->RaiseEvent(machine, 1, 0, nullptr);
+    machine.reset();
+    dispatcher.reset();
+    EXPECT_TRUE(client.expired());
+    EXPECT_EQ(connector->GetDispatcher(), nullptr);
+    connector->StopFsm();
+}
+
+}  // namespace

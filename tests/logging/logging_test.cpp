@@ -1,0 +1,117 @@
+// The facade over its real back end, seen from the lines that come out.
+
+#include <climits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "logging/qel_logging.h"
+#include "logging/qel_logging_aralog_impl.h"
+#include "testing/captured_log.h"
+
+namespace {
+
+using qel_logging::EQELLogLevel;
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+using testing_support::CapturedLog;
+
+TEST(QELLogEntryTest, NumbersAreAppendedAsPlainDecimals) {
+    QELLogEntry entry("a");
+    entry << LONG_MIN << " " << -1 << " " << 4294967295U << " " << ULONG_MAX << " "
+          << static_cast<unsigned short>(65535) << " " << static_cast<unsigned char>(65) << " "
+          << std::string("end") << static_cast<const char*>(nullptr);
+    EXPECT_EQ(entry.Get(), "a-9223372036854775808 -1 4294967295 18446744073709551615 65535 65 end");
+    entry.Clear();
+    EXPECT_EQ(entry.Get(), "");
+}
+
+TEST(QELLogEntryTest, HexIsShortAndLowerCase) {
+    EXPECT_EQ((QELLogEntry() << "").insertAsHex(0).insertAsHex(5).insertAsHex(255).Get(),
+              "0x00x50xff");
+}
+
+TEST(QELLoggingTest, EachFunctionWritesAtItsOwnLevel) {
+    const CapturedLog log;
+    QELLogging::LogFatal("1");
+    QELLogging::LogError(std::string("2"));
+    QELLogging::LogWarning(QELLogEntry("3"));
+    QELLogging::LogInfo(QELLogEntry() << 4);
+    QELLogging::LogDebug(QELLogEntry("5"));
+    QELLogging::LogVerbose("");
+    const std::vector<CapturedLog::Line> expected{
+        {EQELLogLevel::kFatal, "1"}, {EQELLogLevel::kError, "2"}, {EQELLogLevel::kWarning, "3"},
+        {EQELLogLevel::kInfo, "4"},  {EQELLogLevel::kDebug, "5"}, {EQELLogLevel::kVerbose, ""}};
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+class StderrLogTest : public testing::Test {
+protected:
+    ~StderrLogTest() override { unsetenv("ARA_LOG_LEVEL"); }
+};
+
+TEST_F(StderrLogTest, TheDefaultLevelIsDebug) {
+    testing::internal::CaptureStderr();
+    QELLogging::InitLogging("VT");
+    EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kDebug));
+    EXPECT_FALSE(QELLogging::IsEnabled(EQELLogLevel::kVerbose));
+    QELLogging::LogDebug("shown");
+    QELLogging::LogVerbose("hidden");
+    const std::string output = testing::internal::GetCapturedStderr();
+    EXPECT_NE(output.find("Z debug   VT shown\n"), std::string::npos) << output;
+    EXPECT_EQ(output.find("hidden"), std::string::npos) << output;
+}
+
+TEST_F(StderrLogTest, TheEnvironmentOverridesTheLevelOfTheProgram) {
+    setenv("ARA_LOG_LEVEL", "error", 1);
+    QELLogging::InitLogging("VT", EQELLogLevel::kVerbose);
+    EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kError));
+    EXPECT_FALSE(QELLogging::IsEnabled(EQELLogLevel::kWarning));
+
+    setenv("ARA_LOG_LEVEL", "no such level", 1);
+    QELLogging::InitLogging("VT", EQELLogLevel::kInfo);
+    EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kInfo));
+    EXPECT_FALSE(QELLogging::IsEnabled(EQELLogLevel::kDebug));
+}
+
+TEST_F(StderrLogTest, LinesOfSeveralThreadsStayWhole) {
+    constexpr int kLines = 200;
+    testing::internal::CaptureStderr();
+    QELLogging::InitLogging("VT");
+    std::vector<std::thread> threads;
+    for (const char letter : {'a', 'b', 'c'}) {
+        threads.emplace_back([letter] {
+            for (int i = 0; i < kLines; ++i) {
+                QELLogging::LogInfo("<" + std::string(100, letter) + ">");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::string output = testing::internal::GetCapturedStderr();
+    for (const char letter : {'a', 'b', 'c'}) {
+        const std::string line = "<" + std::string(100, letter) + ">\n";
+        int count = 0;
+        for (auto at = output.find(line); at != std::string::npos; at = output.find(line, at + 1)) {
+            ++count;
+        }
+        EXPECT_EQ(count, kLines);
+    }
+}
+
+TEST(QELLoggingAralogImplTest, NothingIsEnabledBeforeTheRegistration) {
+    const CapturedLog log;
+    qel_logging::QELLoggingAralogImpl backEnd;
+    EXPECT_FALSE(backEnd.IsLoggingEnabled(EQELLogLevel::kFatal));
+    backEnd.LogFatal("lost");
+    backEnd.InitLogging("VT", EQELLogLevel::kDebug);
+    backEnd.CreateLogger("EXTRA");
+    backEnd.LogFatal("written");
+    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), std::vector<std::string>{"written"});
+}
+
+}  // namespace

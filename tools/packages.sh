@@ -1,0 +1,51 @@
+# Debian packages that the project needs, and how to get the missing ones. Sourced by ./run, ./test
+# and ./bench.
+
+readonly BUILD_PACKAGES=(
+    g++ cmake ninja-build ccache pkg-config git
+    libssl-dev libsqlite3-dev libprotobuf-dev protobuf-compiler
+    libboost-dev nlohmann-json3-dev libcli11-dev libsystemd-dev
+    bubblewrap openssl python3)
+readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
+readonly BENCH_PACKAGES=()
+readonly LINT_PACKAGES=(clang-format clang-tidy)
+
+# install_packages PACKAGE...: installs those that are missing; touches no network if none is.
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        if [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
+            missing+=("$package")
+        fi
+    done
+    if ((${#missing[@]} == 0)); then
+        return
+    fi
+    local as_root=()
+    if ((EUID != 0)); then
+        if ! command -v sudo >/dev/null; then
+            echo "These packages are missing, and neither root nor sudo is at hand: ${missing[*]}" >&2
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
+    echo "Installing: ${missing[*]}"
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# build PRESET [CMAKE-OPTION...]: configures and builds into build/PRESET.
+build() {
+    local preset=$1
+    shift
+    local log="build/$preset.log"
+    mkdir -p build
+    export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+    echo "Building (log: $log) ..."
+    if ! { cmake --preset "$preset" "$@" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
+        tail -n 40 "$log" >&2
+        echo "The build failed; the whole log is in $log" >&2
+        exit 1
+    fi
+}
