@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace someip {
+class ServiceClient;
+}
+
+namespace ara::com {
+
+/// One found instance of a service; a proxy is made from it. Copies are cheap.
+class ServiceHandle {
+public:
+    explicit ServiceHandle(std::shared_ptr<someip::ServiceClient> client);
+
+    const std::shared_ptr<someip::ServiceClient>& Client() const { return mClient; }
+
+private:
+    std::shared_ptr<someip::ServiceClient> mClient;
+};
+
+/// Called on a thread of the middleware at each change of availability: with the instances that are
+/// there, or with an empty list when the service has gone. Calls of one search don't overlap.
+using FindServiceHandler = std::function<void(const std::vector<ServiceHandle>& handles)>;
+
+}  // namespace ara::com

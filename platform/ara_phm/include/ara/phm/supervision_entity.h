@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include <ara/phm/phm_client.h>
+
+namespace ara::phm {
+
+/// Reports the checkpoints that the process passes.
+///
+/// On the host platform the service manager supervises the process, through the protocol of
+/// sd_notify(3): a checkpoint is "WATCHDOG=1", followed by the fields X_PHM_INSTANCE,
+/// X_PHM_SUPERVISION_ENTITY and X_PHM_CHECKPOINT, which the service manager ignores and which tell
+/// other listeners what has been reached.
+class SupervisionEntity {
+public:
+    /// The client need not outlive the entity.
+    explicit SupervisionEntity(const Phm_client_interface& client);
+
+    /// May be called from any thread. A process that nobody supervises ($NOTIFY_SOCKET is not set)
+    /// has nobody to tell; if telling the supervisor fails, throws std::runtime_error.
+    void CheckpointReached(unsigned short supervisionEntityId, unsigned short checkpointId) const;
+
+private:
+    std::string mInstanceId;
+};
+
+}  // namespace ara::phm

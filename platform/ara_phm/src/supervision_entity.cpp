@@ -1,0 +1,26 @@
+#include <stdexcept>
+#include <system_error>
+
+#include <systemd/sd-daemon.h>
+
+#include <ara/phm/supervision_entity.h>
+
+namespace ara::phm {
+
+SupervisionEntity::SupervisionEntity(const Phm_client_interface& client)
+    : mInstanceId(client.GetInstanceId()) {}
+
+void SupervisionEntity::CheckpointReached(unsigned short supervisionEntityId,
+                                          unsigned short checkpointId) const {
+    const std::string message =
+        "WATCHDOG=1\nX_PHM_INSTANCE=" + mInstanceId +
+        "\nX_PHM_SUPERVISION_ENTITY=" + std::to_string(supervisionEntityId) +
+        "\nX_PHM_CHECKPOINT=" + std::to_string(checkpointId);
+    const int result = sd_notify(0, message.c_str());
+    if (result < 0) {
+        throw std::runtime_error("cannot report the checkpoint: " +
+                                 std::generic_category().message(-result));
+    }
+}
+
+}  // namespace ara::phm

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "diagnosticinfo_host/identification_data.h"
+#include "someip/field_server.h"
+
+namespace diagnosticinfo_host {
+
+/// The ids under which the host platform deploys the service, on 127.0.0.1 and a free port.
+someip::ServiceDeployment DefaultDeployment();
+
+/// Server side of orv::services::diagnosticinfo::DiagnosticInfo. Any thread.
+class DiagnosticInfoServer {
+public:
+    /// Binds the endpoint and offers nothing yet. Throws std::system_error if the address is not to
+    /// be had, and std::out_of_range if the deployment lacks the event identificationData.
+    explicit DiagnosticInfoServer(const someip::ServiceDeployment& service = DefaultDeployment());
+
+    /// The service as clients must have it in their deployment file.
+    const someip::ServiceDeployment& Deployment() const { return mServer.Deployment(); }
+
+    void Offer() { mServer.Offer(); }
+    void StopOffer() { mServer.StopOffer(); }
+
+    /// Sets the field's value and publishes it. Throws std::length_error if it does not fit into a
+    /// datagram.
+    void Publish(const IdentificationData& records);
+    /// The same with a payload as it is, be it valid or not.
+    void PublishRaw(std::vector<std::uint8_t> payload);
+
+    std::size_t SubscriberCount() const { return mServer.SubscriberCount(mEventId); }
+
+private:
+    someip::FieldServer mServer;
+    std::uint16_t mEventId;
+};
+
+}  // namespace diagnosticinfo_host

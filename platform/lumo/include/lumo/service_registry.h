@@ -1,0 +1,30 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include <lumo/i_service_registry.h>
+
+namespace lumo {
+
+/// The registry as the server reports it on a connection's event channel.
+class ServiceRegistry : public IServiceRegistry {
+public:
+    explicit ServiceRegistry(std::weak_ptr<service_access::Connection> connection);
+
+    /// Registers no further listener.
+    void close() { mClosed = true; }
+
+protected:
+    void addListener(const std::string& serviceName,
+                     std::function<void(std::shared_ptr<LumoAccessor>)> connected,
+                     std::function<void()> disconnected,
+                     std::function<void(const std::exception&)> error) override;
+
+private:
+    std::weak_ptr<service_access::Connection> mConnection;
+    std::atomic<bool> mClosed{false};
+};
+
+}  // namespace lumo

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orv::sec::crypto {
+class StoreDatabase;
+}
+
+/// Administration of the secure store: what a factory or a workshop does to a unit's store. It
+/// exists on the host platform only; nothing of the system may use it.
+///
+/// Certificates are taken as PEM (RFC 7468, one or more certificates and nothing but white space
+/// around them) or as the DER of one certificate, at most 16 certificates and 256 KiB. Ids and
+/// store names are 1 to 128 bytes of printable ASCII.
+///
+/// One object may be used by one thread at a time. The store may be open in other processes
+/// meanwhile; each operation is one transaction.
+namespace orv::sec::crypto::host {
+
+enum class AdministrationStatus : uint8_t {
+    kOk = 0,
+    /// The caller's input was refused; nothing has changed.
+    kInvalidArgument = 1,
+    /// No such store directory or entry, or the key-management store was never made.
+    kNotFound = 2,
+    /// The store, or its wrapping key, could not be read or written, or was refused.
+    kStoreFailure = 3,
+};
+
+struct AdministrationResult {
+    AdministrationStatus status = AdministrationStatus::kOk;
+    /// One line for the operator, without a line end; empty on success.
+    std::string message;
+
+    explicit operator bool() const { return status == AdministrationStatus::kOk; }
+};
+
+enum class EntryKind : uint8_t { kKeyPair, kCertificate };
+
+/// One entry of the store. Private keys never leave the store.
+struct StoreEntry {
+    /// "KORU" or the name of a trust store.
+    std::string store;
+    std::string id;
+    EntryKind kind = EntryKind::kCertificate;
+    /// PEM, first certificate first; empty for a key pair that has no certificate yet.
+    std::string certificateChain;
+};
+
+class StoreAdministration {
+public:
+    /// The directory that the library uses: environment variable ORV_CRYPTO_DIR if it is set and
+    /// not empty, else "/var/lib/orv/crypto".
+    static std::string DefaultDirectory();
+
+    /// Opens the store in `directory` and creates what is missing: the directory with its parents
+    /// (mode 0700), "wrapping.key" (32 random bytes, mode 0400), "store.db" (mode 0600) and in it
+    /// the key-management store. An existing wrapping key is never replaced, and none is created
+    /// beside a store that already holds keys. `administration` is set only on success.
+    static AdministrationResult CreateOrOpen(const std::string& directory,
+                                             std::unique_ptr<StoreAdministration>& administration);
+
+    /// Opens an existing store; kNotFound if there is no "store.db". It makes neither that file nor
+    /// the directory, the wrapping key or the key-management store, but gives an empty "store.db"
+    /// its tables.
+    static AdministrationResult Open(const std::string& directory,
+                                     std::unique_ptr<StoreAdministration>& administration);
+
+    ~StoreAdministration();
+    StoreAdministration(const StoreAdministration&) = delete;
+    StoreAdministration& operator=(const StoreAdministration&) = delete;
+
+    /// Puts a key pair with its certificate chain under `keyId` into the key-management store and
+    /// replaces, in one step, what was there. `privateKey` is an unencrypted P-256 key, PKCS#8 or
+    /// SEC 1, PEM or DER; it must belong to the first certificate. The caller wipes its copy.
+    AdministrationResult ImportKeyPair(const std::string& keyId, const std::string& privateKey,
+                                       const std::string& certificateChain);
+
+    /// Puts a certificate, or a bundle of root certificates, under `certId` into the
+    /// key-management store and replaces what was there.
+    AdministrationResult StoreCertificate(const std::string& certId,
+                                          const std::string& certificates);
+
+    /// All entries of all stores, ordered by store, kind and id.
+    AdministrationResult List(std::vector<StoreEntry>& entries) const;
+
+    /// Removes one entry of the store named `store`; kNotFound if it is not there.
+    AdministrationResult Remove(const std::string& store, const std::string& id, EntryKind kind);
+
+private:
+    explicit StoreAdministration(std::unique_ptr<StoreDatabase> database);
+
+    std::unique_ptr<StoreDatabase> mDatabase;
+};
+
+}  // namespace orv::sec::crypto::host

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include <orv/sec/crypto/common/crypto_result_code.h>
+#include <orv/sec/crypto/common/error_or_object_result.h>
+#include <orv/sec/crypto/operation/i_certificate_handler.h>
+#include <orv/sec/crypto/operation/i_digital_signature.h>
+#include <orv/sec/crypto/operation/i_trust_store_manager.h>
+
+namespace orv::sec::crypto {
+
+/// The root of the library's objects; `initCryptoLib` gives it. Any thread may call it. The
+/// objects that it makes may outlive it, but are of no use once the library is cleaned up.
+class ICryptoServiceProvider {
+public:
+    virtual ~ICryptoServiceProvider() = default;
+
+    /// Binds a key to a signature scheme. `kInvalidArgument` for a null handle, `kUnsupported` for
+    /// another selector, `kNotFound` when the handle names neither a key pair nor a certificate.
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<operation::IDigitalSignature>>
+    createDigitalSignature(const operation::DigitalSignatureParams& params) = 0;
+
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<operation::ITrustStoreManager>>
+    createTrustStoreManager() = 0;
+
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<operation::ICertificateHandler>>
+    createCertificateHandler() = 0;
+};
+
+}  // namespace orv::sec::crypto

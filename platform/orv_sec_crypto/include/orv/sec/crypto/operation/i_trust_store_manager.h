@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <orv/sec/crypto/common/crypto_result_code.h>
+#include <orv/sec/crypto/common/error_or_object_result.h>
+#include <orv/sec/crypto/store/i_koru_store.h>
+#include <orv/sec/crypto/store/i_trust_store.h>
+
+namespace orv::sec::crypto::operation {
+
+/// Makes and finds stores. Any thread may call it. The stores that it gives may outlive it.
+class ITrustStoreManager {
+public:
+    virtual ~ITrustStoreManager() = default;
+
+    /// Makes the store of a non-empty name, durably; `kAlreadyExists` when there is one.
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<store::ITrustStore>>
+    createTrustStore(const std::string& name) = 0;
+
+    /// Finds an existing store; `kNotFound` when there is none.
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<store::ITrustStore>>
+    lookupTrustStore(const std::string& name) = 0;
+
+    /// The key-management store; `kNotFound` on a unit that was never provisioned.
+    virtual common::ErrorOrObjectResult<common::CryptoResultCode,
+                                        std::shared_ptr<store::IKORUStore>>
+    lookupForKORUStore() = 0;
+};
+
+}  // namespace orv::sec::crypto::operation

@@ -1,0 +1,52 @@
+#include "crypto_error.h"
+
+#include <array>
+
+#include <openssl/err.h>
+
+#include "crypto_log.h"
+
+namespace orv::sec::crypto {
+
+namespace {
+
+bool IsOperatorsConcern(common::CryptoResultCode code) {
+    switch (code) {
+        case common::CryptoResultCode::kFailure:
+        case common::CryptoResultCode::kStorageError:
+        case common::CryptoResultCode::kIntegrityError:
+        case common::CryptoResultCode::kOutOfResources:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+void ReportError(const char* operation, const CryptoError& error) {
+    const std::string line = std::string(operation) + ": " + error.what();
+    if (IsOperatorsConcern(error.Code())) {
+        LogError(line);
+        return;
+    }
+    LogDebug(line);
+}
+
+CryptoError OpenSslError(const std::string& what) {
+    std::string message = what;
+    const unsigned long code = ERR_peek_last_error();
+    if (code != 0) {
+        std::array<char, 256> reason{};
+        ERR_error_string_n(code, reason.data(), reason.size());
+        message += std::string(": ") + reason.data();
+    }
+    ForgetOpenSslErrors();
+    return CryptoError(common::CryptoResultCode::kFailure, message);
+}
+
+void ForgetOpenSslErrors() {
+    ERR_clear_error();
+}
+
+}  // namespace orv::sec::crypto

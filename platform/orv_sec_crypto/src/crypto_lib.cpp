@@ -1,0 +1,69 @@
+#include <mutex>
+#include <string>
+
+#include <orv/sec/crypto/crypto_lib.h>
+
+#include "crypto_error.h"
+#include "crypto_log.h"
+#include "crypto_service_provider.h"
+#include "orv_sec_crypto/store_administration.h"
+#include "store_database.h"
+
+namespace orv::sec::crypto {
+
+using common::CryptoResultCode;
+
+namespace {
+
+// The caller may clean up from the destructor of a static object, when OpenSSL has cleaned up
+// already. So the open library holds no OpenSSL object and cleanup calls nothing of OpenSSL that
+// needs its state; and this record itself is never destroyed.
+struct OpenLibrary {
+    std::mutex mutex;
+    std::shared_ptr<StoreDatabase> database;
+};
+
+OpenLibrary& Instance() {
+    static auto* instance = new OpenLibrary();
+    return *instance;
+}
+
+std::shared_ptr<StoreDatabase> OpenDatabase(const std::string& directory) {
+    try {
+        auto database =
+            std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreate);
+        if (!database->HasWrappingKey()) {
+            LogWarn(directory + ": no wrapping key yet, no key pair can be made");
+        }
+        return database;
+    } catch (const CryptoError& error) {
+        throw CryptoError(error.Code(), std::string("store cannot be opened: ") + error.what());
+    }
+}
+
+}  // namespace
+
+CryptoResult<std::shared_ptr<ICryptoServiceProvider>> initCryptoLib() {
+    return RunForResult<std::shared_ptr<ICryptoServiceProvider>>("initCryptoLib", [] {
+        OpenLibrary& library = Instance();
+        const std::lock_guard<std::mutex> lock(library.mutex);
+        if (library.database != nullptr) {
+            throw CryptoError(CryptoResultCode::kInvalidState, "the library is open already");
+        }
+        library.database = OpenDatabase(host::StoreAdministration::DefaultDirectory());
+        return std::make_shared<CryptoServiceProvider>(library.database);
+    });
+}
+
+CryptoResultCode cleanupCryptoLib() {
+    OpenLibrary& library = Instance();
+    const std::lock_guard<std::mutex> lock(library.mutex);
+    if (library.database == nullptr) {
+        return CryptoResultCode::kInvalidState;
+    }
+    library.database->Close();
+    library.database.reset();
+    return CryptoResultCode::kSuccess;
+}
+
+}  // namespace orv::sec::crypto

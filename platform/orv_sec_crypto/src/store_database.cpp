@@ -1,0 +1,474 @@
+#include "store_database.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "certificate_parser.h"
+#include "crypto_error.h"
+#include "crypto_log.h"
+#include "ec_key.h"
+#include "file_descriptor.h"
+
+namespace orv::sec::crypto {
+
+using common::ByteVector;
+using common::CryptoResultCode;
+
+namespace {
+
+constexpr std::size_t kMaxIdBytes = 128;
+constexpr std::chrono::milliseconds kBusyTimeout{5000};
+// "ORVS"
+constexpr std::int64_t kApplicationId = 0x4F525653;
+constexpr std::int64_t kSchemaVersion = 1;
+constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
+
+constexpr const char* kSchema = R"(
+    CREATE TABLE store (
+        name TEXT NOT NULL PRIMARY KEY CHECK (length(name) BETWEEN 1 AND 128),
+        kind INTEGER NOT NULL CHECK (kind IN (1, 2))
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE key_pair (
+        store TEXT NOT NULL REFERENCES store (name),
+        id TEXT NOT NULL CHECK (length(id) BETWEEN 1 AND 128),
+        public_key BLOB NOT NULL CHECK (length(public_key) > 0),
+        wrapped_private_key BLOB NOT NULL CHECK (length(wrapped_private_key) > 0),
+        certificates BLOB CHECK (length(certificates) BETWEEN 1 AND 262144),
+        PRIMARY KEY (store, id)
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE certificate (
+        store TEXT NOT NULL REFERENCES store (name),
+        id TEXT NOT NULL CHECK (length(id) BETWEEN 1 AND 128),
+        certificates BLOB NOT NULL CHECK (length(certificates) BETWEEN 1 AND 262144),
+        PRIMARY KEY (store, id)
+    ) STRICT, WITHOUT ROWID;
+    PRAGMA application_id = 1330796115;
+    PRAGMA user_version = 1;
+)";
+
+CryptoError StorageError(const std::string& message) {
+    return CryptoError(CryptoResultCode::kStorageError, message);
+}
+
+std::string ErrnoText() {
+    return std::generic_category().message(errno);
+}
+
+std::string DatabasePath(const std::string& directory) {
+    return directory + "/store.db";
+}
+
+std::string WrappingKeyPath(const std::string& directory) {
+    return directory + "/wrapping.key";
+}
+
+std::string Describe(const EntryId& entry) {
+    return "'" + entry.id + "' in " + entry.store;
+}
+
+CryptoError NotFound(const char* what, const EntryId& entry) {
+    return CryptoError(CryptoResultCode::kNotFound,
+                       std::string("no ") + what + " " + Describe(entry));
+}
+
+// Makes the file ahead of SQLite for the sake of its mode. An existing one is not even opened:
+// closing it again would drop the locks that this process may hold on it.
+void CreateDatabaseFile(const std::string& path) {
+    const FileDescriptor file(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (file.IsValid()) {
+        LogInfo(path + ": empty store created");
+        return;
+    }
+    if (errno != EEXIST) {
+        throw StorageError(path + ": cannot create: " + ErrnoText());
+    }
+}
+
+CryptoError Refused(const std::string& path, const std::string& why) {
+    return StorageError(path + ": store refused: " + why);
+}
+
+void CheckOwnership(const std::string& path, const struct stat& status) {
+    if (status.st_uid != ::geteuid()) {
+        throw Refused(path, "owned by user " + std::to_string(status.st_uid) + ", not by user " +
+                                std::to_string(::geteuid()));
+    }
+    if ((status.st_mode & kForeignWrite) != 0) {
+        throw Refused(path, "others than its owner may write to it");
+    }
+}
+
+// Who can write to the file, or put another in its place, decides which roots the unit trusts.
+void CheckDatabaseFile(const std::string& directory) {
+    const std::string path = DatabasePath(directory);
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT) {
+            throw CryptoError(CryptoResultCode::kNotFound, path + ": there is no store");
+        }
+        throw StorageError(path + ": cannot open: " + ErrnoText());
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw Refused(path, "not a regular file");
+    }
+    CheckOwnership(path, status);
+    if (::stat(directory.c_str(), &status) != 0) {
+        throw StorageError(directory + ": cannot open: " + ErrnoText());
+    }
+    CheckOwnership(directory, status);
+}
+
+bool HasSchema(SqliteConnection& connection) {
+    return connection.QueryInteger("PRAGMA user_version") == kSchemaVersion &&
+           connection.QueryInteger("PRAGMA application_id") == kApplicationId;
+}
+
+void AppendWithLength(std::string& target, const std::string& field) {
+    for (unsigned shift = 32; shift > 0; shift -= 8) {
+        target.push_back(static_cast<char>((field.size() >> (shift - 8)) & 0xff));
+    }
+    target += field;
+}
+
+// Binds a wrapped key to its place. The lengths keep ("A", "BC") and ("AB", "C") apart.
+std::string AssociatedData(const EntryId& entry) {
+    std::string data = "orv.sec.crypto key pair 1";
+    AppendWithLength(data, entry.store);
+    AppendWithLength(data, entry.id);
+    return data;
+}
+
+}  // namespace
+
+void CheckId(const std::string& id) {
+    if (id.empty()) {
+        throw CryptoError(CryptoResultCode::kInvalidArgument, "the id is empty");
+    }
+    if (id.size() > kMaxIdBytes) {
+        throw CryptoError(CryptoResultCode::kTooLarge, "the id is too long");
+    }
+    const bool printable = std::all_of(id.begin(), id.end(),
+                                       [](char letter) { return letter >= ' ' && letter <= '~'; });
+    if (!printable) {
+        throw CryptoError(CryptoResultCode::kInvalidArgument, "the id is not printable ASCII");
+    }
+}
+
+StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode) : mDirectory(directory) {
+    const std::string path = DatabasePath(mDirectory);
+    if (mode == OpenMode::kCreate) {
+        CreateDatabaseFile(path);
+    }
+    CheckDatabaseFile(mDirectory);
+    mConnection = std::make_unique<SqliteConnection>(path, kBusyTimeout);
+    Configure();
+    CreateSchema();
+    LoadWrappingKey();
+}
+
+void StoreDatabase::Configure() {
+    mConnection->Execute(
+        "PRAGMA foreign_keys = ON;"
+        "PRAGMA trusted_schema = OFF;"
+        "PRAGMA secure_delete = ON;"
+        "PRAGMA synchronous = FULL;");
+    const std::string mode = mConnection->QueryText("PRAGMA journal_mode = TRUNCATE");
+    if (mode != "truncate") {
+        throw StorageError(DatabasePath(mDirectory) + ": journal mode is '" + mode +
+                           "', not truncate");
+    }
+}
+
+void StoreDatabase::CreateSchema() {
+    if (HasSchema(*mConnection)) {
+        return;
+    }
+    SqliteTransaction transaction(*mConnection);
+    if (HasSchema(*mConnection)) {
+        return;
+    }
+    const std::int64_t application = mConnection->QueryInteger("PRAGMA application_id");
+    const std::int64_t version = mConnection->QueryInteger("PRAGMA user_version");
+    if (version != 0 || application != 0 ||
+        mConnection->QueryInteger("SELECT count(*) FROM sqlite_schema") != 0) {
+        throw StorageError(DatabasePath(mDirectory) + ": schema version " +
+                           std::to_string(version) + " of application " +
+                           std::to_string(application) + " is unknown");
+    }
+    mConnection->Execute(kSchema);
+    transaction.Commit();
+}
+
+void StoreDatabase::LoadWrappingKey() {
+    mWrappingKey = WrappingKey::Load(WrappingKeyPath(mDirectory));
+    if (mWrappingKey == nullptr && HasAnyKeyPair()) {
+        throw StorageError(WrappingKeyPath(mDirectory) +
+                           ": key file is not there, the keys in the store can't be read");
+    }
+}
+
+void StoreDatabase::Close() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mConnection.reset();
+    mWrappingKey.reset();
+}
+
+void StoreDatabase::CheckOpen() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    Connection();
+}
+
+SqliteConnection& StoreDatabase::Connection() const {
+    if (mConnection == nullptr) {
+        throw CryptoError(CryptoResultCode::kInvalidState, "the library is not open");
+    }
+    return *mConnection;
+}
+
+const WrappingKey& StoreDatabase::RequireWrappingKey() const {
+    if (mWrappingKey == nullptr) {
+        mWrappingKey = WrappingKey::Load(WrappingKeyPath(mDirectory));
+    }
+    if (mWrappingKey == nullptr) {
+        throw StorageError(WrappingKeyPath(mDirectory) + ": key file is not there");
+    }
+    return *mWrappingKey;
+}
+
+bool StoreDatabase::HasWrappingKey() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mWrappingKey != nullptr;
+}
+
+bool StoreDatabase::HasAnyKeyPair() const {
+    return Connection().QueryInteger("SELECT EXISTS (SELECT 1 FROM key_pair)") != 0;
+}
+
+void StoreDatabase::CreateWrappingKey() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    Connection();
+    WrappingKey::Create(WrappingKeyPath(mDirectory));
+    LoadWrappingKey();
+}
+
+void StoreDatabase::CreateStore(const std::string& name, StoreKind kind) {
+    CheckId(name);
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteStatement(Connection(), "INSERT INTO store (name, kind) VALUES (?1, ?2)")
+        .Bind(1, name)
+        .Bind(2, static_cast<std::int64_t>(kind))
+        .Step();
+}
+
+bool StoreDatabase::HasStore(const std::string& name, StoreKind kind) const {
+    CheckId(name);
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return SqliteStatement(Connection(), "SELECT 1 FROM store WHERE name = ?1 AND kind = ?2")
+        .Bind(1, name)
+        .Bind(2, static_cast<std::int64_t>(kind))
+        .Step();
+}
+
+bool StoreDatabase::HasRow(const char* sql, const EntryId& entry) const {
+    return SqliteStatement(Connection(), sql).Bind(1, entry.store).Bind(2, entry.id).Step();
+}
+
+bool StoreDatabase::HasKeyPair(const EntryId& entry) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return HasRow("SELECT 1 FROM key_pair WHERE store = ?1 AND id = ?2", entry);
+}
+
+ByteVector StoreDatabase::WrapPrivateKey(const EntryId& entry, const EVP_PKEY& key) const {
+    return RequireWrappingKey().Wrap(EncodePrivateKey(key), AssociatedData(entry));
+}
+
+void StoreDatabase::InsertKeyPair(const EntryId& entry, EVP_PKEY& key) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const ByteVector publicKey = EncodePublicKey(key);
+    const ByteVector wrapped = WrapPrivateKey(entry, key);
+    SqliteStatement(Connection(),
+                    "INSERT INTO key_pair (store, id, public_key, wrapped_private_key) "
+                    "VALUES (?1, ?2, ?3, ?4)")
+        .Bind(1, entry.store)
+        .Bind(2, entry.id)
+        .Bind(3, publicKey)
+        .Bind(4, wrapped)
+        .Step();
+}
+
+void StoreDatabase::ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const ByteVector& chain) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const ByteVector publicKey = EncodePublicKey(key);
+    const ByteVector wrapped = WrapPrivateKey(entry, key);
+    SqliteStatement(Connection(),
+                    "INSERT INTO key_pair (store, id, public_key, wrapped_private_key, "
+                    "certificates) VALUES (?1, ?2, ?3, ?4, ?5) "
+                    "ON CONFLICT (store, id) DO UPDATE SET public_key = excluded.public_key, "
+                    "wrapped_private_key = excluded.wrapped_private_key, "
+                    "certificates = excluded.certificates")
+        .Bind(1, entry.store)
+        .Bind(2, entry.id)
+        .Bind(3, publicKey)
+        .Bind(4, wrapped)
+        .Bind(5, chain)
+        .Step();
+}
+
+void StoreDatabase::MoveKeyPair(const EntryId& source, const EntryId& destination) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteTransaction transaction(Connection());
+    // The key is wrapped anew, for its new place.
+    const PkeyPtr key = UnwrapPrivateKey(source);
+    if (source.store == destination.store && source.id == destination.id) {
+        throw CryptoError(CryptoResultCode::kAlreadyExists, "source and destination are the same");
+    }
+    const ByteVector wrapped = WrapPrivateKey(destination, *key);
+    SqliteStatement(Connection(),
+                    "UPDATE key_pair SET store = ?3, id = ?4, wrapped_private_key = ?5 "
+                    "WHERE store = ?1 AND id = ?2")
+        .Bind(1, source.store)
+        .Bind(2, source.id)
+        .Bind(3, destination.store)
+        .Bind(4, destination.id)
+        .Bind(5, wrapped)
+        .Step();
+    transaction.Commit();
+}
+
+void StoreDatabase::DeleteRow(const char* sql, const EntryId& entry) {
+    SqliteStatement(Connection(), sql).Bind(1, entry.store).Bind(2, entry.id).Step();
+    if (Connection().Changes() == 0) {
+        throw NotFound("entry", entry);
+    }
+}
+
+void StoreDatabase::DeleteKeyPair(const EntryId& entry) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    DeleteRow("DELETE FROM key_pair WHERE store = ?1 AND id = ?2", entry);
+}
+
+void StoreDatabase::DeleteCertificate(const EntryId& entry) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    DeleteRow("DELETE FROM certificate WHERE store = ?1 AND id = ?2", entry);
+}
+
+PkeyPtr StoreDatabase::UnwrapPrivateKey(const EntryId& entry) const {
+    SqliteStatement statement(Connection(),
+                              "SELECT wrapped_private_key, public_key FROM key_pair "
+                              "WHERE store = ?1 AND id = ?2");
+    if (!statement.Bind(1, entry.store).Bind(2, entry.id).Step()) {
+        throw NotFound("key pair", entry);
+    }
+    try {
+        PkeyPtr key =
+            DecodePrivateKey(RequireWrappingKey().Unwrap(statement.Blob(0), AssociatedData(entry)));
+        if (EncodePublicKey(*key) != statement.Blob(1)) {
+            throw CryptoError(CryptoResultCode::kIntegrityError,
+                              "does not belong to its public key");
+        }
+        return key;
+    } catch (const CryptoError& error) {
+        throw CryptoError(error.Code(), "private key " + Describe(entry) + ": " + error.what());
+    }
+}
+
+PkeyPtr StoreDatabase::LoadPrivateKey(const EntryId& entry) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return UnwrapPrivateKey(entry);
+}
+
+ByteVector StoreDatabase::LoadKeyColumn(const char* sql, const EntryId& entry) const {
+    SqliteStatement statement(Connection(), sql);
+    if (!statement.Bind(1, entry.store).Bind(2, entry.id).Step() || statement.IsNull(0)) {
+        throw NotFound("certificate", entry);
+    }
+    return statement.Blob(0);
+}
+
+ByteVector StoreDatabase::LoadChain(const EntryId& entry) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return LoadKeyColumn("SELECT certificates FROM key_pair WHERE store = ?1 AND id = ?2", entry);
+}
+
+ByteVector StoreDatabase::LoadCertificate(const EntryId& entry) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return LoadKeyColumn("SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2",
+                         entry);
+}
+
+void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
+    const auto certificates = ParseCertificates(chain);
+    const EVP_PKEY* certified = X509_get0_pubkey(certificates.front().get());
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteTransaction transaction(Connection());
+    SqliteStatement select(Connection(),
+                           "SELECT public_key FROM key_pair WHERE store = ?1 AND id = ?2");
+    if (!select.Bind(1, entry.store).Bind(2, entry.id).Step()) {
+        throw NotFound("key pair", entry);
+    }
+    if (certified == nullptr || !SameKey(*certified, *DecodePublicKey(select.Blob(0)))) {
+        ForgetOpenSslErrors();
+        throw CryptoError(CryptoResultCode::kKeyMismatch,
+                          "the first certificate is not one of the key pair " + Describe(entry));
+    }
+    SqliteStatement(Connection(),
+                    "UPDATE key_pair SET certificates = ?3 WHERE store = ?1 AND id = ?2")
+        .Bind(1, entry.store)
+        .Bind(2, entry.id)
+        .Bind(3, chain)
+        .Step();
+    transaction.Commit();
+}
+
+void StoreDatabase::StoreCertificate(const EntryId& entry, const ByteVector& certificates) {
+    ParseCertificates(certificates);
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteStatement(Connection(),
+                    "INSERT INTO certificate (store, id, certificates) VALUES (?1, ?2, ?3) "
+                    "ON CONFLICT (store, id) DO UPDATE SET certificates = excluded.certificates")
+        .Bind(1, entry.store)
+        .Bind(2, entry.id)
+        .Bind(3, certificates)
+        .Step();
+}
+
+PkeyPtr StoreDatabase::LoadPublicKey(const EntryId& entry) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteStatement keyPair(Connection(),
+                            "SELECT public_key FROM key_pair WHERE store = ?1 AND id = ?2");
+    if (keyPair.Bind(1, entry.store).Bind(2, entry.id).Step()) {
+        return DecodePublicKey(keyPair.Blob(0));
+    }
+    const auto certificates = ParseCertificates(
+        LoadKeyColumn("SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2", entry));
+    PkeyPtr key(X509_get_pubkey(certificates.front().get()));
+    if (key == nullptr) {
+        ForgetOpenSslErrors();
+        throw CryptoError(CryptoResultCode::kInvalidFormat,
+                          "the public key of certificate " + Describe(entry) + " is invalid");
+    }
+    return key;
+}
+
+std::vector<ListedEntry> StoreDatabase::List() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    SqliteStatement statement(Connection(),
+                              "SELECT store, id, 1 AS is_key, certificates FROM key_pair "
+                              "UNION ALL SELECT store, id, 0, certificates FROM certificate "
+                              "ORDER BY 1, 3 DESC, 2");
+    std::vector<ListedEntry> entries;
+    while (statement.Step()) {
+        entries.push_back(
+            {{statement.Text(0), statement.Text(1)}, statement.Integer(2) != 0, statement.Blob(3)});
+    }
+    return entries;
+}
+
+}  // namespace orv::sec::crypto

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <orv/sec/crypto/common/crypto_allocator.h>
+
+#include "openssl_ptr.h"
+#include "sqlite_connection.h"
+#include "wrapping_key.h"
+
+namespace orv::sec::crypto {
+
+inline constexpr const char* kKoruStoreName = "KORU";
+
+/// Numbers as they stand in the database.
+enum class StoreKind : std::uint8_t { kTrustStore = 1, kKoruStore = 2 };
+
+/// What a key pair or certificate is found by.
+struct EntryId {
+    std::string store;
+    std::string id;
+};
+
+struct ListedEntry {
+    EntryId entry;
+    bool isKeyPair;
+    /// As stored; empty for a key pair without a chain.
+    common::ByteVector certificates;
+};
+
+/// Throws `CryptoError` unless `id` is 1 to 128 bytes of printable ASCII: `kTooLarge` or
+/// `kInvalidArgument`.
+void CheckId(const std::string& id);
+
+/// The secure store of the unit: one SQLite file and the wrapping key beside it.
+///
+/// Every operation is one transaction, durable when the operation returns. The journal is a
+/// rollback journal in TRUNCATE mode: with synchronous=FULL it is synced after it was cut, so that
+/// a commit outlasts a loss of power, and between transactions neither the journal nor, with
+/// secure_delete, the file holds anything that was deleted. A write-ahead log would keep old
+/// pages until the next checkpoint, and the speed that it buys does not matter here.
+///
+/// Any thread may call any operation. All throw `CryptoError`, once closed with `kInvalidState`.
+class StoreDatabase {
+public:
+    enum class OpenMode : std::uint8_t {
+        /// There must be a store already.
+        kExisting,
+        /// An empty store is made where the directory has none.
+        kCreate,
+    };
+
+    StoreDatabase(const std::string& directory, OpenMode mode);
+
+    void Close();
+
+    /// Throws `kInvalidState` when the store is closed.
+    void CheckOpen() const;
+
+    bool HasWrappingKey() const;
+    /// Makes the wrapping key unless there is one.
+    void CreateWrappingKey();
+
+    void CreateStore(const std::string& name, StoreKind kind);
+    bool HasStore(const std::string& name, StoreKind kind) const;
+
+    bool HasKeyPair(const EntryId& entry) const;
+    /// Adds a key pair; `kAlreadyExists` when there is one.
+    void InsertKeyPair(const EntryId& entry, EVP_PKEY& key);
+    /// Puts a key pair with its chain in the place of what is there.
+    void ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
+    void MoveKeyPair(const EntryId& source, const EntryId& destination);
+    void DeleteKeyPair(const EntryId& entry);
+    PkeyPtr LoadPrivateKey(const EntryId& entry) const;
+
+    common::ByteVector LoadChain(const EntryId& entry) const;
+    /// Attaches a chain that belongs to the key pair; `kKeyMismatch` when it does not.
+    void StoreChain(const EntryId& entry, const common::ByteVector& chain);
+
+    common::ByteVector LoadCertificate(const EntryId& entry) const;
+    void StoreCertificate(const EntryId& entry, const common::ByteVector& certificates);
+    void DeleteCertificate(const EntryId& entry);
+
+    /// The public key of the key pair or else of the certificate of this id.
+    PkeyPtr LoadPublicKey(const EntryId& entry) const;
+
+    /// Ordered by store, key pairs before certificates, id.
+    std::vector<ListedEntry> List() const;
+
+private:
+    SqliteConnection& Connection() const;
+    void Configure();
+    void CreateSchema();
+    void LoadWrappingKey();
+    const WrappingKey& RequireWrappingKey() const;
+    bool HasAnyKeyPair() const;
+    common::ByteVector WrapPrivateKey(const EntryId& entry, const EVP_PKEY& key) const;
+    PkeyPtr UnwrapPrivateKey(const EntryId& entry) const;
+    common::ByteVector LoadKeyColumn(const char* sql, const EntryId& entry) const;
+    bool HasRow(const char* sql, const EntryId& entry) const;
+    void DeleteRow(const char* sql, const EntryId& entry);
+
+    const std::string mDirectory;
+    mutable std::mutex mMutex;
+    std::unique_ptr<SqliteConnection> mConnection;
+    // Also read later than at the start, where an administrator made it meanwhile.
+    mutable std::unique_ptr<WrappingKey> mWrappingKey;
+};
+
+}  // namespace orv::sec::crypto

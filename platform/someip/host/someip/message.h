@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace someip {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Message types of PRS_SOMEIP that this transport uses.
+enum class MessageType : std::uint8_t {
+    kRequest = 0x00,
+    kRequestNoReturn = 0x01,
+    kNotification = 0x02,
+    kResponse = 0x80,
+    kError = 0x81,
+};
+
+/// Return codes of PRS_SOMEIP that this transport uses.
+enum class ReturnCode : std::uint8_t {
+    kOk = 0x00,
+    kNotOk = 0x01,
+    kUnknownService = 0x02,
+    kUnknownMethod = 0x03,
+    kNotReady = 0x04,
+    kWrongInterfaceVersion = 0x08,
+    kMalformedMessage = 0x09,
+};
+
+constexpr std::uint8_t kProtocolVersion = 1;
+constexpr std::size_t kHeaderSize = 16;
+/// Largest payload of one UDP datagram over IPv4 (65507 bytes) behind the header.
+constexpr std::size_t kMaxPayload = 65507 - kHeaderSize;
+
+/// One SOME/IP message (PRS_SOMEIP, header of 16 bytes in network byte order and the payload).
+struct Message {
+    std::uint16_t serviceId{0};
+    std::uint16_t methodId{0};
+    std::uint16_t clientId{0};
+    std::uint16_t sessionId{0};
+    std::uint8_t interfaceVersion{1};
+    MessageType type{MessageType::kRequest};
+    ReturnCode returnCode{ReturnCode::kOk};
+    Bytes payload;
+};
+
+/// Bytes of one datagram. The payload must not exceed kMaxPayload.
+Bytes Encode(const Message& message);
+
+/// Reads one datagram. Nothing comes back if it is shorter than a header, its length field does
+/// not fit the datagram, its protocol version is not 1 or its message type is unknown; `problem`
+/// then says why.
+std::optional<Message> Decode(const std::uint8_t* data, std::size_t size, std::string& problem);
+
+}  // namespace someip

@@ -1,0 +1,66 @@
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <vonta_socket/unix_stream_client_connector.h>
+
+#include "unix_stream_communicator.h"
+#include "vonta_socket_host/socket_path.h"
+#include "vonta_socket_host/unique_fd.h"
+
+namespace vonta_socket {
+
+namespace {
+
+/// Nothing interrupts the pause between two attempts, so that whoever waits for a thread in
+/// Connect waits as long.
+constexpr std::chrono::milliseconds kMinInterval{100};
+
+bool MakeBlocking(int fd, int readTimeout) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+        return false;
+    }
+    if (readTimeout < 0) {
+        return true;
+    }
+    // The option takes zero for no limit at all.
+    const int limit = std::max(readTimeout, 1);
+    const timeval timeout{limit / 1000, (limit % 1000) * 1000L};
+    return ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) == 0;
+}
+
+}  // namespace
+
+UnixStreamClientConnector::UnixStreamClientConnector(const std::string& path, int readTimeout,
+                                                     const std::string& /*name*/)
+    : mPath(host::ResolveSocketPath(path)),
+      mReadTimeout(readTimeout),
+      mLastAttempt(std::chrono::steady_clock::now() - kMinInterval) {}
+
+std::shared_ptr<StreamCommunicatorIf> UnixStreamClientConnector::Connect() {
+    PaceAttempts();
+    sockaddr_un address{};
+    if (!host::MakeUnixAddress(mPath, address)) {
+        return nullptr;
+    }
+    // Connecting without blocking: a full backlog is an immediate failure, not a wait.
+    host::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd.IsValid() ||
+        ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        !MakeBlocking(fd.Get(), mReadTimeout)) {
+        return nullptr;
+    }
+    return std::make_shared<UnixStreamCommunicator>(std::move(fd));
+}
+
+void UnixStreamClientConnector::PaceAttempts() {
+    std::this_thread::sleep_until(mLastAttempt + kMinInterval);
+    mLastAttempt = std::chrono::steady_clock::now();
+}
+
+}  // namespace vonta_socket

@@ -1,0 +1,31 @@
+#include <service_access/client_config.h>
+#include <service_access/connection.h>
+#include <service_access/log.h>
+
+#include <wexa_client/client_service_utils.h>
+
+namespace wexa_client {
+
+std::shared_ptr<ClientServiceBase> ClientServiceUtils::CreateClientServiceBase(
+    const std::string& configPath) {
+    const auto connection = std::make_shared<service_access::Connection>(
+        service_access::LoadClientConfig(service_access::ResolveClientConfigPath(configPath)));
+    auto base = std::make_shared<ClientServiceBase>();
+    base->serviceRegistry = std::make_shared<lumo::ServiceRegistry>(connection);
+    base->elementRegistry = std::make_shared<lumo::ElementRegistry>(connection);
+    base->requestManager = std::make_shared<lumo::RequestManager>(connection);
+    base->eventManager = std::make_shared<lumo::EventManager>(base->serviceRegistry);
+    base->taskManager = std::make_shared<lumo::TaskManager>(connection);
+    base->websocketManagerFactory =
+        std::make_shared<lumo::DefaultWebsocketManagerFactory>(connection);
+    return base;
+}
+
+std::shared_ptr<lumo::LumoClientServices> ClientServiceUtils::CreateClientServices(
+    const ClientServiceBase& base, const std::string& serviceName, const std::string& clientName) {
+    base.websocketManagerFactory->addManager(serviceName);
+    service_access::LogInfo(serviceName + ": " + clientName);
+    return std::make_shared<lumo::LumoClientServices>(base.serviceRegistry);
+}
+
+}  // namespace wexa_client

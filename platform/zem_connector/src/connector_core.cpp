@@ -1,0 +1,357 @@
+#include "connector_core.h"
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "library_log.h"
+
+namespace zem_connector {
+
+namespace {
+
+using SCConnectionState = ZemServiceControllerCallbackIf::SCConnectionState;
+
+constexpr int kMaxAttempts = 16;
+constexpr std::size_t kMaxHostSize = 255;
+constexpr std::uint8_t kUrlFailed = 1;
+constexpr SCDisabledReasonInfo kSwitchedOff{1, 0};
+/// A transaction type that the file does not name.
+constexpr host::TransactionType kUnknownType{false, SCConnectionState::kNotAvailable};
+
+/// The file's content; throws std::runtime_error with the cause.
+std::string ReadFile(const std::string& path) {
+    // Non-blocking, or a pipe in the file's place would hold us up.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        throw std::runtime_error(std::strerror(errno));
+    }
+    struct stat status {};
+    std::string text;
+    ssize_t size = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? 1 : -1;
+    errno = 0;
+    // One byte over the limit, so that what is too long is seen to be.
+    text.resize(host::ConnectorFile::kMaxSize + 1);
+    std::size_t used = 0;
+    while (size > 0 && used < text.size()) {
+        size = read(descriptor, text.data() + used, text.size() - used);
+        if (size < 0 && errno == EINTR) {
+            size = 1;
+            continue;
+        }
+        used += size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+    const int error = errno;
+    close(descriptor);
+    if (size < 0) {
+        throw std::runtime_error(error == 0 ? "not a regular file" : std::strerror(error));
+    }
+    text.resize(used);
+    return text;
+}
+
+/// A look-up that throws is one that failed.
+NameLookupResult LookUp(const NameLookup& lookup, const std::string& host, unsigned short port) {
+    try {
+        return lookup(host, port);
+    } catch (const std::exception& exception) {
+        return {{}, host::kSocketFailed, exception.what()};
+    }
+}
+
+}  // namespace
+
+ConnectorCore::ConnectorCore(std::string path, ZemSessionCallbackIf* sessionCallback,
+                             NameLookup lookup)
+    : mPath(std::move(path)),
+      mSessionCallback(sessionCallback),
+      mLookup(std::move(lookup)),
+      mWatcher(mContext, mPath, [this] { OnFileChanged(); }),
+      mLookupCount(std::make_shared<std::atomic<int>>(0)) {
+    mFile.sessionStatus = SessionStatus::kStarting;
+}
+
+SessionStatus ConnectorCore::Open() {
+    mWatcher.Start();
+    Load();
+    mSession = mFile.sessionStatus;
+    mOpen = mSession != SessionStatus::kRejected;
+    // Idle would mean that no session comes; but the file may bring one at any time.
+    return mSession == SessionStatus::kIdle ? SessionStatus::kStarting : mSession.load();
+}
+
+void ConnectorCore::Run() {
+    mThreadId = std::this_thread::get_id();
+    const auto work = boost::asio::make_work_guard(mContext);
+    mContext.run();
+}
+
+void ConnectorCore::Close() {
+    mOpen = false;
+    mContext.stop();
+}
+
+bool ConnectorCore::IsLibraryThread() const {
+    return mThreadId.load() == std::this_thread::get_id();
+}
+
+template <typename Callback>
+bool ConnectorCore::Deliver(const Callback& callback) {
+    if (!mOpen) {
+        return false;
+    }
+    try {
+        callback();
+    } catch (const std::exception& exception) {
+        LogError(std::string("A callback threw: ") + exception.what());
+    }
+    return true;
+}
+
+bool ConnectorCore::Load() {
+    try {
+        std::vector<std::string> warnings;
+        host::ParseConnectorFile(ReadFile(mPath), mFile, warnings);
+        for (const auto& warning : warnings) {
+            LogWarning(mPath + ": " + warning);
+        }
+        return true;
+    } catch (const std::runtime_error& error) {
+        LogError(mPath + ": " + error.what() + "; the last good state stays");
+        return false;
+    }
+}
+
+void ConnectorCore::OnFileChanged() {
+    if (!Load()) {
+        return;
+    }
+    const bool sessionChanged = mSession.exchange(mFile.sessionStatus) != mFile.sessionStatus;
+    if (sessionChanged && mSessionCallback != nullptr) {
+        Deliver([this] { mSessionCallback->ZemConnectorStatus(mFile.sessionStatus); });
+    }
+    for (auto& subscription : mSubscriptions) {
+        if (sessionChanged) {
+            DeliverSession(subscription);
+        }
+        DeliverChanges(subscription);
+    }
+    AnswerWaitingUrlQueries();
+}
+
+host::TransactionType ConnectorCore::StateOf(const std::string& transactionType) const {
+    const auto found = mFile.transactionTypes.find(transactionType);
+    return found == mFile.transactionTypes.end() ? kUnknownType : found->second;
+}
+
+bool ConnectorCore::Subscribe(std::string transactionType,
+                              ZemServiceControllerCallbackIf* callback) {
+    if (!mOpen || callback == nullptr) {
+        return false;
+    }
+    boost::asio::post(mContext, [this, type = std::move(transactionType), callback]() mutable {
+        AddSubscription(std::move(type), callback);
+    });
+    return true;
+}
+
+void ConnectorCore::AddSubscription(std::string transactionType,
+                                    ZemServiceControllerCallbackIf* callback) {
+    // Who subscribes again gets the present state again, but each change only once.
+    mSubscriptions.remove_if([&](const Subscription& subscription) {
+        return subscription.callback == callback && subscription.transactionType == transactionType;
+    });
+    Subscription& subscription = mSubscriptions.emplace_back();
+    subscription.transactionType = std::move(transactionType);
+    subscription.callback = callback;
+    subscription.id = static_cast<std::int32_t>(mSubscriptions.size());
+    const host::TransactionType state = StateOf(subscription.transactionType);
+    DeliverSession(subscription);
+    DeliverActivation(subscription, state.activated);
+    DeliverConnection(subscription, state.connectionState);
+}
+
+void ConnectorCore::DeliverSession(const Subscription& subscription) {
+    Deliver([&] {
+        subscription.callback->ZemSCSessionStatus(mFile.sessionStatus == SessionStatus::kStarted
+                                                      ? SCSessionStatus::kActive
+                                                      : SCSessionStatus::kInactive);
+    });
+}
+
+void ConnectorCore::DeliverChanges(Subscription& subscription) {
+    const host::TransactionType state = StateOf(subscription.transactionType);
+    if (state.activated != subscription.delivered.activated) {
+        DeliverActivation(subscription, state.activated);
+    }
+    if (state.connectionState != subscription.delivered.connectionState) {
+        DeliverConnection(subscription, state.connectionState);
+    }
+}
+
+void ConnectorCore::DeliverActivation(Subscription& subscription, bool activated) {
+    subscription.delivered.activated = activated;
+    SCActivationStateUpdate update;
+    update.subscriptionId = subscription.id;
+    update.sequence = ++subscription.sequence;
+    update.transactionType = subscription.transactionType;
+    if (!activated) {
+        update.disabledReasons.push_back(kSwitchedOff);
+    }
+    Deliver([&] { subscription.callback->ZemSCActivationState(update); });
+}
+
+void ConnectorCore::DeliverConnection(Subscription& subscription,
+                                      SCConnectionState connectionState) {
+    subscription.delivered.connectionState = connectionState;
+    ZemServiceControllerCallbackIf::SCConnectionStateUpdate update;
+    update.subscriptionId = subscription.id;
+    update.sequence = ++subscription.sequence;
+    update.transactionType = subscription.transactionType;
+    update.connectionState = connectionState;
+    Deliver([&] { subscription.callback->ZemSCConnectionState(update); });
+}
+
+bool ConnectorCore::QueryUrl(std::string operationId, ZemServiceControllerCallbackIf* callback) {
+    if (!mOpen || callback == nullptr) {
+        return false;
+    }
+    boost::asio::post(mContext, [this, id = std::move(operationId), callback]() mutable {
+        AddUrlQuery(std::move(id), callback);
+    });
+    return true;
+}
+
+bool ConnectorCore::CanAnswerUrlQueries() const {
+    return mFile.sessionStatus == SessionStatus::kStarted ||
+           mFile.sessionStatus == SessionStatus::kRejected;
+}
+
+void ConnectorCore::AddUrlQuery(std::string operationId, ZemServiceControllerCallbackIf* callback) {
+    const int id = mNextUrlQueryId++;
+    UrlQuery& query = mUrlQueries[id];
+    query.operationId = std::move(operationId);
+    query.callback = callback;
+    if (CanAnswerUrlQueries()) {
+        AnswerUrlQuery(id);
+        return;
+    }
+    query.timer = std::make_unique<boost::asio::steady_timer>(mContext, mFile.urlTimeout);
+    query.timer->async_wait([this, id](const boost::system::error_code& error) {
+        if (!error) {
+            AnswerUrlQuery(id);
+        }
+    });
+}
+
+void ConnectorCore::AnswerUrlQuery(int id) {
+    const auto found = mUrlQueries.find(id);
+    if (found == mUrlQueries.end()) {
+        return;
+    }
+    const UrlQuery query = std::move(found->second);
+    mUrlQueries.erase(found);
+
+    SCUrlResult result;
+    result.operationTypeId = query.operationId;
+    result.result = kUrlFailed;
+    const auto url = mFile.invocationUrls.find(query.operationId);
+    if (mFile.sessionStatus != SessionStatus::kStarted) {
+        LogWarning("No session to get the URL of " + query.operationId);
+    } else if (url == mFile.invocationUrls.end()) {
+        LogWarning("No URL for the operation " + query.operationId);
+    } else {
+        result.result = 0;
+        result.url = url->second;
+    }
+    Deliver([&] { query.callback->ZemSCInvocationURL(result); });
+}
+
+void ConnectorCore::AnswerWaitingUrlQueries() {
+    while (CanAnswerUrlQueries() && !mUrlQueries.empty()) {
+        AnswerUrlQuery(mUrlQueries.begin()->first);
+    }
+}
+
+bool ConnectorCore::Connect(std::string operationId, std::string host, unsigned short port,
+                            ZemSocketCallbackIf* callback) {
+    const bool wellFormed = !host.empty() && host.size() <= kMaxHostSize && port != 0;
+    if (!mOpen || callback == nullptr || !wellFormed || mSession != SessionStatus::kStarted) {
+        return false;
+    }
+    if (mAttemptCount >= kMaxAttempts || *mLookupCount >= kMaxAttempts) {
+        LogWarning("Too many socket attempts are under way");
+        return false;
+    }
+    ++mAttemptCount;
+    boost::asio::post(mContext,
+                      [this, operation = std::move(operationId), name = std::move(host), port,
+                       callback] { StartAttempt(operation, name, port, callback); });
+    return true;
+}
+
+void ConnectorCore::StartAttempt(const std::string& operationId, const std::string& host,
+                                 unsigned short port, ZemSocketCallbackIf* callback) {
+    const int id = mNextAttemptId++;
+    const std::string peer = host + ":" + std::to_string(port) + " for " + operationId;
+    const auto attempt = std::make_shared<SocketAttempt>(
+        mContext, [this, id, peer, callback](SocketResult result, const std::string& detail) {
+            if (result.status != host::kSocketConnected) {
+                LogWarning("Can't connect to " + peer + ": " + detail);
+            }
+            OnAttemptDone(id, result, callback);
+        });
+    mAttempts[id] = attempt;
+    attempt->Start(mFile.connectTimeout);
+    StartLookup(id, host, port);
+}
+
+void ConnectorCore::StartLookup(int attemptId, const std::string& host, unsigned short port) {
+    // The system's resolver can't be interrupted, so its thread is left to itself: it holds
+    // nothing of ours but a weak reference.
+    const auto run = [weak = weak_from_this(), count = mLookupCount, lookup = mLookup, attemptId,
+                      host, port] {
+        const NameLookupResult result = LookUp(lookup, host, port);
+        --*count;
+        const auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        boost::asio::post(self->mContext, [core = self.get(), attemptId, result] {
+            const auto found = core->mAttempts.find(attemptId);
+            if (found != core->mAttempts.end()) {
+                const auto attempt = found->second;
+                attempt->UseAddresses(result);
+            }
+        });
+    };
+    ++*mLookupCount;
+    try {
+        std::thread(run).detach();
+    } catch (const std::system_error& error) {
+        --*mLookupCount;
+        const auto attempt = mAttempts.at(attemptId);
+        attempt->UseAddresses({{}, host::kSocketFailed, error.what()});
+    }
+}
+
+void ConnectorCore::OnAttemptDone(int attemptId, SocketResult result,
+                                  ZemSocketCallbackIf* callback) {
+    mAttempts.erase(attemptId);
+    --mAttemptCount;
+    const bool delivered = Deliver([&] { callback->ZemSocketResult(result); });
+    if (!delivered && result.socketFileDescriptor >= 0) {
+        close(result.socketFileDescriptor);
+    }
+}
+
+}  // namespace zem_connector

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <zem_connector_host/connector_file.h>
+
+#include <zem_connector/zem_connector.h>
+
+#include "file_watcher.h"
+#include "name_lookup.h"
+#include "socket_attempt.h"
+
+namespace zem_connector {
+
+/// What the library does on its own thread: watches its file, answers, and connects.
+///
+/// The thread shares the ownership with the `ZemConnector`, since a callback may destroy that.
+/// Operations that return a `bool` queue their work; every callback comes from `Run`, and none
+/// once `Close` was called, except for the one that is running.
+class ConnectorCore : public std::enable_shared_from_this<ConnectorCore> {
+public:
+    /// `sessionCallback` is not owned and may be null. `lookup` runs on threads of its own, which
+    /// nobody waits for.
+    ConnectorCore(std::string path, ZemSessionCallbackIf* sessionCallback, NameLookup lookup);
+
+    /// Reads the file and begins to watch it. To be called once, before `Run`.
+    SessionStatus Open();
+
+    /// The thread's work; returns after `Close`.
+    void Run();
+
+    /// Any thread; does not wait.
+    void Close();
+
+    /// True on the thread that is in `Run`.
+    bool IsLibraryThread() const;
+
+    bool Subscribe(std::string transactionType, ZemServiceControllerCallbackIf* callback);
+    bool QueryUrl(std::string operationId, ZemServiceControllerCallbackIf* callback);
+    /// The operation only stands in the log.
+    bool Connect(std::string operationId, std::string host, unsigned short port,
+                 ZemSocketCallbackIf* callback);
+
+private:
+    struct Subscription {
+        std::string transactionType;
+        ZemServiceControllerCallbackIf* callback{nullptr};
+        host::TransactionType delivered;
+        std::int32_t id{0};
+        std::int32_t sequence{0};
+    };
+
+    struct UrlQuery {
+        std::string operationId;
+        ZemServiceControllerCallbackIf* callback{nullptr};
+        std::unique_ptr<boost::asio::steady_timer> timer;
+    };
+
+    /// False, with a line in the log and everything as it was, if the file can't be used.
+    bool Load();
+    void OnFileChanged();
+    host::TransactionType StateOf(const std::string& transactionType) const;
+
+    void AddSubscription(std::string transactionType, ZemServiceControllerCallbackIf* callback);
+    void DeliverSession(const Subscription& subscription);
+    void DeliverActivation(Subscription& subscription, bool activated);
+    void DeliverConnection(Subscription& subscription,
+                           ZemServiceControllerCallbackIf::SCConnectionState connectionState);
+    void DeliverChanges(Subscription& subscription);
+
+    void AddUrlQuery(std::string operationId, ZemServiceControllerCallbackIf* callback);
+    void AnswerUrlQuery(int id);
+    void AnswerWaitingUrlQueries();
+    bool CanAnswerUrlQueries() const;
+
+    void StartAttempt(const std::string& operationId, const std::string& host, unsigned short port,
+                      ZemSocketCallbackIf* callback);
+    void StartLookup(int attemptId, const std::string& host, unsigned short port);
+    void OnAttemptDone(int attemptId, SocketResult result, ZemSocketCallbackIf* callback);
+
+    /// Runs a callback, unless closed; false if nobody was called.
+    template <typename Callback>
+    bool Deliver(const Callback& callback);
+
+    boost::asio::io_context mContext;
+    std::string mPath;
+    ZemSessionCallbackIf* mSessionCallback;
+    NameLookup mLookup;
+    FileWatcher mWatcher;
+
+    std::atomic<bool> mOpen{false};
+    std::atomic<std::thread::id> mThreadId{};
+    std::atomic<SessionStatus> mSession{SessionStatus::kStarting};
+    std::atomic<int> mAttemptCount{0};
+    /// Outlives this object together with a look-up that nobody waits for any more.
+    std::shared_ptr<std::atomic<int>> mLookupCount;
+
+    host::ConnectorFile mFile;
+    std::list<Subscription> mSubscriptions;
+    std::map<int, UrlQuery> mUrlQueries;
+    std::map<int, std::shared_ptr<SocketAttempt>> mAttempts;
+    int mNextUrlQueryId{0};
+    int mNextAttemptId{0};
+};
+
+}  // namespace zem_connector

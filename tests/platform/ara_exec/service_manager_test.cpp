@@ -1,0 +1,51 @@
+#include <cstdlib>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include <ara/exec/application_client.h>
+#include <ara/phm/health_channel.h>
+#include <ara/phm/phm_client.h>
+#include <ara/phm/supervision_entity.h>
+
+#include "platform/ara_exec/notify_socket.h"
+
+namespace {
+
+using ara::exec::ApplicationState;
+
+TEST(ServiceManagerTest, StatesCheckpointsAndHealthReachTheServiceManager) {
+    const NotifySocket manager;
+    const ara::exec::ApplicationClient application;
+    const ara::phm::Phm_client client("instance7");
+    const ara::phm::SupervisionEntity entity(client);
+    const ara::phm::HealthChannel channel(client);
+
+    EXPECT_FALSE(application.ReportApplicationState(ApplicationState::kRunning));
+    entity.CheckpointReached(3, 65535);
+    channel.ReportHealthStatus(4);
+    EXPECT_FALSE(application.ReportApplicationState(ApplicationState::kTerminating));
+
+    EXPECT_EQ(manager.Receive(), "READY=1");
+    EXPECT_EQ(manager.Receive(),
+              "WATCHDOG=1\nX_PHM_INSTANCE=instance7\nX_PHM_SUPERVISION_ENTITY=3\n"
+              "X_PHM_CHECKPOINT=65535");
+    EXPECT_EQ(manager.Receive(), "STATUS=instance7: health status 4");
+    EXPECT_EQ(manager.Receive(), "STOPPING=1");
+}
+
+TEST(ServiceManagerTest, ReportsSucceedWithoutAServiceManagerAndFailWithABrokenOne) {
+    const ara::exec::ApplicationClient application;
+    const ara::phm::SupervisionEntity entity{ara::phm::Phm_client("instance7")};
+
+    ::unsetenv("NOTIFY_SOCKET");
+    EXPECT_FALSE(application.ReportApplicationState(ApplicationState::kRunning));
+    EXPECT_NO_THROW(entity.CheckpointReached(1, 2));
+
+    ::setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);
+    EXPECT_TRUE(application.ReportApplicationState(ApplicationState::kRunning));
+    EXPECT_THROW(entity.CheckpointReached(1, 2), std::runtime_error);
+    ::unsetenv("NOTIFY_SOCKET");
+}
+
+}  // namespace

@@ -1,0 +1,312 @@
+#include <chrono>
+#include <map>
+#include <ostream>
+
+#include "store_fixture.h"
+
+namespace orv::sec::crypto::test {
+
+namespace {
+
+class CertificateHandlerTest : public OpenLibraryTest {
+protected:
+    void SetUp() override {
+        OpenLibraryTest::SetUp();
+        mHandler = mProvider->createCertificateHandler().GetObject();
+        ASSERT_NE(mHandler, nullptr);
+    }
+
+    CryptoResultCode Verify(const Identity& certificate, const Identity& issuer) {
+        return mHandler->verifyCertificate(ToBytes(certificate.Pem()), ToBytes(issuer.Pem()));
+    }
+
+    std::shared_ptr<operation::ICertificateHandler> mHandler;
+};
+
+struct PathCase {
+    const char* name;
+    CryptoResultCode expected;
+    CertificateTraits issuer;
+    CertificateTraits subject;
+};
+
+std::ostream& operator<<(std::ostream& stream, const PathCase& path) {
+    return stream << path.name;
+}
+
+CertificateTraits LeafTraits() {
+    CertificateTraits traits;
+    traits.extendedKeyUsage = "critical,clientAuth";
+    return traits;
+}
+
+template <typename Change>
+CertificateTraits With(CertificateTraits traits, Change change) {
+    change(traits);
+    return traits;
+}
+
+CertificateTraits WithExtension(CertificateTraits traits, const char* name, const char* value) {
+    traits.extensions[name] = value;
+    return traits;
+}
+
+std::vector<PathCase> PathCases() {
+    const auto good = CryptoResultCode::kSuccess;
+    const auto bad = CryptoResultCode::kVerificationFailed;
+    const CertificateTraits ca = CaTraits("CA");
+    const CertificateTraits leaf = LeafTraits();
+    const auto key = [](const char* type) {
+        return [type](CertificateTraits& traits) { traits.keyType = type; };
+    };
+    const auto digest = [](const char* name) {
+        return [name](CertificateTraits& traits) { traits.digest = name; };
+    };
+    const auto extensions = [](std::map<std::string, std::string> all) {
+        all.insert({{"basicConstraints", ""},
+                    {"keyUsage", ""},
+                    {"extendedKeyUsage", ""},
+                    {"subjectKeyIdentifier", ""},
+                    {"authorityKeyIdentifier", ""}});
+        return [all = std::move(all)](CertificateTraits& traits) { traits.extensions = all; };
+    };
+    const auto expired = [](CertificateTraits& traits) {
+        traits.notBefore -= std::chrono::hours(48);
+        traits.notAfter = traits.notBefore + std::chrono::hours(24);
+    };
+    const auto pathLength = [&ca](int length) {
+        return With(ca, [length](CertificateTraits& traits) { traits.pathLength = length; });
+    };
+    const auto bareCa = extensions({{"basicConstraints", "CA:TRUE"}});
+    return {
+        {"Ordinary", good, ca, leaf},
+        {"Sha384AndP384Issuer", good, With(ca, key("P-384")), With(leaf, digest("sha384"))},
+        {"Rsa2048Issuer", good, With(ca, key("RSA2048")), leaf},
+        {"IssuerWithoutKeyUsage", good, With(ca, bareCa), With(leaf, extensions({}))},
+        {"ExpiredLeaf", good, ca, With(leaf, expired)},
+        {"ExpiredIssuer", good, With(ca, expired), leaf},
+        {"UncriticalUnknownExtension", good, ca,
+         WithExtension(leaf, "1.3.6.1.4.1.99999.1", "ASN1:UTF8String:x")},
+        {"CriticalUnknownExtension", bad, ca,
+         WithExtension(leaf, "1.3.6.1.4.1.99999.1", "critical,ASN1:UTF8String:x")},
+        {"CriticalUnknownExtensionOfIssuer", bad,
+         WithExtension(ca, "1.3.6.1.4.1.99999.1", "critical,ASN1:UTF8String:x"), leaf},
+        {"CriticalPolicyConstraints", bad,
+         WithExtension(ca, "policyConstraints", "critical,requireExplicitPolicy:0"), leaf},
+        {"IssuerIsNoCa", bad,
+         With(ca,
+              extensions({{"basicConstraints", "critical,CA:FALSE"}, {"keyUsage", "keyCertSign"}})),
+         With(leaf, extensions({}))},
+        {"IssuerWithoutBasicConstraints", bad,
+         With(ca, extensions({{"keyUsage", "critical,keyCertSign"}})), With(leaf, extensions({}))},
+        {"IssuerMayNotSignCertificates", bad,
+         With(ca, extensions({{"basicConstraints", "critical,CA:TRUE"},
+                              {"keyUsage", "critical,digitalSignature"}})),
+         With(leaf, extensions({}))},
+        {"Md5", bad, With(ca, key("RSA2048")), With(leaf, digest("md5"))},
+        {"Sha1", bad, ca, With(leaf, digest("sha1"))},
+        {"ShortRsaIssuer", bad, With(ca, key("RSA1024")), leaf},
+        {"ShortRsaLeaf", bad, ca, With(leaf, key("RSA1024"))},
+        {"ShortCurveLeaf", bad, ca, With(leaf, key("P-192"))},
+        {"PathLengthAllowsLeaf", good, pathLength(0), leaf},
+        {"PathLengthForbidsIntermediate", bad, pathLength(0), CaTraits("Intermediate")},
+        {"PathLengthAllowsIntermediate", good, pathLength(1), CaTraits("Intermediate")},
+        {"NameConstraintsHold", good,
+         WithExtension(ca, "nameConstraints", "critical,permitted;DNS:unit.example"),
+         WithExtension(leaf, "subjectAltName", "DNS:a.unit.example")},
+        {"NameConstraintsViolated", bad,
+         WithExtension(ca, "nameConstraints", "critical,permitted;DNS:unit.example"),
+         WithExtension(leaf, "subjectAltName", "DNS:elsewhere.example")},
+    };
+}
+
+class CertificatePathTest : public CertificateHandlerTest,
+                            public ::testing::WithParamInterface<PathCase> {};
+
+TEST_P(CertificatePathTest, IsJudgedByItsIssuerAndNotByDates) {
+    const Identity issuer = SelfSigned(GetParam().issuer);
+    const Identity subject = IssuedBy(issuer, GetParam().subject);
+
+    EXPECT_EQ(Verify(subject, issuer), GetParam().expected);
+    EXPECT_EQ(mHandler->verifyCertificate(ToBytes(subject.Der()), ToBytes(issuer.Der())),
+              GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Zoo, CertificatePathTest, ::testing::ValuesIn(PathCases()),
+                         [](const auto& parameters) { return parameters.param.name; });
+
+TEST_F(CertificateHandlerTest, OnlyTheIssuerItselfVerifies) {
+    const Identity issuer = SelfSigned(CaTraits("CA"));
+    const Identity sameNameOtherKey = SelfSigned(CaTraits("CA"));
+    const Identity sameKeyOtherName =
+        SelfSigned(With(CaTraits("Other"), [&](auto& traits) { traits.key = issuer.key; }));
+    const Identity leaf = IssuedBy(issuer, LeafTraits());
+    const Identity leafWithoutKeyId =
+        IssuedBy(issuer, WithExtension(LeafTraits(), "authorityKeyIdentifier", ""));
+
+    EXPECT_EQ(Verify(leaf, sameNameOtherKey), CryptoResultCode::kVerificationFailed);
+    EXPECT_EQ(Verify(leaf, sameKeyOtherName), CryptoResultCode::kVerificationFailed);
+    EXPECT_EQ(Verify(leafWithoutKeyId, sameNameOtherKey), CryptoResultCode::kVerificationFailed);
+    EXPECT_EQ(Verify(leafWithoutKeyId, issuer), CryptoResultCode::kSuccess);
+    EXPECT_EQ(Verify(leaf, leaf), CryptoResultCode::kVerificationFailed);
+}
+
+TEST_F(CertificateHandlerTest, AuthorityKeyIdentifierMustMatchEvenIfTheSignatureDoes) {
+    const Identity issuer = SelfSigned(CaTraits("CA"));
+    // The same key and name, but another subject key identifier than the leaf names.
+    CertificateTraits twin = CaTraits("CA");
+    twin.key = issuer.key;
+    twin.extensions["subjectKeyIdentifier"] = "0102030405";
+
+    EXPECT_EQ(Verify(IssuedBy(issuer, LeafTraits()), SelfSigned(twin)),
+              CryptoResultCode::kVerificationFailed);
+}
+
+TEST_F(CertificateHandlerTest, ChangedCertificateDoesNotVerify) {
+    const Identity issuer = SelfSigned(CaTraits("CA"));
+    ByteVector changed = ToBytes(IssuedBy(issuer, LeafTraits()).Der());
+    changed.back() ^= 1;
+
+    EXPECT_EQ(mHandler->verifyCertificate(changed, ToBytes(issuer.Der())),
+              CryptoResultCode::kVerificationFailed);
+}
+
+TEST_F(CertificateHandlerTest, RootVerifiesItselfAndAnyRootOfABundleWillDo) {
+    const Identity root =
+        SelfSigned(With(CaTraits("Root"), [](auto& traits) { traits.pathLength = 0; }));
+    const Identity other = SelfSigned(CaTraits("Other"));
+    const Identity leaf = IssuedBy(root, LeafTraits());
+    const ByteVector bundle = ToBytes(other.Pem() + "\n" + root.Pem());
+
+    EXPECT_EQ(Verify(root, root), CryptoResultCode::kSuccess);
+    EXPECT_EQ(mHandler->verifyCertificate(ToBytes(leaf.Der()), bundle), CryptoResultCode::kSuccess);
+    EXPECT_EQ(mHandler->verifyCertificate(ToBytes(leaf.Der()), ToBytes(other.Pem())),
+              CryptoResultCode::kVerificationFailed);
+    EXPECT_EQ(mHandler->verifyCertificate(bundle, ToBytes(root.Pem())),
+              CryptoResultCode::kInvalidFormat);
+}
+
+TEST_F(CertificateHandlerTest, ChainSplitsInItsOrderAndElementsServeEverywhere) {
+    const Identity root = SelfSigned(CaTraits("Root"));
+    const Identity leaf = IssuedBy(root, LeafTraits());
+    const auto parts =
+        mHandler->splitCertificatesChain(ToBytes("\r\n" + leaf.Pem() + root.Pem() + " \n"));
+
+    ASSERT_TRUE(parts.IsSuccess()) << parts.GetMessage();
+    ASSERT_EQ(parts.GetObject().size(), 2U);
+    EXPECT_EQ(parts.GetObject()[0], ToBytes(leaf.Der()));
+    EXPECT_EQ(mHandler->verifyCertificate(parts.GetObject()[0], parts.GetObject()[1]),
+              CryptoResultCode::kSuccess);
+    EXPECT_EQ(mHandler->splitCertificatesChain(ToBytes(leaf.Der())).GetObject().size(), 1U);
+    EXPECT_EQ(
+        mHandler->pemToDer(ToBytes(leaf.Pem()), operation::PemFormat::kCertificate).GetObject(),
+        ToBytes(leaf.Der()));
+    EXPECT_EQ(
+        mHandler->pemToDer(ToBytes(leaf.Pem()), static_cast<operation::PemFormat>(1)).GetCode(),
+        CryptoResultCode::kUnsupported);
+}
+
+TEST_F(CertificateHandlerTest, GarbageIsRefused) {
+    const Identity leaf = SelfSigned(LeafTraits());
+    const std::string pem = leaf.Pem();
+    ByteVector longDer = ToBytes(leaf.Der());
+    longDer.push_back(0);
+    ByteVector shortDer = ToBytes(leaf.Der());
+    shortDer.pop_back();
+    std::string damaged = pem;
+    damaged.replace(60, 4, "!!!!");
+    const std::vector<ByteVector> inputs = {
+        {},
+        ToBytes(" \n"),
+        ToBytes("garbage"),
+        ToBytes(pem + "garbage"),
+        ToBytes("garbage\n" + pem),
+        ToBytes(pem.substr(0, pem.size() / 2)),
+        ToBytes(damaged),
+        ToBytes(PrivateKeyPem(leaf.key)),
+        ToBytes(pem + PrivateKeyPem(leaf.key)),
+        ToBytes(pem + std::string(1, '\0')),
+        ToBytes("-----BEGIN CERTIFICATE-----\n-----END CERTIFICATE-----\n"),
+        longDer,
+        shortDer,
+    };
+
+    for (const ByteVector& input : inputs) {
+        SCOPED_TRACE(ToText(input));
+        EXPECT_EQ(mHandler->splitCertificatesChain(input).GetCode(),
+                  CryptoResultCode::kInvalidFormat);
+        EXPECT_EQ(mHandler->verifyCertificate(input, ToBytes(leaf.Der())),
+                  CryptoResultCode::kInvalidFormat);
+        EXPECT_EQ(mHandler->getCertificateIssuerCommonName(input).GetCode(),
+                  CryptoResultCode::kInvalidFormat);
+        EXPECT_NE(mStore->storeCertificate(Cert("X"), input), CryptoResultCode::kSuccess);
+    }
+    EXPECT_EQ(mStore->loadCertificate(Cert("X")).GetCode(), CryptoResultCode::kNotFound);
+}
+
+TEST_F(CertificateHandlerTest, SizesAreLimited) {
+    const std::string pem = SelfSigned(LeafTraits()).Pem();
+    std::string sixteen;
+    for (int count = 0; count < 16; ++count) {
+        sixteen += pem;
+    }
+
+    EXPECT_EQ(mHandler->splitCertificatesChain(ToBytes(sixteen)).GetObject().size(), 16U);
+    EXPECT_EQ(mHandler->splitCertificatesChain(ToBytes(sixteen + pem)).GetCode(),
+              CryptoResultCode::kTooLarge);
+    EXPECT_EQ(mHandler->splitCertificatesChain(ByteVector(256 * 1024 + 1, ' ')).GetCode(),
+              CryptoResultCode::kTooLarge);
+}
+
+TEST_F(CertificateHandlerTest, CommonNameIsTheSubjectsAndMustBeClear) {
+    const Identity issuer = SelfSigned(CaTraits("Issuer"));
+    const auto nameOf = [&](const std::vector<std::string>& names) {
+        const Identity made =
+            IssuedBy(issuer, With({}, [](auto& traits) { traits.commonName.reset(); }));
+        for (const std::string& name : names) {
+            // As bytes of a fixed type, because OpenSSL checks the length of any other text.
+            EXPECT_EQ(X509_NAME_add_entry_by_NID(
+                          X509_get_subject_name(made.certificate.get()), NID_commonName,
+                          V_ASN1_UTF8STRING, reinterpret_cast<const unsigned char*>(name.data()),
+                          static_cast<int>(name.size()), -1, 0),
+                      1);
+        }
+        EXPECT_GT(X509_sign(made.certificate.get(), issuer.key.get(), EVP_sha256()), 0);
+        return mHandler->getCertificateIssuerCommonName(ToBytes(made.Pem()));
+    };
+
+    EXPECT_EQ(nameOf({"VNTREL0KZ:C003"}).GetObject(), "VNTREL0KZ:C003");
+    EXPECT_EQ(nameOf({"Stra\xc3\x9f"
+                      "e"})
+                  .GetObject(),
+              "Stra\xc3\x9f"
+              "e");
+    EXPECT_EQ(nameOf({}).GetCode(), CryptoResultCode::kNotFound);
+    EXPECT_EQ(nameOf({""}).GetCode(), CryptoResultCode::kNotFound);
+    EXPECT_EQ(nameOf({"VIN:C003", "OTHER:C003"}).GetCode(), CryptoResultCode::kInvalidFormat);
+    EXPECT_EQ(nameOf({std::string("VIN:C003\0.evil", 14)}).GetCode(),
+              CryptoResultCode::kInvalidFormat);
+}
+
+TEST_F(CertificateHandlerTest, DatesAreSecondsSinceTheEpoch) {
+    const auto dates = [&](const char* first, const char* last) {
+        // The years lie beyond what the system clock's type holds.
+        const Identity made = SelfSigned({});
+        X509* certificate = made.certificate.get();
+        EXPECT_EQ(ASN1_TIME_set_string_X509(X509_getm_notBefore(certificate), first), 1);
+        EXPECT_EQ(ASN1_TIME_set_string_X509(X509_getm_notAfter(certificate), last), 1);
+        EXPECT_GT(X509_sign(certificate, made.key.get(), EVP_sha256()), 0);
+        const ByteVector bytes = ToBytes(made.Pem());
+        return std::make_pair(mHandler->getCertificateNotBeforeDate(bytes).GetObject(),
+                              mHandler->getCertificateNotAfterDate(bytes).GetObject());
+    };
+
+    EXPECT_EQ(dates("20240229120000Z", "99991231235959Z"),
+              std::make_pair(std::int64_t{1709208000}, std::int64_t{253402300799}));
+    EXPECT_EQ(dates("19500101000000Z", "20491231235959Z"),
+              std::make_pair(std::int64_t{-631152000}, std::int64_t{2524607999}));
+}
+
+}  // namespace
+
+}  // namespace orv::sec::crypto::test

@@ -1,0 +1,233 @@
+#include <cstdlib>
+#include <fstream>
+#include <future>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zem_connector_host/connector_file.h>
+#include <zem_connector_host/socket_status.h>
+
+#include <zem_connector/zem_connector.h>
+
+#include "callback_recorder.h"
+#include "tcp_listener.h"
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+
+namespace zem_connector {
+
+using host::ConnectorFile;
+using SCConnectionState = ZemServiceControllerCallbackIf::SCConnectionState;
+
+class ZemConnectorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        mFile.transactionTypes["type"] = {true, SCConnectionState::kOnDemand};
+        mFile.invocationUrls["type.op"] = "https://backend/x";
+    }
+
+    /// What the next connector takes for its file.
+    static std::string UseFile(const std::string& path) {
+        setenv("ZEM_CONNECTOR_CONFIG", path.c_str(), 1);
+        return path;
+    }
+
+    void WriteFile() { ASSERT_TRUE(mFile.WriteAtomically(mPath)); }
+    void WriteInPlace(const std::string& text) { std::ofstream(mPath) << text; }
+
+    SessionStatus StartWith(SessionStatus status) {
+        mFile.sessionStatus = status;
+        EXPECT_TRUE(mFile.WriteAtomically(mPath));
+        return mConnector.Start();
+    }
+
+    void ExpectSubscribed(const std::string& activation, int connection) {
+        ASSERT_TRUE(mConnector.SubscribeTransactionTypeState("type", &mRecorder, 0));
+        EXPECT_EQ(mRecorder.Next().substr(0, 10), "controller");
+        EXPECT_EQ(mRecorder.Next(), "activation type " + activation);
+        EXPECT_EQ(mRecorder.Next(), "connection type " + std::to_string(connection));
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+    testing_support::CapturedLog mLog;
+    std::string mPath = UseFile(mDirectory.File("ZemConnector.json"));
+    ConnectorFile mFile;
+    CallbackRecorder mRecorder;
+    ZemConnector mConnector{&mRecorder, nullptr};
+};
+
+TEST_F(ZemConnectorTest, ARejectedSessionRefusesEverything) {
+    EXPECT_EQ(StartWith(SessionStatus::kRejected), SessionStatus::kRejected);
+    EXPECT_FALSE(mConnector.SubscribeTransactionTypeState("type", &mRecorder, 0));
+    EXPECT_FALSE(mConnector.GetInvocationUrl("type.op", &mRecorder));
+    EXPECT_FALSE(mConnector.SocketConnect("type.op", "127.0.0.1", 1, &mRecorder));
+}
+
+TEST_F(ZemConnectorTest, AnIdleSessionMayStillComeAndAUrlQueryWaitsForIt) {
+    EXPECT_EQ(StartWith(SessionStatus::kIdle), SessionStatus::kStarting);
+    ASSERT_TRUE(mConnector.GetInvocationUrl("type.op", &mRecorder));
+    mFile.sessionStatus = SessionStatus::kStarted;
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "session 2");
+    EXPECT_EQ(mRecorder.Next(), "url 0 type.op https://backend/x");
+}
+
+TEST_F(ZemConnectorTest, AFileThatComesLaterBringsTheSession) {
+    EXPECT_EQ(mConnector.Start(), SessionStatus::kStarting);
+    EXPECT_GT(mLog.Count(mPath + ": No such file or directory; the last good state stays"), 0U);
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "session 2");
+}
+
+TEST_F(ZemConnectorTest, ADirectoryThatComesLaterIsNoticed) {
+    const std::string directory = mDirectory.File("later");
+    UseFile(directory + "/file.json");
+    ZemConnector connector(&mRecorder, nullptr);
+    EXPECT_EQ(connector.Start(), SessionStatus::kStarting);
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    ASSERT_TRUE(mFile.WriteAtomically(directory + "/file.json"));
+    EXPECT_EQ(mRecorder.Next(), "session 2");
+}
+
+TEST_F(ZemConnectorTest, ASubscriberGetsThePresentStateAndThenEachChange) {
+    StartWith(SessionStatus::kStarted);
+    ExpectSubscribed("on", 2);
+    mFile.transactionTypes["type"].connectionState = SCConnectionState::kConnected;
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "connection type 3");
+    mFile.transactionTypes["type"].activated = false;
+    WriteInPlace(mFile.ToJson());
+    EXPECT_EQ(mRecorder.Next(), "activation type off");
+    mFile.transactionTypes.clear();
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "connection type 0");
+    ExpectSubscribed("off", 0);
+    mFile.sessionStatus = SessionStatus::kRejected;
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "session 3");
+}
+
+TEST_F(ZemConnectorTest, ABadFileLeavesTheLastGoodState) {
+    StartWith(SessionStatus::kStarted);
+    WriteInPlace("{\"sessionStatus\": \"star");
+    ExpectSubscribed("on", 2);
+    WriteInPlace(std::string(ConnectorFile::kMaxSize + 1, ' '));
+    ASSERT_EQ(unlink(mPath.c_str()), 0);
+    ASSERT_EQ(mkfifo(mPath.c_str(), 0600), 0);
+    ExpectSubscribed("on", 2);
+    ASSERT_EQ(unlink(mPath.c_str()), 0);
+    mFile.transactionTypes["type"].activated = false;
+    WriteFile();
+    EXPECT_EQ(mRecorder.Next(), "activation type off");
+    EXPECT_GT(mLog.Count("the last good state stays"), 0U);
+}
+
+TEST_F(ZemConnectorTest, AUrlQueryIsAnsweredOnceWhetherKnownOrNot) {
+    StartWith(SessionStatus::kStarted);
+    ASSERT_TRUE(mConnector.GetInvocationUrl("type.op", &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), "url 0 type.op https://backend/x");
+    ASSERT_TRUE(mConnector.GetInvocationUrl("other.op", &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), "url 1 other.op ");
+    EXPECT_FALSE(mConnector.GetInvocationUrl("type.op", nullptr));
+}
+
+TEST_F(ZemConnectorTest, AUrlQueryFailsIfNoSessionComesInTime) {
+    mFile.urlTimeout = std::chrono::milliseconds(1);
+    StartWith(SessionStatus::kStarting);
+    ASSERT_TRUE(mConnector.GetInvocationUrl("type.op", &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), "url 1 type.op ");
+}
+
+TEST_F(ZemConnectorTest, AConnectedSocketIsHandedOverReadyForUse) {
+    TcpListener listener;
+    StartWith(SessionStatus::kStarted);
+    ASSERT_TRUE(mConnector.SocketConnect("type.op", "localhost", listener.Port(), &mRecorder));
+    ASSERT_EQ(mRecorder.Next(), "socket 0");
+    const int socket = mRecorder.Socket();
+    EXPECT_EQ(fcntl(socket, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    int noDelay = 0;
+    socklen_t size = sizeof(noDelay);
+    EXPECT_EQ(getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
+    EXPECT_NE(noDelay, 0);
+
+    const int peer = listener.Accept();
+    ASSERT_EQ(write(peer, "x", 1), 1);
+    char received = 0;
+    EXPECT_EQ(read(socket, &received, 1), 1);
+    EXPECT_EQ(received, 'x');
+    close(peer);
+    close(socket);
+}
+
+TEST_F(ZemConnectorTest, ARefusedConnectionHasItsOwnStatus) {
+    TcpListener listener;
+    listener.Close();
+    StartWith(SessionStatus::kStarted);
+    ASSERT_TRUE(mConnector.SocketConnect("type.op", "127.0.0.1", listener.Port(), &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), "socket " + std::to_string(host::kSocketRefused));
+    EXPECT_EQ(mRecorder.Socket(), -1);
+}
+
+TEST_F(ZemConnectorTest, APeerThatDoesNotAnswerTimesOut) {
+    TcpListener listener(0);
+    listener.StopAnswering();
+    mFile.connectTimeout = std::chrono::milliseconds(50);
+    StartWith(SessionStatus::kStarted);
+    ASSERT_TRUE(mConnector.SocketConnect("type.op", "127.0.0.1", listener.Port(), &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), "socket " + std::to_string(host::kSocketTimeout));
+}
+
+TEST_F(ZemConnectorTest, AnAttemptThatMakesNoSenseIsRefused) {
+    StartWith(SessionStatus::kStarted);
+    EXPECT_FALSE(mConnector.SocketConnect("type.op", "", 80, &mRecorder));
+    EXPECT_FALSE(mConnector.SocketConnect("type.op", std::string(256, 'a'), 80, &mRecorder));
+    EXPECT_FALSE(mConnector.SocketConnect("type.op", "localhost", 0, &mRecorder));
+    EXPECT_FALSE(mConnector.SocketConnect("type.op", "localhost", 80, nullptr));
+}
+
+TEST_F(ZemConnectorTest, AfterStopNothingComesWhateverWasUnderWay) {
+    TcpListener listener(0);
+    listener.StopAnswering();
+    StartWith(SessionStatus::kStarted);
+    for (int round = 0; round < 50; ++round) {
+        CallbackRecorder recorder;
+        ZemConnector connector(&recorder, nullptr);
+        ASSERT_EQ(connector.Start(), SessionStatus::kStarted);
+        connector.SubscribeTransactionTypeState("type", &recorder, 0);
+        connector.GetInvocationUrl("type.op", &recorder);
+        connector.SocketConnect("type.op", "127.0.0.1", listener.Port(), &recorder);
+        if (round % 2 == 0) {
+            EXPECT_EQ(recorder.Next(), "controller 1");
+        }
+        connector.Stop();
+        const std::size_t waiting = recorder.Waiting();
+        WriteFile();
+        EXPECT_FALSE(connector.GetInvocationUrl("type.op", &recorder));
+        EXPECT_EQ(connector.Start(), SessionStatus::kRejected);
+        EXPECT_EQ(recorder.Waiting(), waiting);
+    }
+}
+
+TEST_F(ZemConnectorTest, StopInsideACallbackIsTheLastCallback) {
+    mRecorder.inCallback = [this] { mConnector.Stop(); };
+    StartWith(SessionStatus::kStarted);
+    mConnector.SubscribeTransactionTypeState("type", &mRecorder, 0);
+    EXPECT_EQ(mRecorder.Next(), "controller 1");
+    mConnector.Stop();
+    EXPECT_EQ(mRecorder.Waiting(), 0U);
+}
+
+TEST_F(ZemConnectorTest, ACallbackMayDestroyTheConnector) {
+    auto connector = std::make_unique<ZemConnector>(nullptr, nullptr);
+    mRecorder.inCallback = [&connector] { connector.reset(); };
+    StartWith(SessionStatus::kStarted);
+    connector->Start();
+    connector->GetInvocationUrl("type.op", &mRecorder);
+    EXPECT_EQ(mRecorder.Next(), "url 0 type.op https://backend/x");
+    EXPECT_EQ(connector, nullptr);
+}
+
+}  // namespace zem_connector
