@@ -1,0 +1,331 @@
+#include "certificates/x509_crypto_api_validator.h"
+
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <orv/sec/crypto/common/crypto_allocator.h>
+#include <orv/sec/crypto/common/crypto_result_code.h>
+#include <orv/sec/crypto/common/i_cert_id.h>
+#include <orv/sec/crypto/common/i_key_id.h>
+#include <orv/sec/crypto/operation/i_digital_signature.h>
+
+#include "certificates/certificate_ids.h"
+#include "certificates/crypto_api_instance.h"
+#include "certificates/library_values.h"
+#include "logging/qel_log_entry.h"
+#include "logging/qel_logging.h"
+
+namespace vintrel {
+
+namespace {
+
+using orv::sec::crypto::common::ByteVector;
+using orv::sec::crypto::common::CryptoResultCode;
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+using std::chrono::system_clock;
+
+constexpr std::chrono::hours kOneYear{365 * 24};
+
+void LogError(const char* operation, const char* text) {
+    QELLogging::LogError(QELLogEntry(operation) << text);
+}
+
+void LogError(const char* operation, const char* text, CryptoResultCode code) {
+    QELLogging::LogError(QELLogEntry(operation) << text << CodeText(code));
+}
+
+void LogInfo(const char* operation, const char* text, CryptoResultCode code) {
+    QELLogging::LogInfo(QELLogEntry(operation) << text << CodeText(code));
+}
+
+/// The clock counts nanoseconds and ends in 2262, certificates may not (RFC 5280 has 9999 for "no
+/// end"): what lies beyond either end of the clock becomes that end.
+system_clock::time_point FromEpochSeconds(std::int64_t seconds) {
+    using std::chrono::duration_cast;
+    constexpr auto kFirst =
+        duration_cast<std::chrono::seconds>(system_clock::time_point::min().time_since_epoch());
+    constexpr auto kLast =
+        duration_cast<std::chrono::seconds>(system_clock::time_point::max().time_since_epoch());
+    const std::chrono::seconds sinceEpoch(seconds);
+    if (sinceEpoch < kFirst) {
+        return system_clock::time_point::min();
+    }
+    if (sinceEpoch > kLast) {
+        return system_clock::time_point::max();
+    }
+    return system_clock::time_point(sinceEpoch);
+}
+
+system_clock::time_point OneYearAfter(system_clock::time_point time) {
+    return time > system_clock::time_point::max() - kOneYear ? system_clock::time_point::max()
+                                                             : time + kOneYear;
+}
+
+}  // namespace
+
+std::shared_ptr<X509ValidatorIf> X509ValidatorIf::CreateX509Validator() {
+    return std::make_shared<X509CryptoApiValidator>();
+}
+
+X509CryptoApiValidator::X509CryptoApiValidator()
+    : mCryptoLib(CryptoApiInstance::GetCryptoApiInstance()) {
+    if (!mCryptoLib) {
+        FailConstruction("Crypto API initialization failed");
+    }
+    auto handlerResult = mCryptoLib->createCertificateHandler();
+    if (!handlerResult.IsSuccess()) {
+        FailConstruction("createCertificateHandler failed");
+    }
+    mCertificateHandler = std::move(handlerResult).GetObject();
+    if (!mCertificateHandler) {
+        FailConstruction("createCertificateHandler returned null");
+    }
+    auto managerResult = mCryptoLib->createTrustStoreManager();
+    if (!managerResult.IsSuccess()) {
+        FailConstruction("createTrustStoreManager failed");
+    }
+    const auto manager = std::move(managerResult).GetObject();
+    if (!manager) {
+        FailConstruction("createTrustStoreManager returned null");
+    }
+    auto storeResult = manager->lookupTrustStore(kKeyIdTiv);
+    if (!storeResult.IsSuccess()) {
+        storeResult = manager->createTrustStore(kKeyIdTiv);
+        if (!storeResult.IsSuccess()) {
+            FailConstruction("Failed to create temporary trust store");
+        }
+    }
+    mTempTrustStore = std::move(storeResult).GetObject();
+}
+
+X509CryptoApiValidator::~X509CryptoApiValidator() {
+    Deinit();
+}
+
+void X509CryptoApiValidator::Deinit() {
+    mTempTrustStore.reset();
+    mCertificateHandler.reset();
+    mCryptoLib.reset();
+}
+
+void X509CryptoApiValidator::FailConstruction(const char* text) {
+    Deinit();
+    throw std::runtime_error(text);
+}
+
+std::vector<std::string> X509CryptoApiValidator::SplitCertificateChain(
+    std::string certificateChain) const {
+    const auto result =
+        mCertificateHandler->splitCertificatesChain(ToLibraryBytes(certificateChain));
+    if (!result.IsSuccess()) {
+        LogError("SplitCertificateChain", ": splitCertificatesChain failed: ", result.GetCode());
+        return {};
+    }
+    std::vector<std::string> certificates;
+    certificates.reserve(result.GetObject().size());
+    for (const ByteVector& certificate : result.GetObject()) {
+        certificates.push_back(ToPlainString(certificate));
+    }
+    return certificates;
+}
+
+std::string X509CryptoApiValidator::EncodePemToDer(const std::string& pem) const {
+    const auto result = mCertificateHandler->pemToDer(
+        ToLibraryBytes(pem), orv::sec::crypto::operation::PemFormat::kCertificate);
+    if (!result.IsSuccess()) {
+        LogError("EncodePemToDer", ": pemToDer failed: ", result.GetCode());
+        return {};
+    }
+    return ToPlainString(result.GetObject());
+}
+
+bool X509CryptoApiValidator::ValidateCertificatePath(const std::vector<std::string>& certificates,
+                                                     const std::string& rootCertificate,
+                                                     const std::string& commonName,
+                                                     system_clock::time_point /*now*/) const {
+    constexpr const char* kOperation = "ValidateCertificatePath";
+    if (rootCertificate.empty()) {
+        LogError(kOperation, ": provided root certificate is empty");
+        return false;
+    }
+    if (commonName.empty()) {
+        LogError(kOperation, ": provided common name is empty");
+        return false;
+    }
+    for (std::size_t i = 0; i < certificates.size(); ++i) {
+        const std::string& issuer =
+            i + 1 < certificates.size() ? certificates[i + 1] : rootCertificate;
+        const CryptoResultCode code = mCertificateHandler->verifyCertificate(
+            ToLibraryBytes(certificates[i]), ToLibraryBytes(issuer));
+        if (code != CryptoResultCode::kSuccess) {
+            LogInfo(kOperation, ": verifyCertificate failed: ", code);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool X509CryptoApiValidator::CheckCertificatePublicKey(const std::string& certificate,
+                                                       const std::string& publicKey) const {
+    constexpr const char* kOperation = "CheckCertificatePublicKey";
+    if (publicKey.empty()) {
+        LogError(kOperation, ": Invalid public key");
+        return false;
+    }
+    const auto keyHandle = StoreAndMakeKeyHandle(certificate, kOperation);
+    if (!keyHandle) {
+        return false;
+    }
+    const auto certificateKey = mTempTrustStore->loadPublicKey(keyHandle);
+    if (!certificateKey.IsSuccess()) {
+        LogError(kOperation, ": loadPublicKey failed: ", certificateKey.GetCode());
+        return false;
+    }
+    if (certificateKey.GetObject() != ToLibraryBytes(publicKey)) {
+        LogError(kOperation, ": The Certificate and the Key do not match!");
+        return false;
+    }
+    QELLogging::LogInfo(QELLogEntry(kOperation) << ": The Certificate and the Key match");
+    return true;
+}
+
+std::string X509CryptoApiValidator::GetCertificateCommonName(const std::string& certificate) const {
+    auto result = mCertificateHandler->getCertificateIssuerCommonName(ToLibraryBytes(certificate));
+    if (!result.IsSuccess()) {
+        LogInfo("GetCertificateCommonName",
+                ": getCertificateIssuerCommonName failed: ", result.GetCode());
+        return {};
+    }
+    return std::move(result).GetObject();
+}
+
+bool X509CryptoApiValidator::CheckCertificateValidityTime(const std::string& certificate,
+                                                          system_clock::time_point now) const {
+    constexpr const char* kOperation = "CheckCertificateValidityTime";
+    const ByteVector bytes = ToLibraryBytes(certificate);
+    const auto notBeforeResult = mCertificateHandler->getCertificateNotBeforeDate(bytes);
+    if (!notBeforeResult.IsSuccess()) {
+        LogInfo(kOperation, ": getCertificateNotBeforeDate failed: ", notBeforeResult.GetCode());
+        return false;
+    }
+    const auto notAfterResult = mCertificateHandler->getCertificateNotAfterDate(bytes);
+    if (!notAfterResult.IsSuccess()) {
+        LogInfo(kOperation, ": getCertificateNotAfterDate failed: ", notAfterResult.GetCode());
+        return false;
+    }
+    const auto notBefore = FromEpochSeconds(notBeforeResult.GetObject());
+    const auto notAfter = FromEpochSeconds(notAfterResult.GetObject());
+    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: Current system time is ")
+                        << timePointToString(now));
+    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: The TIV Certificate is valid from ")
+                        << timePointToString(notBefore));
+    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: The TIV Certificate expires at ")
+                        << timePointToString(notAfter));
+    if (now < notBefore) {
+        QELLogging::LogInfo("The Certificate is not valid yet");
+        return false;
+    }
+    if (notAfter < OneYearAfter(now)) {
+        QELLogging::LogInfo("The Certificate expires in less than one year");
+        return false;
+    }
+    QELLogging::LogInfo("The Certificate is currently valid");
+    return true;
+}
+
+bool X509CryptoApiValidator::VerifySignature(const std::string& certificate,
+                                             const std::vector<std::uint8_t>& content,
+                                             const std::vector<std::uint8_t>& signature,
+                                             const std::string& /*algorithm*/) const {
+    constexpr const char* kOperation = "VerifySignature";
+    const auto keyHandle = StoreAndMakeKeyHandle(certificate, kOperation);
+    if (!keyHandle) {
+        return false;
+    }
+    auto verifierResult = mCryptoLib->createDigitalSignature(
+        {orv::sec::crypto::operation::SignatureAlgorithm::kEcdsaSha256, keyHandle});
+    if (!verifierResult.IsSuccess()) {
+        LogError(kOperation, ": createDigitalSignature failed: ", verifierResult.GetCode());
+        return false;
+    }
+    const auto verifier = std::move(verifierResult).GetObject();
+    if (!verifier) {
+        LogError(kOperation, ": createDigitalSignature returned null");
+        return false;
+    }
+    const CryptoResultCode code =
+        verifier->verify(ToLibraryBytes(signature), ToLibraryBytes(content));
+    if (code != CryptoResultCode::kSuccess) {
+        LogError(kOperation, ": verification failed: ", code);
+        return false;
+    }
+    QELLogging::LogInfo(QELLogEntry(kOperation) << ": verification succeeded");
+    return true;
+}
+
+bool X509CryptoApiValidator::StoreTempCertificate(const std::string& certificate) const {
+    constexpr const char* kOperation = "StoreTempCertificate";
+    if (certificate.empty()) {
+        LogError(kOperation, ": certificate is empty");
+        return false;
+    }
+    if (!mTempTrustStore) {
+        LogError(kOperation, ": temporary trust store is null");
+        return false;
+    }
+    auto handleResult = mTempTrustStore->makeCertId(kKeyIdTivTmp);
+    if (!handleResult.IsSuccess()) {
+        LogError(kOperation, ": makeCertId failed: ", handleResult.GetCode());
+        return false;
+    }
+    const auto handle = std::move(handleResult).GetObject();
+    if (!handle) {
+        LogError(kOperation, ": makeCertId returned nullptr");
+        return false;
+    }
+    const CryptoResultCode code =
+        mTempTrustStore->storeCertificate(handle, ToLibraryBytes(certificate));
+    if (code != CryptoResultCode::kSuccess) {
+        LogError(kOperation, ": storeCertificate: ", code);
+        return false;
+    }
+    return true;
+}
+
+std::shared_ptr<const orv::sec::crypto::common::IKeyID>
+X509CryptoApiValidator::StoreAndMakeKeyHandle(const std::string& certificate,
+                                              const char* operation) const {
+    if (!StoreTempCertificate(certificate)) {
+        LogError(operation, ": StoreTempCertificate failed");
+        return nullptr;
+    }
+    auto result = mTempTrustStore->makeKeyId(kKeyIdTivTmp);
+    if (!result.IsSuccess()) {
+        LogError(operation, ": makeKeyId failed: ", result.GetCode());
+        return nullptr;
+    }
+    auto handle = std::move(result).GetObject();
+    if (!handle) {
+        LogError(operation, ": makeKeyId returned null");
+    }
+    return handle;
+}
+
+std::string timePointToString(system_clock::time_point time) {
+    const std::time_t seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
+    std::tm brokenDown{};
+    if (::gmtime_r(&seconds, &brokenDown) == nullptr) {
+        QELLogging::LogError("timePointToStringError: gmtime returned nullptr");
+        return {};
+    }
+    std::ostringstream text;
+    text << std::put_time(&brokenDown, "%Y/%m/%d %H:%M:%S UTC");
+    return text.str();
+}
+
+}  // namespace vintrel

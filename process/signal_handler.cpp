@@ -1,0 +1,114 @@
+#include "process/signal_handler.h"
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): sigaction is not in <csignal>
+#include <unistd.h>
+
+#include "logging/qel_logging.h"
+
+namespace signal_handler {
+
+using qel_logging::QELLogEntry;
+using qel_logging::QELLogging;
+
+namespace {
+
+/// The real handler gets no context, so the write end of the pipe has to be found here.
+std::atomic<int> gWriteEnd{-1};
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may not wait for a lock");
+
+unsigned char StopMessage() {
+    return static_cast<unsigned char>(SIGRTMIN);
+}
+
+bool WriteMessage(int fd, unsigned char message) {
+    return ::write(fd, &message, sizeof(message)) == sizeof(message);
+}
+
+void Catch(int signal, const char* failure) {
+    struct sigaction action {};
+    action.sa_handler = &HandleSignal;
+    action.sa_flags = SA_RESTART;
+    ::sigemptyset(&action.sa_mask);
+    if (::sigaction(signal, &action, nullptr) != 0) {
+        QELLogging::LogError(failure);
+    }
+}
+
+}  // namespace
+
+void HandleSignal(int signal) {
+    const int savedErrno = errno;
+    const int writeEnd = gWriteEnd;
+    if (writeEnd >= 0) {
+        static_cast<void>(WriteMessage(writeEnd, static_cast<unsigned char>(signal)));
+    }
+    errno = savedErrno;
+}
+
+SignalHandler::SignalHandler(std::function<void()> terminate) : mTerminate(std::move(terminate)) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
+        // Once nobody reads any more, a signal must not block on a full pipe.
+        static_cast<void>(::fcntl(ends[1], F_SETFL, O_WRONLY | O_NONBLOCK));
+        mReadEnd = ends[0];
+        gWriteEnd = ends[1];
+    }
+    mThread = std::thread(&SignalHandler::HandleMessages, this);
+    Catch(SIGTERM, "SignalHandler: Failed to set SIGTERM handler");
+    Catch(SIGPIPE, "SignalHandler: Failed to set SIGPIPE handler");
+}
+
+SignalHandler::~SignalHandler() {
+    const int writeEnd = gWriteEnd;
+    // A full pipe is either being emptied or of no interest to anybody.
+    while (writeEnd >= 0 && !WriteMessage(writeEnd, StopMessage()) &&
+           (errno == EAGAIN || errno == EINTR) && !mThreadEnded) {
+        std::this_thread::yield();
+    }
+    if (mThread.joinable()) {
+        mThread.join();
+    }
+}
+
+void SignalHandler::HandleMessages() {
+    while (true) {
+        if (mReadEnd < 0) {
+            QELLogging::LogError("SignalHandler: Invalid pipe descriptor");
+            break;
+        }
+        const int signal = ReadMessage();
+        if (signal < 0) {
+            QELLogging::LogError("SignalHandler: Error reading pipe");
+            break;
+        }
+        QELLogging::LogInfo(QELLogEntry() << "SignalHandler: Signal " << signal << " caught");
+        if (signal == StopMessage()) {
+            QELLogging::LogInfo("SignalHandler: STOP message received.");
+            break;
+        }
+        if (signal == SIGTERM) {
+            QELLogging::LogInfo("SignalHandler: SIGTERM received.");
+            // From here on nobody reads, whatever comes.
+            mThreadEnded = true;
+            mTerminate();
+            break;
+        }
+    }
+    mThreadEnded = true;
+}
+
+int SignalHandler::ReadMessage() const {
+    unsigned char message = 0;
+    ssize_t count = 0;
+    do {
+        count = ::read(mReadEnd, &message, sizeof(message));
+    } while (count < 0 && errno == EINTR);
+    return count == 1 ? message : -1;
+}
+
+}  // namespace signal_handler

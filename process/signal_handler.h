@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace signal_handler {
+
+/// Installed for SIGTERM and SIGPIPE: hands the number of the signal to the thread of the
+/// SignalHandler, and does nothing where there is none. Safe in signal context.
+void HandleSignal(int signal);
+
+/// Turns SIGTERM into a function call on a thread of its own; SIGPIPE is only logged.
+///
+/// One may exist at a time. The signals stay caught, and then go unheard, after its end.
+class SignalHandler {
+public:
+    /// `terminate` is called once at most, on the handler's thread, and must not destroy the
+    /// handler. If the system refuses, an error is logged and signals go unheard.
+    explicit SignalHandler(std::function<void()> terminate);
+    /// Waits for a call of `terminate` that is being made.
+    ~SignalHandler();
+
+    SignalHandler(const SignalHandler&) = delete;
+    SignalHandler& operator=(const SignalHandler&) = delete;
+
+private:
+    void HandleMessages();
+    /// One byte of the pipe, or a negative value on failure.
+    int ReadMessage() const;
+
+    std::function<void()> mTerminate;
+    int mReadEnd = -1;  ///< stays open for good, like the write end: a late signal may use it
+    std::atomic<bool> mThreadEnded{false};
+    std::thread mThread;
+};
+
+}  // namespace signal_handler

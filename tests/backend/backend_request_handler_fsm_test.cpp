@@ -1,0 +1,360 @@
+#include "backend/backend_request_handler_fsm.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "event_recorder.h"
+#include "socket_pair.h"
+#include "testing/captured_log.h"
+#include "testing/virtual_time_dispatcher.h"
+
+namespace vintrel {
+
+using qel_logging::EQELLogLevel;
+using testing_support::CapturedLog;
+using testing_support::VirtualTimeDispatcher;
+
+namespace {
+
+constexpr int kTargetEvent = 3;
+constexpr const char* kCertificateType = "application/QUBA_CT_KoruCertificateResponse_v2+proto";
+constexpr const char* kErrorType = "application/GenericError_v2+proto";
+
+/// A connector machine that keeps the one attempt for the test to end.
+class ScriptedConnectorFsm : public ZemConnectorFsmIf {
+public:
+    ScriptedConnectorFsm() : ZemConnectorFsmIf("ScriptedConnectorFsm") {}
+
+    bool StartFsm(std::shared_ptr<fsm::EventDispatcher> /*dispatcher*/,
+                  std::shared_ptr<fsm::Fsm> /*target*/, int /*targetEvent*/) override {
+        return true;
+    }
+    void GetUrl() override {}
+    bool Connect(const std::string& host, unsigned short port, std::shared_ptr<fsm::Fsm> client,
+                 int clientEvent) override {
+        peer = host + ":" + std::to_string(port);
+        mClient = accept ? std::move(client) : nullptr;
+        mClientEvent = clientEvent;
+        return accept;
+    }
+
+    void EndAttempt(fsm::EventDispatcher& dispatcher, int status, int socket) {
+        auto data = std::make_unique<SocketConnectEventData>();
+        data->streamCommunicator = fsm::FsmStreamCommunicatorIf::Create(socket, "Communicator");
+        data->socketStatus = status;
+        dispatcher.RaiseEvent(nullptr, mClient, mClientEvent, 0, std::move(data));
+        mClient.reset();
+    }
+
+    bool accept{true};
+    std::string peer;
+
+protected:
+    void OnTerminate() override {}
+
+private:
+    std::shared_ptr<fsm::Fsm> mClient;
+    int mClientEvent{0};
+};
+
+std::string Response(const std::string& status, const std::string& type, const std::string& body) {
+    return "HTTP/1.1 " + status + "\r\nContent-Type: " + type + "\r\n\r\n" + body;
+}
+
+}  // namespace
+
+class BackendRequestHandlerFsmTest : public testing::Test {
+protected:
+    void SetUp() override { mTarget->StartFsm(mDispatcher); }
+
+    void Start(const std::string& body = "body") {
+        ASSERT_TRUE(mHandler->StartFsm(mDispatcher, mTarget, kTargetEvent, body, mConnector,
+                                       {"backend", 8443, "/api?x"}));
+        mDispatcher->RunPending();
+    }
+
+    void StartAndConnect(const std::string& body = "body") {
+        Start(body);
+        mConnector->EndAttempt(*mDispatcher, 0, mPair.Give());
+        mDispatcher->RunPending();
+    }
+
+    void StartAndSendBody() {
+        StartAndConnect();
+        mPair.Read();
+        Answer("HTTP/1.1 100 Continue\r\n\r\n");
+        ASSERT_EQ(mPair.Read(), "body");
+    }
+
+    void Answer(const std::string& bytes) {
+        ASSERT_EQ(mPair.Write(bytes), bytes.size());
+        mDispatcher->RunPending();
+    }
+
+    void ClosePeer() {
+        mPair.ClosePeer();
+        mDispatcher->RunPending();
+    }
+
+    /// The one report, after which nothing of the exchange is left.
+    void ExpectEnd(ReturnCode code, const std::string& response = {}) {
+        ASSERT_EQ(mTarget->events.size(), 1U);
+        EXPECT_EQ(mTarget->events[0].id, kTargetEvent);
+        EXPECT_EQ(mTarget->events[0].info, 0);
+        const auto& data = mTarget->events[0].As<BackendResponseEventData>();
+        EXPECT_EQ(data.returnCode, code);
+        EXPECT_EQ(data.response, response);
+        EXPECT_EQ(mHandler->GetStateName(), "FsmStateTerminated");
+        EXPECT_FALSE(mDispatcher->NextDelay().has_value()) << "the time limit must be gone";
+        EXPECT_EQ(mHandler.use_count(), 1);
+    }
+
+    void ExpectRunning() {
+        EXPECT_TRUE(mTarget->events.empty());
+        EXPECT_NE(mHandler->GetStateName(), "FsmStateTerminated");
+    }
+
+    bool Logged(EQELLogLevel level, const std::string& text) const {
+        return mLog.Contains(level, "BackendRequestHandler: " + text);
+    }
+
+    CapturedLog mLog;
+    SocketPair mPair;
+    std::shared_ptr<VirtualTimeDispatcher> mDispatcher =
+        std::make_shared<VirtualTimeDispatcher>("EventDispatcher", false);
+    std::shared_ptr<EventRecorder> mTarget = std::make_shared<EventRecorder>();
+    std::shared_ptr<ScriptedConnectorFsm> mConnector = std::make_shared<ScriptedConnectorFsm>();
+    std::shared_ptr<BackendRequestHandlerFsm> mHandler =
+        std::make_shared<BackendRequestHandlerFsm>();
+};
+
+TEST_F(BackendRequestHandlerFsmTest, AWholeExchangeIsExactOnTheWire) {
+    StartAndConnect("four");
+    EXPECT_EQ(mConnector->peer, "backend:8443");
+    EXPECT_EQ(mPair.Read(),
+              "PUT /api?x HTTP/1.1\r\n"
+              "Host: backend\r\n"
+              "Content-Type: application/QUBA_CO_KoruVintrelRequest_v1+proto\r\n"
+              "Accept: application/QUBA_CT_KoruCertificateResponse_v2+proto;"
+              "application/GenericError_v2+proto\r\n"
+              "Expect: 100-continue\r\n"
+              "Connection: close\r\n"
+              "Content-Length: 4\r\n"
+              "\r\n");
+    Answer("HTTP/1.1 100 Con");
+    EXPECT_EQ(mPair.Read(), "");
+    Answer("tinue\r\n\r");
+    Answer("\n");
+    EXPECT_EQ(mPair.Read(), "four");
+
+    const std::string body = std::string("b\0d", 3) + std::string(5000, 'y');
+    const std::string response = Response("200 OK", kCertificateType, body);
+    Answer(response.substr(0, 10));
+    Answer(response.substr(10));
+    ExpectRunning();
+    ClosePeer();
+    ExpectEnd(ReturnCode::kSuccess, body);
+    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "HTTP response received successfully"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, WithoutAConnectorItDoesNotStart) {
+    EXPECT_FALSE(mHandler->StartFsm(mDispatcher, mTarget, kTargetEvent, "body", nullptr, {}));
+    mDispatcher->AdvanceBy(std::chrono::minutes(1));
+    EXPECT_TRUE(mTarget->events.empty());
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "zemConnectorFsm is null"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, ARefusedConnectEndsTheExchange) {
+    mConnector->accept = false;
+    Start();
+    ExpectEnd(ReturnCode::kConnectRefused);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AFailedSocketEndsTheExchange) {
+    Start();
+    mConnector->EndAttempt(*mDispatcher, 2, -1);
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kConnectionFailed);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Connection failed!"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AHeaderThatCannotBeWrittenIsATransferError) {
+    Start();
+    mPair.ClosePeer();
+    mConnector->EndAttempt(*mDispatcher, 0, mPair.Give());
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kTransferError);
+    EXPECT_EQ(mLog.Count("Write error: "), 1U);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, ABodyThatTheSocketTakesOnlyInPartIsATransferError) {
+    const std::size_t size = std::size_t{16} * 1024 * 1024;
+    StartAndConnect(std::string(size, 'x'));
+    Answer("HTTP/1.1 100 Continue\r\n\r\n");
+    ExpectEnd(ReturnCode::kTransferError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Write error: " + std::to_string(size) + "!"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AnotherAnswerThanContinueEndsTheExchangeWithTheBodyUnsent) {
+    StartAndConnect();
+    mPair.Read();
+    Answer(Response("417 Expectation Failed", kErrorType, "why"));
+    ExpectEnd(ReturnCode::kHttpError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unexpected HTTP response: 417!"));
+    EXPECT_EQ(mPair.Read(), "");
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AnAnswerThatIsNoHttpHasTheStatusThatStoodBefore) {
+    StartAndConnect();
+    Answer("ICY 100 OK\r\n\r\n");
+    ExpectEnd(ReturnCode::kHttpError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unexpected HTTP response: 0!"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AnAnswerInPiecesThatIsNoHttpCountsAsIncomplete) {
+    StartAndConnect();
+    Answer("ICY 100");
+    Answer(" OK\r\n\r\n");
+    ExpectRunning();
+    mDispatcher->AdvanceBy(std::chrono::seconds(30));
+    ExpectEnd(ReturnCode::kTimeout);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AStatusLineWithoutANumberThrows) {
+    StartAndConnect();
+    ASSERT_GT(mPair.Write("HTTP/1.1 abc\r\n\r\n"), 0U);
+    EXPECT_THROW(mDispatcher->RunPending(), std::invalid_argument);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, APeerThatClosesBeforeTheInterimResponseRunsIntoTheTimeLimit) {
+    StartAndConnect();
+    ClosePeer();
+    mDispatcher->AdvanceBy(std::chrono::milliseconds(29998));
+    ExpectRunning();
+    mDispatcher->AdvanceBy(std::chrono::milliseconds(2));
+    ExpectEnd(ReturnCode::kTimeout);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, TheTimeLimitHoldsWhileTheSocketIsAwaitedAndClosesALateOne) {
+    Start();
+    mDispatcher->AdvanceBy(std::chrono::seconds(30));
+    ASSERT_EQ(mTarget->events.size(), 1U);
+    mConnector->EndAttempt(*mDispatcher, 0, mPair.Give());
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kTimeout);
+    EXPECT_TRUE(mPair.OtherEndClosed());
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AnUnknownEventEndsTheExchange) {
+    StartAndSendBody();
+    mDispatcher->RaiseEvent(nullptr, mHandler, 9, 0, nullptr);
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kInternalError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unknown event 9!"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AStreamErrorWhileTheResponseIsAwaitedIsATransferError) {
+    StartAndSendBody();
+    mDispatcher->RaiseEvent(nullptr, mHandler, 2, fsm::FsmStreamCommunicatorIf::eIoError, nullptr);
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kTransferError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Read error!"));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AResponseWithoutEndStopsAt16MiB) {
+    StartAndSendBody();
+    const std::string piece(32768, 'x');
+    std::size_t sent = 0;
+    while (mTarget->events.empty()) {
+        const std::size_t written = mPair.Write(piece);
+        ASSERT_GT(written, 0U);
+        sent += written;
+        ASSERT_LT(sent, std::size_t{17} * 1024 * 1024);
+        mDispatcher->RunPending();
+        mLog.Clear();
+    }
+    EXPECT_GT(sent, std::size_t{16} * 1024 * 1024);
+    ExpectEnd(ReturnCode::kTransferError);
+}
+
+TEST_F(BackendRequestHandlerFsmTest, AClientThatLetsGoDuringTheExchangeLeavesNothingBehind) {
+    Start();
+    const std::weak_ptr<BackendRequestHandlerFsm> handler = mHandler;
+    mHandler.reset();
+    EXPECT_EQ(mConnector.use_count(), 1) << "machines that hold each other would never go";
+    mDispatcher->AdvanceBy(std::chrono::seconds(30));
+    mConnector->EndAttempt(*mDispatcher, 0, mPair.Give());
+    mDispatcher->RunPending();
+    EXPECT_TRUE(handler.expired());
+}
+
+struct FinalResponse {
+    std::string bytes;
+    ReturnCode code;
+    std::string response;
+    std::vector<std::string> errors;
+};
+
+class FinalResponses : public BackendRequestHandlerFsmTest,
+                       public testing::WithParamInterface<FinalResponse> {
+protected:
+    bool LoggedInfo(const std::string& text) const {
+        return mLog.Contains(EQELLogLevel::kInfo, "BackendRequestHandler: " + text);
+    }
+};
+
+TEST_P(FinalResponses, DecideTheResult) {
+    StartAndSendBody();
+    if (!GetParam().bytes.empty()) {
+        Answer(GetParam().bytes);
+    }
+    ClosePeer();
+    ExpectEnd(GetParam().code, GetParam().response);
+    std::vector<std::string> errors;
+    for (const auto& line : mLog.Lines()) {
+        if (line.level == EQELLogLevel::kError) {
+            errors.push_back(line.text.substr(std::strlen("BackendRequestHandler: ")));
+        }
+    }
+    EXPECT_EQ(errors, GetParam().errors);
+    for (const char* const line :
+         {"The HTTP Header was sent successfully.", "The Payload was sent successfully.",
+          "The HTTP Response was received successfully."}) {
+        EXPECT_TRUE(LoggedInfo(line)) << line;
+    }
+    const bool isUnknown =
+        GetParam().code == ReturnCode::kUnknownPayload ||
+        (GetParam().code == ReturnCode::kHttpError && GetParam().response.empty());
+    EXPECT_EQ(LoggedInfo("Unknown type of payload received"), isUnknown);
+    EXPECT_EQ(LoggedInfo("HTTP response received successfully"),
+              GetParam().code == ReturnCode::kSuccess);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FinalResponses,
+    testing::Values(
+        FinalResponse{Response("200 OK", kCertificateType, "c"), ReturnCode::kSuccess, "c", {}},
+        FinalResponse{"HTTP/1.1 200 OK\r\nX-Any: " + std::string(kCertificateType) +
+                          "\r\nContent-Length: 99\r\n\r\nc",
+                      ReturnCode::kSuccess,
+                      "c",
+                      {}},
+        FinalResponse{Response("200 OK", kCertificateType, ""),
+                      ReturnCode::kEmptyResponse,
+                      "",
+                      {"Empty HTTP Response received!"}},
+        FinalResponse{Response("200 OK", "text/html", "x"), ReturnCode::kUnknownPayload, "", {}},
+        FinalResponse{Response("403 Forbidden", kErrorType, "e"),
+                      ReturnCode::kHttpError,
+                      "e",
+                      {"Unexpected HTTP response: 403!"}},
+        FinalResponse{Response("500 Oops", kCertificateType, "x"),
+                      ReturnCode::kHttpError,
+                      "",
+                      {"Unexpected HTTP response: 500!"}},
+        FinalResponse{"", ReturnCode::kHttpError, "", {"Unexpected HTTP response: 4095!"}}));
+
+}  // namespace vintrel

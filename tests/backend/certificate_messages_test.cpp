@@ -1,0 +1,136 @@
+#include "client/certificate_messages.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include <gtest/gtest.h>
+
+#include "testing/temporary_directory.h"
+
+namespace vintrel::protobuf {
+
+namespace {
+
+CertificateRequestParams AllFields() {
+    CertificateRequestParams params;
+    params.activation_reason = 7;
+    params.diagnostic_address = "C003";
+    params.hw_version = "hw";
+    params.sw_version = "sw";
+    params.part_number = "pn";
+    params.imei = "1";
+    params.msisdn = "2";
+    params.imsi = "3";
+    params.euiccid = "4";
+    params.iccid = "5";
+    params.operationTypeId = "op";
+    return params;
+}
+
+/// What the schema compiler itself makes of a message.
+std::string Decode(const std::string& message, const std::string& type, const std::string& schema) {
+    const testing_support::TemporaryDirectory directory;
+    const std::string file = directory.File("message");
+    std::ofstream(file, std::ios::binary) << message;
+    const std::string command = "'" PROTOC "' '--proto_path=" PROTO_DIRECTORY
+                                "' --decode=domain.backend.proto." +
+                                type + " " + schema + " < '" + file + "' > '" + file + ".txt'";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::ifstream text(file + ".txt");
+    return {std::istreambuf_iterator<char>(text), {}};
+}
+
+}  // namespace
+
+TEST(CertificateRequest, HasBothSubMessagesEvenWhenAllIsEmpty) {
+    EXPECT_EQ(CreateProtobuffer({}, ""), std::string("\x1A\x00\x22\x00", 4));
+}
+
+TEST(CertificateRequest, IsExactOnTheWire) {
+    EXPECT_EQ(CreateProtobuffer(AllFields(), "csr"),
+              "\x08\x07\x12\x03"
+              "csr\x1A\x12\x0A\x04"
+              "C003\x12\x02hw\x1A\x02pn\x22\x02sw\x22\x0F\x0A\x01"
+              "5\x12\x01"
+              "1\x1A\x01"
+              "3\x22\x01"
+              "4\x2A\x01"
+              "2\x2A\x02op");
+}
+
+TEST(CertificateRequest, IsReadByTheSchemaCompiler) {
+    EXPECT_EQ(Decode(CreateProtobuffer(AllFields(), "csr"), "QUBACOKoruVintrelRequestV1",
+                     "QUBA_CO_KoruVintrelRequest_v1.proto"),
+              "activation_reason: 7\n"
+              "csr_container: \"csr\"\n"
+              "ecu_capability {\n"
+              "  diagnostic_address: \"C003\"\n"
+              "  hw_version: \"hw\"\n"
+              "  part_number: \"pn\"\n"
+              "  sw_version: \"sw\"\n"
+              "}\n"
+              "sim_card_data {\n"
+              "  iccid: \"5\"\n"
+              "  imei: \"1\"\n"
+              "  imsi: \"3\"\n"
+              "  euiccid: \"4\"\n"
+              "  msisdn: \"2\"\n"
+              "}\n"
+              "operationTypeId: \"op\"\n");
+}
+
+TEST(CertificateRequest, TextThatIsNotUtf8GoesOutAsItIs) {
+    EXPECT_EQ(CreateProtobuffer({}, "\xFF"), std::string("\x12\x01\xFF\x1A\x00\x22\x00", 7));
+}
+
+TEST(CertificateResponseParsing, TakesTheThreeFieldsAndSkipsWhatItDoesNotKnow) {
+    CertificateResponse response;
+    // Fields 1 to 4, with lists that are not UTF-8, and a field 9 that no schema names.
+    ASSERT_TRUE(
+        ParseResponse("\x0A\x02"
+                      "ce"
+                      "\x12\x01"
+                      "m"
+                      "\x1A\x01\xFF"
+                      "\x22\x01\xFE"
+                      "\x4A\x01x",
+                      response));
+    EXPECT_EQ(response.certificate, "ce");
+    EXPECT_EQ(response.signed_vehicle_transaction_type_list, "\xFF");
+    EXPECT_EQ(response.signed_vehicle_transaction_activation_type_list, "\xFE");
+
+    ASSERT_TRUE(ParseResponse("", response));
+    EXPECT_EQ(response.certificate, "");
+    EXPECT_EQ(response.signed_vehicle_transaction_type_list, "");
+}
+
+TEST(CertificateResponseParsing, LeavesTheResultAloneOnBadBytes) {
+    CertificateResponse response;
+    response.certificate = "kept";
+    EXPECT_FALSE(
+        ParseResponse("\x0A\x05"
+                      "ce",
+                      response))
+        << "cut short";
+    EXPECT_FALSE(ParseResponse("\x0A\x01\xFF", response)) << "certificate not UTF-8";
+    EXPECT_FALSE(ParseResponse("\x12\x01\xFF", response)) << "msisdn not UTF-8";
+    EXPECT_FALSE(ParseResponse("\x0A\xFF\xFF\xFF\xFF\x0F", response)) << "huge length";
+    EXPECT_FALSE(ParseResponse("HTTP", response)) << "no message at all";
+    EXPECT_EQ(response.certificate, "kept");
+}
+
+TEST(ErrorResponseParsing, GivesThreeLines) {
+    std::string text;
+    ASSERT_TRUE(ParseErrorResponse("", text));
+    EXPECT_EQ(text, "ErrorCode: 0\nErrorDescription: \nTransactionId: \n");
+    ASSERT_TRUE(
+        ParseErrorResponse("\x08\xFB\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01\x12\x03"
+                           "bad\x1A\x02id",
+                           text));
+    EXPECT_EQ(text, "ErrorCode: -5\nErrorDescription: bad\nTransactionId: id\n");
+    EXPECT_FALSE(ParseErrorResponse("\x12\x01\xFF", text));
+    EXPECT_EQ(text, "ErrorCode: -5\nErrorDescription: bad\nTransactionId: id\n");
+}
+
+}  // namespace vintrel::protobuf

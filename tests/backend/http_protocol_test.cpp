@@ -1,0 +1,143 @@
+#include "backend/http_protocol.h"
+
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace nuro_common {
+
+namespace {
+
+HttpProtocol WithAllOptions() {
+    HttpProtocol http;
+    http.SetOption(HttpOption::Path, "/p");
+    http.SetOption(HttpOption::Host, "h");
+    http.SetOption(HttpOption::ContentType, "t");
+    http.SetOption(HttpOption::Accept, "a");
+    http.SetOption(HttpOption::Authorization, "u");
+    http.SetOption(HttpOption::Connection, "close");
+    http.SetOption(HttpOption::Payload, std::string("b\0y", 3));
+    return http;
+}
+
+}  // namespace
+
+TEST(HttpProtocol, APutWithoutOptionsHasOnlyTheDefaults) {
+    HttpProtocol http;
+    http.SetOption(HttpOption::Path, "/x");
+    EXPECT_EQ(http.PUT(),
+              "PUT /x HTTP/1.1\r\nContent-Type: text/html\r\nExpect: 100-continue\r\n"
+              "Content-Length: 0\r\n\r\n");
+}
+
+TEST(HttpProtocol, APutIsTheHeaderAloneUnlessItExpectsNoInterimResponse) {
+    HttpProtocol http = WithAllOptions();
+    EXPECT_EQ(http.PUT(),
+              "PUT /p HTTP/1.1\r\nHost: h\r\nContent-Type: t\r\nAccept: a\r\n"
+              "Expect: 100-continue\r\nConnection: close\r\nContent-Length: 3\r\n\r\n");
+    EXPECT_EQ(http.RequestHeader(), http.PUT());
+
+    http.SetOption(HttpOption::NoExpectContinue);
+    const std::string header =
+        "PUT /p HTTP/1.1\r\nHost: h\r\nContent-Type: t\r\nAccept: a\r\n"
+        "Connection: close\r\nContent-Length: 3\r\n\r\n";
+    EXPECT_EQ(http.PUT(), header + std::string("b\0y", 3));
+    EXPECT_EQ(http.RequestHeader(), header);
+}
+
+TEST(HttpProtocol, PostAndGetAreAuthorizedAndCarryThePayload) {
+    HttpProtocol http = WithAllOptions();
+    const std::string rest =
+        " /p HTTP/1.1\r\nHost: h\r\nContent-Type: t\r\nAccept: a\r\nAuthorization: u\r\n"
+        "Connection: close\r\nContent-Length: 3\r\n\r\n";
+    EXPECT_EQ(http.POST(), "POST" + rest + std::string("b\0y", 3));
+    EXPECT_EQ(http.GET(), "GET" + rest + std::string("b\0y", 3));
+    EXPECT_EQ(http.RequestHeader(), "GET" + rest);
+}
+
+TEST(HttpProtocol, TheContentLengthIsWhatWasSetOrElseThePayloads) {
+    HttpProtocol http;
+    http.SetOption(HttpOption::Payload, std::string(12345, 'x'));
+    EXPECT_NE(http.PUT().find("\r\nContent-Length: 12345\r\n"), std::string::npos);
+    http.SetOption(HttpOption::ContentLength, "7");
+    EXPECT_NE(http.PUT().find("\r\nContent-Length: 7\r\n"), std::string::npos);
+    http.SetOption(HttpOption::ContentLength, "");
+    EXPECT_EQ(http.PUT().find("Content-Length"), std::string::npos);
+}
+
+TEST(HttpProtocol, OptionsOfTheOtherKindAreIgnoredAndDefaultsComeBack) {
+    HttpProtocol http = WithAllOptions();
+    const std::string before = http.PUT();
+    http.SetOption(HttpOption::Path);
+    http.SetOption(HttpOption::NoExpectContinue, "yes");
+    http.SetOption(static_cast<HttpOption>(11), "x");
+    EXPECT_EQ(http.PUT(), before);
+    http.SetOption(HttpOption::NoExpectContinue);
+    http.ParseResponse("HTTP/1.1 200 OK\r\n\r\n");
+    http.SetDefaultValues();
+    EXPECT_EQ(http.ResponseStatusCode(), 200);
+    EXPECT_EQ(http.PUT(),
+              "PUT  HTTP/1.1\r\nContent-Type: text/html\r\nExpect: 100-continue\r\n"
+              "Content-Length: 0\r\n\r\n");
+}
+
+struct StatusCase {
+    std::string data;
+    int status;
+};
+
+class ResponseStatus : public testing::TestWithParam<StatusCase> {};
+
+TEST_P(ResponseStatus, IsReadFromTheFirstLine) {
+    HttpProtocol http;
+    http.ParseResponse(GetParam().data);
+    EXPECT_EQ(http.ResponseStatusCode(), GetParam().status);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Responses, ResponseStatus,
+    testing::Values(
+        StatusCase{"HTTP/1.1 100 Continue\r\n\r\n", 100}, StatusCase{"HTTP/1.1 200\r\n\r\n", 200},
+        StatusCase{"HTTP/1.1 207 x\r\n\r\n", 255}, StatusCase{"HTTP/1.1 300 Multiple\r\n\r\n", 255},
+        StatusCase{"HTTP/1.1 307 x\r\n\r\n", 307}, StatusCase{"HTTP/1.1 418 x\r\n\r\n", 255},
+        StatusCase{"HTTP/1.1 505 x\r\n\r\n", 505}, StatusCase{"HTTP/1.1 20x OK\r\n\r\n", 255},
+        StatusCase{"HTTP/1.1 -10 OK\r\n\r\n", 255},
+        // The blank is sought in all the data, behind the header, too.
+        StatusCase{"HTTP/1.1\r\n\r\nbody 404", 404}, StatusCase{"", 4095},
+        StatusCase{"\r\n\r", 4095}, StatusCase{"HTTP/1.1 200 OK\r\nContent-Length: 5", 4095},
+        StatusCase{"\r\n\r\n 200", 0}, StatusCase{"ICY 200 OK\r\n\r\n", 0}));
+
+TEST(HttpProtocol, AStatusThatIsNoNumberThrows) {
+    HttpProtocol http;
+    EXPECT_THROW(http.ParseResponse("HTTP/1.1 abc\r\n\r\n"), std::invalid_argument);
+    EXPECT_THROW(http.ParseResponse("HTTP/1.1\r\n\r\n"), std::invalid_argument);
+    EXPECT_THROW(http.ParseResponse("HTTP\r\n\r\n "), std::invalid_argument);
+}
+
+TEST(HttpProtocol, TheBodyIsEverythingBehindTheFirstBlankLine) {
+    HttpProtocol http;
+    http.ParseResponse("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\na\r\n\r\nb");
+    EXPECT_EQ(http.ResponseHeader(), "HTTP/1.1 200 OK\r\nContent-Length: 5");
+    EXPECT_EQ(http.ResponsePayload(), "a\r\n\r\nb");
+    http.SetOption(HttpOption::HeaderOnly);
+    http.ParseResponse("HTTP/1.1 201 Created\r\n\r\nab");
+    EXPECT_EQ(http.ResponseStatusCode(), 201);
+    EXPECT_EQ(http.ResponsePayload(), "");
+}
+
+TEST(HttpProtocol, WhatAParseDoesNotReachStays) {
+    HttpProtocol http;
+    http.ParseResponse("HTTP/1.1 200 OK\r\n\r\nab");
+    http.ParseResponse("HTTP/1.1 404");
+    EXPECT_EQ(http.ResponseStatusCode(), HttpProtocol::kStatusIncomplete);
+    EXPECT_EQ(http.ResponseHeader(), "HTTP/1.1 200 OK");
+    EXPECT_EQ(http.ResponsePayload(), "");
+
+    http.ParseResponse("HTTP/1.1 200 OK\r\n\r\nab");
+    http.ParseResponse("ICY 404 OK\r\n\r\nab");
+    EXPECT_EQ(http.ResponseStatusCode(), 200);
+    EXPECT_EQ(http.ResponseHeader(), "ICY 404 OK");
+    EXPECT_EQ(http.ResponsePayload(), "");
+}
+
+}  // namespace nuro_common

@@ -1,0 +1,133 @@
+#include "certificates/crypto_api_instance.h"
+
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "certificates/client_cert_initializer_api.h"
+#include "certificates/log_text.h"
+#include "certificates/scripted_crypto_library.h"
+#include "logging/qel_logging.h"
+#include "testing/captured_log.h"
+
+namespace vintrel {
+
+namespace {
+
+using orv::tee::ClientCertInitializerAPI;
+using testing::ElementsAre;
+using testing_support::CapturedLog;
+using testing_support::LogText;
+using testing_support::ScriptedCryptoLibrary;
+
+class CryptoApiInstanceTest : public testing::Test {
+protected:
+    CryptoApiInstanceTest() {
+        // Each of these processes starts afresh, with nothing of the library initialised.
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        mLibrary.Reset();
+    }
+
+    std::string ConstructionError() {
+        try {
+            CryptoApiInstance instance;
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
+};
+
+using CryptoApiInstanceDeathTest = CryptoApiInstanceTest;
+
+TEST_F(CryptoApiInstanceTest, ConstructionFailsWithoutALibraryAndCleansNothingUp) {
+    mLibrary.Script("initCryptoLib", {1, 0});
+    EXPECT_EQ(ConstructionError(), "Failed to initialize Crypto Library API");
+    mLibrary.Script("initCryptoLib", testing_support::kNull);
+    EXPECT_EQ(ConstructionError(), "initCryptoLib returned null");
+    EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 0);
+}
+
+TEST_F(CryptoApiInstanceTest, DestructionCleansUpAndLogsOnlyAFailure) {
+    CapturedLog log;
+    { CryptoApiInstance instance; }
+    EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 1);
+    EXPECT_THAT(LogText(log), ElementsAre("I Crypto API initialized successfully"));
+
+    mLibrary.Script("cleanupCryptoLib", {1, 5});
+    { CryptoApiInstance instance; }
+    EXPECT_EQ(LogText(log).back(), "E Failed to cleanup Crypto Library API");
+}
+
+TEST_F(CryptoApiInstanceDeathTest, TheLibraryIsCleanedUpOnceAtExitAfterTheStoresButBeforeTheLog) {
+    EXPECT_EXIT(
+        {
+            qel_logging::QELLogging::InitLogging("VT", qel_logging::EQELLogLevel::kError);
+            mLibrary.mTrace = true;
+            mLibrary.Script("cleanupCryptoLib", {1, 5});
+            const bool same = ClientCertInitializerAPI::get_instance() ==
+                              ClientCertInitializerAPI::get_instance();
+            std::cerr << (same ? "same;" : "other;") << mLibrary.mLiveStores << " held;";
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "^init;same;2 held;cleanup with 0 stores held;[^;]*Failed to cleanup Crypto Library "
+        "API[^;]*$");
+}
+
+TEST_F(CryptoApiInstanceDeathTest, AFailedInitialisationIsTriedAgain) {
+    EXPECT_EXIT(
+        {
+            mLibrary.mTrace = true;
+            mLibrary.Script("initCryptoLib", {1, 5}, 1);
+            mLibrary.Script("lookupForKORUStore", {1, 4}, 1);
+            for (int attempt = 0; attempt < 3; ++attempt) {
+                try {
+                    ClientCertInitializerAPI::get_instance();
+                    std::cerr << "made;";
+                } catch (const std::runtime_error& error) {
+                    std::cerr << error.what() << ";";
+                }
+            }
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "^init;Failed to initialize Crypto Library API;init;KORUStore not found;made;"
+        "cleanup with 0 stores held;$");
+}
+
+TEST_F(CryptoApiInstanceDeathTest, SeveralThreadsAtOnceGetOneInitialisation) {
+    EXPECT_EXIT(
+        {
+            mLibrary.mTrace = true;
+            std::promise<void> start;
+            const std::shared_future<void> started(start.get_future());
+            std::vector<std::future<void>> threads(8);
+            for (auto& thread : threads) {
+                thread = std::async(std::launch::async, [started] {
+                    started.wait();
+                    if (!CryptoApiInstance::GetCryptoApiInstance()) {
+                        std::abort();
+                    }
+                });
+            }
+            start.set_value();
+            for (auto& thread : threads) {
+                thread.get();
+            }
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "^init;cleanup with 0 stores held;$");
+}
+
+}  // namespace
+
+}  // namespace vintrel

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/backend_response_event_data.h"
+#include "client/clamp_control_cb_if.h"
+#include "client/ecu_capabilities.h"
+#include "client/fsm_factory.h"
+#include "client/immobilizer_cb_if.h"
+#include "client/status_code.h"
+#include "client/tls_alerts_cb_if.h"
+#include "client/url_data.h"
+#include "client/zem_connector_fsm_if.h"
+
+namespace testing_support {
+
+/// A connector machine that the test drives: it starts or refuses as scripted and reports what the
+/// test tells it to.
+class ScriptedConnectorFsm : public vintrel::ZemConnectorFsmIf {
+public:
+    ScriptedConnectorFsm() : ZemConnectorFsmIf("ScriptedConnectorFsm") {}
+
+    bool StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
+                  std::shared_ptr<fsm::Fsm> target, int targetEvent) override;
+    void GetUrl() override;
+    bool Connect(const std::string& host, unsigned short port, std::shared_ptr<fsm::Fsm> client,
+                 int clientEvent) override;
+
+    void ReportStatus(zem_connector::SessionStatus status);
+    void ReportActivation();
+    void ReportConnection(SCConnectionState state);
+    void ReportUrl(const std::string& url, bool success = true);
+    void ReportUnknownInfo(int info);
+
+protected:
+    void OnTerminate() override;
+
+private:
+    void FsmStateRunning(int eventId, int eventInfo);
+    std::unique_ptr<StateUpdateEventData> NewStateUpdate() const;
+};
+
+/// A backend exchange that the test ends with an answer of its choice.
+class ScriptedExchangeFsm : public vintrel::BackendRequestHandlerFsmIf {
+public:
+    ScriptedExchangeFsm() : BackendRequestHandlerFsmIf("ScriptedExchangeFsm") {}
+
+    bool StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
+                  std::shared_ptr<fsm::Fsm> target, int targetEvent, std::string request,
+                  std::shared_ptr<vintrel::ZemConnectorFsmIf> connectorFsm,
+                  const vintrel::UrlData& urlData) override;
+
+    void Answer(vintrel::ReturnCode code, const std::string& response = {});
+
+    std::string request;
+    vintrel::UrlData urlData;
+
+protected:
+    void OnTerminate() override {}
+
+private:
+    void FsmStateRunning(int eventId, int eventInfo);
+};
+
+/// Everything around one client machine, scripted: what the neighbours answer, and what they saw.
+///
+/// One exists at a time; the `Create` functions of the collaborators find it. It must outlive the
+/// machine.
+class ScriptedUnit : public vintrel::FsmFactory {
+public:
+    ScriptedUnit();
+    ScriptedUnit(const ScriptedUnit&) = delete;
+    ScriptedUnit& operator=(const ScriptedUnit&) = delete;
+    ~ScriptedUnit();
+
+    static ScriptedUnit& Current();
+
+    std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> NewBackendRequestHandlerFsm()
+        const override;
+    std::shared_ptr<vintrel::HsmIf> NewHsm() const override;
+    std::shared_ptr<vintrel::ZemConnectorFsmIf> NewZemConnectorFsm(
+        const std::string& name) const override;
+    std::shared_ptr<process_lifecycle_adapter::ProcessLifecycleAdapterIf>
+    NewProcessLifecycleAdapter(
+        process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* callback) const override;
+
+    /// Notes that a neighbour was called.
+    void Note(const std::string& call) { calls.push_back(call); }
+    std::size_t CountCalls(const std::string& call) const;
+
+    std::vector<std::string> calls;
+
+    bool withAdapter{true};
+    bool connectorStarts{true};
+    bool exchangeStarts{true};
+    bool timeSet{true};
+    bool deleteFails{false};
+    bool checkFails{false};
+    bool storeFails{false};
+    vintrel::StatusCode status{vintrel::StatusCode::NoCertificate};
+    std::string koruVin{"VNTREL00000000001"};
+    std::vector<std::uint8_t> csr{1, 2, 3};
+    std::string container{"container"};
+    vintrel::EcuCapabilities ecuCapabilities{"H10", "S20", "PART-30"};
+
+    process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* lifecycle{nullptr};
+    vintrel::ClampControlCbIf* clamp{nullptr};
+    vintrel::ImmobilizerCbIf* immobilizer{nullptr};
+    vintrel::TlsAlertsCbIf* alerts{nullptr};
+
+    mutable std::shared_ptr<ScriptedConnectorFsm> connector;
+    mutable std::vector<std::shared_ptr<ScriptedExchangeFsm>> exchanges;
+    mutable std::string transactionType;
+};
+
+}  // namespace testing_support

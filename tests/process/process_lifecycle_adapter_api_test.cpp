@@ -1,0 +1,176 @@
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vonta_socket/unix_stream_client_connector.h>
+
+#include "platform/ara_exec/notify_socket.h"
+#include "process/process_lifecycle_adapter_api_impl.h"
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+
+namespace {
+
+using process_lifecycle_adapter::ProcessLifecycleAdapterApiImpl;
+using process_lifecycle_adapter::ProcessState;
+using qel_logging::EQELLogLevel;
+
+constexpr const char* kClass = "ProcessLifecycleAdapterApiImpl::";
+
+class MockStateCallback : public process_lifecycle_adapter::ProcessLifecycleAdapterStateCallbackIf {
+public:
+    MOCK_METHOD(void, ProcessLifecycleAdapterStateRequested, (ProcessState, unsigned int),
+                (override));
+};
+
+class ProcessLifecycleAdapterApiTest : public ::testing::Test {
+protected:
+    void Configure(const std::string& content) const {
+        std::ofstream(mDirectory.File("unit-phm.ini")) << content;
+    }
+
+    static std::string Config(const std::string& entity, const std::string& checkpoint,
+                              const std::string& cycle, const std::string& indications) {
+        return "instance-id = in stance\nunknown = 1\nsupervision-entity-id=" + entity +
+               "\ncheckpoint-id=" + checkpoint + "\nsupervision-cycle=" + cycle +
+               "\nexpected-alive-indications=" + indications + "\n";
+    }
+
+    NotifySocket mManager;
+    testing_support::TemporaryDirectory mDirectory;
+    testing_support::CapturedLog mLog;
+    MockStateCallback mStateCallback;
+    ProcessLifecycleAdapterApiImpl mApi{mDirectory.Path().string() + "/"};
+};
+
+TEST_F(ProcessLifecycleAdapterApiTest, AConfiguredComponentReportsItsLifeToThePlatform) {
+    Configure(Config("65535", "0", "20", "3"));
+    mApi.Initialize("unit");
+    EXPECT_EQ(mApi.GetIAmAliveTime(), 6);
+    mApi.IAmAlive();
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
+                              "IAmAlive called, the mSupervisionEntity has not been created"));
+    mApi.Start();
+    mApi.IAmAlive();
+    mApi.Terminating();
+
+    EXPECT_EQ(mManager.Receive(), "READY=1");
+    EXPECT_EQ(mManager.Receive(),
+              "WATCHDOG=1\nX_PHM_INSTANCE=instance\nX_PHM_SUPERVISION_ENTITY=65535\n"
+              "X_PHM_CHECKPOINT=0");
+    EXPECT_EQ(mManager.Receive(), "STOPPING=1");
+    EXPECT_TRUE(
+        mLog.Contains(EQELLogLevel::kWarning, "Config path " + mDirectory.File("unit-phm.ini")));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kDebug, "Create Phm_client instance"));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kVerbose,
+                              std::string(kClass) + "IAmAlive, call CheckpointReached, supervision "
+                                                    "id=65535, checkpoint id=0"));
+}
+
+TEST_F(ProcessLifecycleAdapterApiTest, AFaultyConfigurationGivesItsWarningAndNoSupervision) {
+    struct Row {
+        std::string config;
+        std::string warning;  ///< behind "Configuration parameter "; empty for none
+    };
+    const std::vector<Row> rows{
+        {"checkpoint-id=1\n", "\"instance-id\" not found from INI file"},
+        {Config("", "1", "2", "1"), "\"supervision-entity-id\" not found from INI file"},
+        {Config("65536", "1", "2", "1"), "\"supervision-entity-id\" was invalid"},
+        {Config("1", "", "2", "1"), "\"checkpoint-id\" not found from INI file"},
+        {Config("1", "-1", "2", "1"), "\"checkpoint-id\" was invalid"},
+        {Config("1", "1", "", "1"), "\"supervision-cycle\" not found from INI file"},
+        {Config("1", "1", "70000", "1"), "\"supervision-cycle\" was invalid"},
+        {Config("1", "1", "2", ""), "\"expected-alive-indications\" not found from INI file"},
+        {Config("1", "1", "2", "-65535"), "\"expected-alive-indications\" was invalid"},
+        {Config("1", "abc", "2", "1"), ""},
+        {Config("1", "1", "2", "99999999999"), ""},
+    };
+    for (const Row& row : rows) {
+        ProcessLifecycleAdapterApiImpl api(mDirectory.Path().string() + "/");
+        mLog.Clear();
+        Configure(row.config);
+        api.Initialize("unit");
+        EXPECT_EQ(api.GetIAmAliveTime(), 0) << row.config;
+        EXPECT_EQ(mLog.Contains(EQELLogLevel::kWarning,
+                                "Configuration parameter " + row.warning + " for component unit"),
+                  !row.warning.empty())
+            << row.config;
+        api.Start();
+        EXPECT_TRUE(mLog.Contains(
+            EQELLogLevel::kError,
+            "ProcessLifecycleAdapter::Reading application configuration failed for unit"));
+    }
+}
+
+TEST_F(ProcessLifecycleAdapterApiTest, TheAliveTimeIsZeroUnlessTheCycleHoldsItsIndications) {
+    for (const auto& [cycle, indications] :
+         {std::pair{"0", "1"}, std::pair{"1", "0"}, std::pair{"2", "3"}}) {
+        Configure(Config("1", "1", cycle, indications));
+        mApi.Initialize("unit");
+        EXPECT_EQ(mApi.GetIAmAliveTime(), 0) << cycle << "/" << indications;
+    }
+}
+
+TEST_F(ProcessLifecycleAdapterApiTest, ABrokenServiceManagerIsLoggedAndSurvived) {
+    Configure(Config("1", "1", "2", "1"));
+    ::setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);
+    mApi.Initialize("unit");
+    mApi.Start();
+    mApi.IAmAlive();
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError, "ReportApplicationState to kRunning failed."));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kDebug,
+                              std::string(kClass) +
+                                  "IAmAlive, CheckpointReached exception: cannot report the "
+                                  "checkpoint: No such file or directory"));
+}
+
+TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAnswerTheManager) {
+    ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1);
+    // Confirming from within the request is what an application does that has nothing to prepare.
+    EXPECT_CALL(mStateCallback, ProcessLifecycleAdapterStateRequested)
+        .Times(2)
+        .WillRepeatedly([this](ProcessState state, unsigned int sequence) {
+            mApi.StateChanged(state, sequence);
+        });
+    mApi.Initialize("unit", &mStateCallback);
+    ::unsetenv("ARA_STM_DIR");
+    const auto manager =
+        vonta_socket::UnixStreamClientConnector(mDirectory.File("unit.sock"), 30000, "test")
+            .Connect();
+    ASSERT_NE(manager, nullptr);
+    const std::string requests = "REQUEST 3 kOff\nREQUEST 4 kPrepSD\nREQUEST 5 kOn\n";
+    manager->Write({requests.begin(), requests.end()});
+
+    const std::string confirmations = "STATE 4 kPrepSD 0\nSTATE 5 kOn 0\n";
+    std::vector<std::uint8_t> answer(confirmations.size());
+    ASSERT_TRUE(manager->Read(answer));
+    EXPECT_EQ(std::string(answer.begin(), answer.end()), confirmations);
+    EXPECT_TRUE(
+        mLog.Contains(EQELLogLevel::kError,
+                      std::string(kClass) + "StateChangeRequested, Invalid state requested: kOff"));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
+                              std::string(kClass) + "StateChangeRequested new state: kPrepSD"));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, std::string(kClass) + "StateChanged: 2 seq: 4"));
+}
+
+TEST_F(ProcessLifecycleAdapterApiTest, AConfirmationNeedsAKnownStateAndAComponentClient) {
+    mApi.StateChanged(static_cast<ProcessState>(3), 1);
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
+                              std::string(kClass) + "StateChanged: Invalid state: 3"));
+    mApi.StateChanged(ProcessState::kOn, 1);
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
+                              std::string(kClass) + "StateChanged: Component Client uninitialized, "
+                                                    "cannot notify new state"));
+    ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1);
+    mApi.Initialize("sub/unit", &mStateCallback);
+    ::unsetenv("ARA_STM_DIR");
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
+                              std::string(kClass) + "Initialize could not create ComponentClient: "
+                                                    "'sub/unit' is no component name"));
+}
+
+}  // namespace

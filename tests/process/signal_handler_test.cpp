@@ -1,0 +1,99 @@
+#include "process/signal_handler.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "logging/qel_logging.h"
+#include "testing/captured_log.h"
+
+namespace {
+
+using qel_logging::EQELLogLevel;
+using signal_handler::SignalHandler;
+
+constexpr std::chrono::seconds kHangGuard{30};
+
+class SignalHandlerTest : public ::testing::Test {
+protected:
+    testing_support::CapturedLog mLog;
+    std::promise<void> mTerminated;
+};
+
+TEST_F(SignalHandlerTest, SigtermCallsTheFunctionOnceAfterSigpipeWasOnlyLogged) {
+    {
+        SignalHandler handler([this] { mTerminated.set_value(); });
+        ::raise(SIGPIPE);
+        ::raise(SIGTERM);
+        ASSERT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+        // A second call would break the promise.
+        ::raise(SIGTERM);
+    }
+    EXPECT_EQ(mLog.Count("SignalHandler: Signal 13 caught"), 1U);
+    EXPECT_EQ(mLog.Count("SignalHandler: Signal 15 caught"), 1U);
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SignalHandler: SIGTERM received."));
+    EXPECT_EQ(mLog.Count("SignalHandler: STOP message received."), 0U);
+}
+
+TEST_F(SignalHandlerTest, DestructionStopsTheThreadAndALaterHandlerWorks) {
+    {
+        const SignalHandler unused([] { FAIL() << "nobody sent a signal"; });
+    }
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SignalHandler: STOP message received."));
+
+    ::raise(SIGTERM);  // between two handlers: caught, and of no effect
+    SignalHandler handler([this] { mTerminated.set_value(); });
+    ::raise(SIGTERM);
+    EXPECT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+}
+
+TEST_F(SignalHandlerTest, SignalsThatNobodyReadsNeverBlockOrChangeErrno) {
+    SignalHandler handler([this] { mTerminated.set_value(); });
+    ::raise(SIGTERM);
+    ASSERT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+    errno = EDOM;
+    constexpr int kMoreThanAPipeHolds = 70000;
+    for (int i = 0; i < kMoreThanAPipeHolds; ++i) {
+        signal_handler::HandleSignal(SIGPIPE);
+    }
+    EXPECT_EQ(errno, EDOM);
+}
+
+std::atomic<int> gBrokenPipes{0};
+
+/// Logs to a stderr that nobody reads, and exits with the number of SIGPIPEs that this brought.
+[[noreturn]] void LogWithoutReader() {
+    ::setenv("ARA_LOG_LEVEL", "verbose", 1);
+    qel_logging::QELLogging::InitLogging("TEST");
+    std::promise<void> terminated;
+    SignalHandler handler([&] { terminated.set_value(); });
+    struct sigaction counting {};
+    counting.sa_handler = [](int signal) {
+        ++gBrokenPipes;
+        signal_handler::HandleSignal(signal);
+    };
+    std::array<int, 2> ends{};
+    if (::sigaction(SIGPIPE, &counting, nullptr) != 0 || ::pipe2(ends.data(), O_CLOEXEC) != 0 ||
+        ::close(ends[0]) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0) {
+        ::_exit(100);
+    }
+    qel_logging::QELLogging::LogInfo("a line");
+    // Behind the SIGPIPE in the pipe: when it arrives, the thread has logged the other.
+    ::raise(SIGTERM);
+    const bool isOver = terminated.get_future().wait_for(kHangGuard) == std::future_status::ready;
+    ::_exit(isOver ? gBrokenPipes.load() : 101);
+}
+
+TEST(SignalHandlerDeathTest, AStderrWithoutReaderIsOneSignalAndNotOneForEveryLine) {
+    EXPECT_EXIT(LogWithoutReader(), testing::ExitedWithCode(1), "");
+}
+
+}  // namespace

@@ -1,0 +1,298 @@
+#include "vehicle/clamp_control_handler.h"
+
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clampcontrolclient/clamp_control_client.h>
+
+#include "platform/service_access/event_recorder.h"
+#include "testing/captured_log.h"
+#include "vehicle/clamp_control_wexa_impl.h"
+#include "vehicle/log_lines.h"
+
+namespace {
+
+using clampcontrolclient::ClampControlCallbackIf;
+
+/// What the scripted client below does and has done.
+struct Script {
+    service_access_test::EventRecorder calls;
+    std::function<void(ClampControlCallbackIf&)> atStart;
+    std::mutex mutex;
+    std::deque<std::function<std::string()>> answers;
+    // Held while a notification runs, so that taking the callback away waits for it.
+    std::recursive_mutex callbackMutex;
+    ClampControlCallbackIf* callback = nullptr;
+
+    void Answer(std::function<std::string()> answer) {
+        const std::lock_guard lock(mutex);
+        answers.push_back(std::move(answer));
+    }
+
+    void Notify(const std::function<void(ClampControlCallbackIf&)>& notification) {
+        const std::lock_guard lock(callbackMutex);
+        if (callback != nullptr) {
+            notification(*callback);
+        }
+    }
+};
+
+Script* script = nullptr;
+
+}  // namespace
+
+/// A scripted client in the place of the library's. It refuses what has no answer in the script.
+namespace clampcontrolclient {
+
+class ClampControlClient::Impl {};
+
+ClampControlClient::ClampControlClient() = default;
+ClampControlClient::~ClampControlClient() = default;
+
+void ClampControlClient::Start() {
+    script->calls.Add("start");
+    if (script->atStart) {
+        script->Notify(script->atStart);
+    }
+}
+
+void ClampControlClient::Stop() {
+    script->calls.Add("stop");
+}
+
+void ClampControlClient::AssignCallback(ClampControlCallbackIf* callback) {
+    const std::lock_guard lock(script->callbackMutex);
+    script->callback = callback;
+    script->calls.Add(callback == nullptr ? "no callback" : "callback");
+}
+
+std::string ClampControlClient::SubscribeClampState() {
+    script->calls.Add("subscribe");
+    std::function<std::string()> answer;
+    {
+        const std::lock_guard lock(script->mutex);
+        if (script->answers.empty()) {
+            return {};
+        }
+        answer = std::move(script->answers.front());
+        script->answers.pop_front();
+    }
+    return answer();
+}
+
+void ClampControlClient::UnsubscribeClampState(const std::string& subscription) {
+    script->calls.Add("unsubscribe " + subscription);
+}
+
+}  // namespace clampcontrolclient
+
+namespace nuro_common {
+
+using service_access_test::EventRecorder;
+using ::testing::ElementsAre;
+using vehicle_test::Lines;
+using vehicle_test::WaitForLine;
+
+class HandlerCallback : public ClampControlHandlerCbIf {
+public:
+    void ClampStateChangeCb(const std::string& clampName, bool state) override {
+        mEvents.Add(clampName + (state ? " on" : " off"));
+    }
+    void ClampControlConnectionStateChangeCb(bool connected) override {
+        mEvents.Add(connected ? "connected" : "disconnected");
+    }
+    void ClampSubscribedCb() override { mEvents.Add("subscribed"); }
+
+    EventRecorder mEvents;
+};
+
+class ClampControlHandlerTest : public ::testing::Test {
+protected:
+    ClampControlHandlerTest() { script = &mScript; }
+    ~ClampControlHandlerTest() override { script = nullptr; }
+
+    std::vector<std::string> Calls(std::size_t count) const { return mScript.calls.Wait(count); }
+
+    Script mScript;
+    testing_support::CapturedLog mLog;
+    HandlerCallback mCallback;
+};
+
+TEST_F(ClampControlHandlerTest, InitAssignsTheCallbackBeforeTheStart) {
+    ClampControlHandler handler(&mCallback);
+    EXPECT_TRUE(handler.ClampControlInit());
+    EXPECT_THAT(Calls(2), ElementsAre("callback", "start"));
+}
+
+TEST_F(ClampControlHandlerTest, NotificationsAreLoggedAndHandedUp) {
+    ClampControlHandler handler(&mCallback);
+    ClampControlHandler nobody(nullptr);
+    for (auto* each : {&handler, &nobody}) {
+        each->ConnectionStateNotification(true);
+        each->ConnectionStateNotification(false);
+        each->ClampControlNotification(true);
+        each->ClampControlNotification(false);
+        each->ClampControlSubscribedNotification();
+    }
+    EXPECT_THAT(mCallback.mEvents.Events(), ElementsAre("connected", "disconnected", "Clamp15 on",
+                                                        "Clamp15 off", "subscribed"));
+    const std::string connection =
+        "debug ClampControlHandler: Clamp Control Service connection state has changed to ";
+    const std::string state =
+        "debug ClampControlHandler: Received a Clamp Control state notification";
+    const auto lines = Lines(mLog);
+    ASSERT_EQ(10U, lines.size());
+    EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.begin() + 5),
+                ElementsAre(connection + "1", connection + "0", state, state,
+                            "debug ClampControlHandler: Received a Clamp Control subscribed "
+                            "notification"));
+}
+
+TEST_F(ClampControlHandlerTest, ARefusalIsTriedAgainUntilTheServiceAccepts) {
+    mScript.Answer([] { return ""; });
+    mScript.Answer([] { return "id"; });
+    {
+        ClampControlHandler handler(&mCallback);
+        EXPECT_TRUE(handler.SubscribeNB());
+        WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    }
+    EXPECT_THAT(Calls(5),
+                ElementsAre("subscribe", "subscribe", "unsubscribe id", "no callback", "stop"));
+    EXPECT_THAT(Lines(mLog),
+                ElementsAre("error ClampControlHandler: FAILED to subscribe to Clamp Control!",
+                            "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!",
+                            "info ClampControlHandler: Subscribed to Clamp Control",
+                            "info ClampControlHandlerNB: Subscribed to Clamp Control"));
+}
+
+TEST_F(ClampControlHandlerTest, AnExceptionEndsTheAttemptsUntilTheNextSubscription) {
+    mScript.Answer([]() -> std::string { throw std::runtime_error("no way"); });
+    mScript.Answer([] { return "id"; });
+    ClampControlHandler handler(&mCallback);
+    handler.SubscribeNB();
+    WaitForLine(mLog, "warning ClampControlHandlerNB: Exception while subscribing: no way");
+    handler.SubscribeNB();
+    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    EXPECT_THAT(Calls(2), ElementsAre("subscribe", "subscribe"));
+}
+
+TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
+    std::promise<void> release;
+    mScript.Answer([&release] {
+        release.get_future().wait();
+        return "";
+    });
+    mScript.Answer([] { return "second"; });
+    {
+        ClampControlHandler handler(&mCallback);
+        handler.SubscribeNB();
+        Calls(1);
+        auto again = std::async(std::launch::async, [&handler] { handler.SubscribeNB(); });
+        release.set_value();
+        again.get();
+        Calls(2);
+        WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    }
+    EXPECT_THAT(Calls(5),
+                ElementsAre("subscribe", "subscribe", "unsubscribe second", "no callback", "stop"));
+}
+
+TEST_F(ClampControlHandlerTest, TheSubscribeThreadMayAskForASubscriptionItself) {
+    std::unique_ptr<ClampControlHandler> handler;
+    mScript.Answer([&handler] { return handler->SubscribeNB() ? "id" : ""; });
+    handler = std::make_unique<ClampControlHandler>(&mCallback);
+    handler->SubscribeNB();
+    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    handler.reset();
+    EXPECT_THAT(Calls(4), ElementsAre("subscribe", "unsubscribe id", "no callback", "stop"));
+}
+
+TEST_F(ClampControlHandlerTest, DestructionEndsAttemptsThatAreRefused) {
+    {
+        ClampControlHandler handler(&mCallback);
+        handler.SubscribeNB();
+        WaitForLine(mLog, "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!");
+    }
+    const auto calls = Calls(3);
+    EXPECT_EQ("no callback", calls[calls.size() - 2]);
+    EXPECT_EQ("stop", calls.back());
+    EXPECT_THAT(calls, ::testing::Not(::testing::Contains(::testing::StartsWith("unsubscribe"))));
+}
+
+class ClampCallback : public vintrel::ClampControlCbIf {
+public:
+    void ClampStateChangeCb(bool clamp15On) override { mEvents.Add(clamp15On ? "on" : "off"); }
+
+    EventRecorder mEvents;
+};
+
+class ClampControlWexaImplTest : public ClampControlHandlerTest {
+protected:
+    ClampCallback mClamp;
+};
+
+TEST_F(ClampControlWexaImplTest, OnlyTheFirstSubscribeStartsTheClient) {
+    vintrel::ClampControlWexaImpl clampControl(mClamp);
+    EXPECT_TRUE(clampControl.Subscribe());
+    EXPECT_FALSE(clampControl.Subscribe());
+    EXPECT_THAT(Calls(2), ElementsAre("callback", "start"));
+    EXPECT_THAT(
+        Lines(mLog),
+        ElementsAre("info ClampControlWexaImpl:Subscribe", "info ClampControlWexaImpl:Subscribe",
+                    "info ClampControlWexaImpl: Already subscribed to Clamp 15"));
+}
+
+TEST_F(ClampControlWexaImplTest, AStateThatComesWithinTheStartIsDropped) {
+    mScript.atStart = [](ClampControlCallbackIf& each) { each.ClampControlNotification(true); };
+    vintrel::ClampControlWexaImpl clampControl(mClamp);
+    clampControl.Subscribe();
+    EXPECT_TRUE(mClamp.mEvents.Events().empty());
+    mScript.Notify([](ClampControlCallbackIf& each) { each.ClampControlNotification(true); });
+    clampControl.ClampStateChangeCb("any name", false);
+    EXPECT_THAT(mClamp.mEvents.Events(), ElementsAre("on", "off"));
+}
+
+TEST_F(ClampControlWexaImplTest, EachNewConnectionSubscribesAndALostOneDoesNothing) {
+    mScript.Answer([] { return "first"; });
+    mScript.Answer([] { return "second"; });
+    vintrel::ClampControlWexaImpl clampControl(mClamp);
+    clampControl.Subscribe();
+    for (const bool connected : {true, false, true}) {
+        mScript.Notify([connected](ClampControlCallbackIf& each) {
+            each.ConnectionStateNotification(connected);
+        });
+        Calls(3);
+    }
+    EXPECT_THAT(Calls(4), ElementsAre("callback", "start", "subscribe", "subscribe"));
+    const std::string text = "info ClampControlWexaImpl: Wexa service connection state changed to ";
+    EXPECT_THAT(Lines(mLog), ::testing::IsSupersetOf({text + "1", text + "0", text + "1"}));
+}
+
+TEST_F(ClampControlWexaImplTest, AServiceMayConnectInTheMomentOfDestruction) {
+    for (int round = 0; round < 100; ++round) {
+        mScript.Answer([] { return "id"; });
+        auto clampControl = std::make_unique<vintrel::ClampControlWexaImpl>(mClamp);
+        clampControl->Subscribe();
+        std::thread notifier([this] {
+            for (int i = 0; i < 3; ++i) {
+                mScript.Notify(
+                    [](ClampControlCallbackIf& each) { each.ConnectionStateNotification(true); });
+            }
+        });
+        clampControl.reset();
+        notifier.join();
+        EXPECT_EQ(nullptr, mScript.callback);
+    }
+}
+
+}  // namespace nuro_common

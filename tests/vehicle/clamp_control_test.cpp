@@ -1,0 +1,108 @@
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/clamp_control_if.h"
+#include "platform/service_access/event_recorder.h"
+#include "testing/captured_log.h"
+#include "vehicle/log_lines.h"
+#include "vehicle/vehicle_services.h"
+
+namespace vintrel {
+
+using service_access_host::SubscriptionAnswer;
+using service_access_test::EventRecorder;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using vehicle_test::Lines;
+using vehicle_test::VehicleServices;
+using vehicle_test::WaitForLine;
+
+class ClampControlTest : public ::testing::Test, public ClampControlCbIf {
+protected:
+    void ClampStateChangeCb(bool clamp15On) override { mStates.Add(clamp15On ? "on" : "off"); }
+
+    EventRecorder mStates;
+    testing_support::CapturedLog mLog;
+};
+
+TEST_F(ClampControlTest, TheStateIsReportedAtOnceAtEachChangeAndAfterEachReconnection) {
+    VehicleServices services;
+    const auto clampControl = ClampControlIf::Create(*this);
+    EXPECT_TRUE(clampControl->Subscribe());
+    services.Server().SetServiceAvailable("ClampControl", true);
+    services.Server().SetClampState(false);
+    services.Server().Start();
+    EXPECT_THAT(mStates.Wait(1), ElementsAre("off"));
+    services.Server().SetClampState(true);
+    EXPECT_THAT(mStates.Wait(2), ElementsAre("off", "on"));
+    services.Server().Stop();
+    services.Server().Start();
+    EXPECT_THAT(mStates.Wait(3), ElementsAre("off", "on", "on"));
+    services.Server().SetServiceAvailable("ClampControl", false);
+    services.Server().SetClampState(false);
+    services.Server().SetServiceAvailable("ClampControl", true);
+    EXPECT_THAT(mStates.Wait(4), ElementsAre("off", "on", "on", "off"));
+    EXPECT_THAT(Lines(mLog), Contains("info ClampControlWexaImpl: Subscribed to Clamp 15"));
+}
+
+TEST_F(ClampControlTest, AnUnknownStateIsNotReported) {
+    VehicleServices services;
+    services.Server().SetServiceAvailable("ClampControl", true);
+    services.Server().Start();
+    auto clampControl = ClampControlIf::Create(*this);
+    clampControl->Subscribe();
+    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    services.Server().SetClampState(true);
+    services.Server().SetClampState(std::nullopt);
+    EXPECT_EQ(1U, services.Server().ClampSubscriptionCount());
+    clampControl.reset();
+    EXPECT_EQ(0U, services.Server().ClampSubscriptionCount());
+    EXPECT_LE(mStates.Events().size(), 1U);
+}
+
+TEST_F(ClampControlTest, ARefusedSubscriptionSucceedsOnceTheServiceAccepts) {
+    VehicleServices services;
+    services.Server().SetServiceAvailable("ClampControl", true);
+    services.Server().SetClampState(true);
+    services.Server().SetClampSubscriptionAnswer(SubscriptionAnswer::kRefuse);
+    services.Server().Start();
+    const auto clampControl = ClampControlIf::Create(*this);
+    clampControl->Subscribe();
+    WaitForLine(mLog, "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!");
+    services.Server().SetClampSubscriptionAnswer(SubscriptionAnswer::kAccept);
+    EXPECT_THAT(mStates.Wait(1), ElementsAre("on"));
+}
+
+TEST_F(ClampControlTest, DestructionEndsThoughTheServiceNeverAnswers) {
+    VehicleServices services(std::chrono::milliseconds(50));
+    services.Server().SetServiceAvailable("ClampControl", true);
+    services.Server().SetClampSubscriptionAnswer(SubscriptionAnswer::kSilent);
+    services.Server().Start();
+    auto clampControl = ClampControlIf::Create(*this);
+    clampControl->Subscribe();
+    WaitForLine(mLog, "info ClampControlWexaImpl: Wexa service connection state changed to 1");
+    clampControl.reset();
+    EXPECT_TRUE(mStates.Events().empty());
+}
+
+TEST_F(ClampControlTest, WithoutAUsableConfigurationItRunsAndSaysSo) {
+    VehicleServices services;
+    for (const auto* text : {"", "{", R"({"socketPath":1})"}) {
+        services.WriteConfig(text);
+        const auto clampControl = ClampControlIf::Create(*this);
+        EXPECT_TRUE(clampControl->Subscribe());
+        EXPECT_FALSE(clampControl->Subscribe());
+    }
+    EXPECT_THAT(Lines(mLog),
+                Contains(HasSubstr("clamp control is out of reach: client configuration " +
+                                   services.ConfigPath()))
+                    .Times(3));
+}
+
+}  // namespace vintrel

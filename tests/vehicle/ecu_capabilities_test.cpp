@@ -1,0 +1,244 @@
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/ecu_capabilities_if.h"
+#include "diagnosticinfo_host/diagnostic_info_server.h"
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+#include "vehicle/diagnostic_info_services.h"
+#include "vehicle/ecu_capabilities_diag_info_impl.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using diagnosticinfo_host::DiagnosticInfoServer;
+using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
+using orv::tee::DiagnosticInfoServices;
+using qel_logging::EQELLogLevel;
+
+std::vector<std::uint8_t> Bytes(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+DT_identificationData_struct Record(const std::string& sw, const std::string& hw,
+                                    const std::string& part) {
+    DT_identificationData_struct record;
+    record.swVersion = Bytes(sw);
+    record.hwVersion = Bytes(hw);
+    record.partNumber = Bytes(part);
+    return record;
+}
+
+DT_identificationData_struct Address(std::uint16_t address) {
+    DT_identificationData_struct record;
+    record.diagnosticAddress = address;
+    return record;
+}
+
+class EcuCapabilitiesTest : public testing::Test {
+protected:
+    EcuCapabilitiesTest() {
+        ::setenv("SOMEIP_DEPLOYMENT", mDirectory.File("Deployment.json").c_str(), 1);
+        Deploy();
+    }
+
+    ~EcuCapabilitiesTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
+
+    static someip::ServiceDeployment FastDeployment() {
+        auto service = diagnosticinfo_host::DefaultDeployment();
+        service.cycle = 20ms;
+        return service;
+    }
+
+    void Deploy() {
+        std::ofstream(mDirectory.File("Deployment.json"))
+            << someip::FormatDeployment({mServer.Deployment()});
+    }
+
+    /// Publishes and waits until the line that reports the last value is there.
+    void PublishAndAwait(const diagnosticinfo_host::IdentificationData& records,
+                         const std::string& line) {
+        mLog.Clear();
+        mServer.Publish(records);
+        ASSERT_TRUE(mLog.WaitFor(line)) << line;
+    }
+
+    /// Starts `services` and waits until it is subscribed.
+    void StartAndSubscribe(DiagnosticInfoServices& services) {
+        mServer.Offer();
+        services.Start();
+        ASSERT_TRUE(mLog.WaitFor("DiagnosticInfoServices::Subscribed to events"));
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+    testing_support::CapturedLog mLog;
+    DiagnosticInfoServer mServer{FastDeployment()};
+};
+
+TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {
+    const auto capabilities = vintrel::EcuCapabilitiesIf::Create();
+    EXPECT_TRUE(capabilities->GetEcuCapabilities().softwareVersion.empty());
+    mServer.Publish({Record("0209", "H01", "VN035000A01")});
+    mServer.Offer();
+    capabilities->Initialize();
+    ASSERT_TRUE(mLog.WaitFor("Received partNumber: 'VN035000A01' stored"));
+    const auto values = capabilities->GetEcuCapabilities();
+    EXPECT_EQ(values.softwareVersion, "0209");
+    EXPECT_EQ(values.hardwareVersion, "H01");
+    EXPECT_EQ(values.partNumber, "VN035000A01");
+
+    std::vector<std::string> lines;
+    for (const auto& line : mLog.Lines()) {
+        if (line.level == EQELLogLevel::kInfo && lines.size() < 3) {
+            lines.push_back(line.text);
+        }
+    }
+    EXPECT_THAT(lines, testing::ElementsAre("DiagnosticInfoServices::Start",
+                                            "DiagnosticInfoService service found",
+                                            "Subscribing to DiagnosticInfo"));
+    for (const char* line :
+         {"DiagnosticInfoServices::Subscribed to events",
+          "DiagnosticInfoProxy::HandleDiagnosticEvent updated: 1", "DiagnosticInfoProxy::GetData",
+          "DiagnosticInfoProxy::GetData vector elements: 1", "Get data from entry",
+          "Received swVersion: '0209' stored", "Received hwVersion: 'H01' stored"}) {
+        EXPECT_TRUE(mLog.WaitFor(line)) << line;
+        EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, line)) << line;
+    }
+
+    PublishAndAwait({Record("0210", "", "VN035000A02")},
+                    "Received partNumber: 'VN035000A02' stored");
+    EXPECT_EQ(capabilities->GetEcuCapabilities().softwareVersion, "0210");
+    EXPECT_EQ(capabilities->GetEcuCapabilities().hardwareVersion, "");
+}
+
+TEST_F(EcuCapabilitiesTest, PlaceholdersAreSkippedAndOtherRunsOfHyphensStored) {
+    DiagnosticInfoServices services;
+    StartAndSubscribe(services);
+    PublishAndAwait({Record("0209", "H01", "VN035000A01")},
+                    "Received partNumber: 'VN035000A01' stored");
+    PublishAndAwait({Record("----", "---", "-----------")},
+                    "Received partNumber: '-----------' is unknown and storing skipped, current "
+                    "partNumber: 'VN035000A01'");
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
+                              "Received swVersion: '----' is unknown and storing skipped, current "
+                              "swVersion: '0209'"));
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
+                              "Received hwVersion: '---' is unknown and storing skipped, current "
+                              "hwVersion: 'H01'"));
+    EXPECT_EQ(services.GetEcuSwVersion(), "0209");
+    EXPECT_EQ(services.GetEcuHwVersion(), "H01");
+    EXPECT_EQ(services.GetEcuPartNumber(), "VN035000A01");
+
+    PublishAndAwait({Record("---", "----", "------------")},
+                    "Received partNumber: '------------' stored");
+    EXPECT_EQ(services.GetEcuSwVersion(), "---");
+    EXPECT_EQ(services.GetEcuHwVersion(), "----");
+    EXPECT_EQ(services.GetEcuPartNumber(), "------------");
+}
+
+TEST_F(EcuCapabilitiesTest, LaterRecordsOfASampleOverwriteWhatTheyHold) {
+    DiagnosticInfoServices services;
+    StartAndSubscribe(services);
+    DT_identificationData_struct second;
+    second.swVersion = Bytes(std::string("b\0b", 3));
+    PublishAndAwait({Record("a", "H01", "part"), second, Address(0xC003)},
+                    "Received diagnosticAddress: 'C003' stored");
+    EXPECT_TRUE(
+        mLog.Contains(EQELLogLevel::kInfo, "DiagnosticInfoProxy::GetData vector elements: 3"));
+    EXPECT_EQ(services.GetEcuSwVersion(), std::string("b\0b", 3));
+    EXPECT_EQ(services.GetEcuHwVersion(), "H01");
+    EXPECT_EQ(services.GetEcuPartNumber(), "part");
+}
+
+TEST_F(EcuCapabilitiesTest, AddressIsFourUpperCaseHexadecimalDigits) {
+    DiagnosticInfoServices services;
+    StartAndSubscribe(services);
+    const std::pair<std::uint16_t, const char*> kAddresses[] = {
+        {std::uint16_t{0}, "0000"}, {std::uint16_t{0xFFFF}, "FFFF"}, {std::uint16_t{0xA3}, "00A3"}};
+    for (const auto& [address, text] : kAddresses) {
+        PublishAndAwait({Address(address)},
+                        std::string("Received diagnosticAddress: '") + text + "' stored");
+        EXPECT_EQ(services.GetEcuDiagnosticAddress(), text);
+        EXPECT_EQ(services.GetEcuSwVersion(), "");
+    }
+}
+
+TEST_F(EcuCapabilitiesTest, ServiceThatReturnsIsSubscribedAnewAndValuesLast) {
+    DiagnosticInfoServices services;
+    StartAndSubscribe(services);
+    PublishAndAwait({Record("0209", "H01", "part")}, "Received partNumber: 'part' stored");
+    services.Start();
+    EXPECT_EQ(mLog.Count("DiagnosticInfoServices::Start"), 0U);
+
+    mServer.StopOffer();
+    ASSERT_TRUE(mLog.WaitFor("DiagnosticInfoServices service stopped"));
+    EXPECT_EQ(services.GetEcuSwVersion(), "0209");
+    services.HandleDiagnosticEvent();
+    services.GetData();
+    EXPECT_EQ(services.GetEcuSwVersion(), "0209");
+
+    mServer.Publish({Record("0300", "H02", "new part")});
+    mServer.Offer();
+    ASSERT_TRUE(mLog.WaitFor("Received partNumber: 'new part' stored"));
+    EXPECT_EQ(mLog.Count("Subscribing to DiagnosticInfo"), 1U);
+    EXPECT_EQ(mLog.Count("DiagnosticInfoServices::Start"), 0U);
+}
+
+TEST_F(EcuCapabilitiesTest, PayloadThatDoesNotDeserializeIsAnIncidentAndNoSample) {
+    DiagnosticInfoServices services;
+    StartAndSubscribe(services);
+    PublishAndAwait({Record("0209", "H01", "part")}, "Received partNumber: 'part' stored");
+    mLog.Clear();
+    mServer.PublishRaw({0, 0, 0, 1});
+    ASSERT_TRUE(mLog.WaitFor("Event_deserialize_exception"));
+    EXPECT_EQ(mLog.Count("Deserialization calculated invalid end position."), 1U);
+    EXPECT_EQ(mLog.Count("HandleDiagnosticEvent"), 0U);
+    PublishAndAwait({Record("0210", "H01", "next")}, "Received partNumber: 'next' stored");
+}
+
+TEST_F(EcuCapabilitiesTest, ServiceIsFoundOnceItsDeploymentIsThere) {
+    const std::string path = mDirectory.File("Deployment.json");
+    std::filesystem::remove(path);
+    mServer.Publish({Record("0209", "H01", "part")});
+    mServer.Offer();
+    vintrel::EcuCapabilitiesDiagInfoImpl capabilities;
+    capabilities.Initialize();
+    ASSERT_TRUE(mLog.WaitFor("can't open '" + path + "'"));
+    Deploy();
+    EXPECT_TRUE(mLog.WaitFor("Received partNumber: 'part' stored"));
+}
+
+TEST_F(EcuCapabilitiesTest, DestructionIsSafeWhateverTheServiceDoes) {
+    { const DiagnosticInfoServices neverStarted; }
+    std::atomic<bool> done{false};
+    std::thread service([&] {
+        for (unsigned i = 0; !done; ++i) {
+            mServer.Offer();
+            mServer.Publish({Record(std::to_string(i), "H", "P")});
+            if (i % 3 == 0) {
+                mServer.StopOffer();
+            }
+        }
+    });
+    for (int i = 0; i < 30; ++i) {
+        vintrel::EcuCapabilitiesDiagInfoImpl capabilities;
+        capabilities.Initialize();
+        if (i % 2 == 0) {
+            mLog.Clear();
+            EXPECT_TRUE(mLog.WaitFor("Received swVersion"));
+            EXPECT_FALSE(capabilities.GetEcuCapabilities().softwareVersion.empty());
+        }
+    }
+    done = true;
+    service.join();
+    mLog.Clear();
+    mServer.Publish({Record("late", "H", "P")});
+    EXPECT_EQ(mLog.Count("late"), 0U);
+}
+
+}  // namespace

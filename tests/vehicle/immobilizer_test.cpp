@@ -1,0 +1,215 @@
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <service_access/connection.h>
+
+#include <lumo/connection_members.h>
+
+#include "client/immobilizer_if.h"
+#include "platform/service_access/event_recorder.h"
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+#include "vehicle/immobilizer_client.h"
+#include "vehicle/log_lines.h"
+#include "vehicle/vehicle_services.h"
+
+namespace vintrel {
+
+using service_access_test::EventRecorder;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using vehicle_test::Lines;
+using vehicle_test::VehicleServices;
+
+class ImmobilizerTest : public ::testing::Test,
+                        public ImmobilizerCbIf,
+                        public immobilizerclient::ImmobilizerCallbackIf {
+protected:
+    void ImmobilizerVinReceivedCb(std::string vin) override { mEvents.Add("VIN " + vin); }
+    void ImmobilizerConnectionStateChangeCb(bool connected) override {
+        mEvents.Add(connected ? "connected" : "disconnected");
+    }
+    void ImmobilizerVinReceived(const std::string& vin) override { mEvents.Add("VIN " + vin); }
+    void ConnectionStateNotification(bool connected) override {
+        mEvents.Add(connected ? "connected" : "disconnected");
+    }
+
+    std::shared_ptr<ImmobilizerIf> Connected(VehicleServices& services) {
+        services.Server().SetServiceAvailable("Immobilizer", true);
+        services.Server().Start();
+        auto immobilizer = ImmobilizerIf::Create(*this);
+        EXPECT_TRUE(immobilizer->ImmobilizerInit());
+        EXPECT_THAT(mEvents.Wait(1), ElementsAre("connected"));
+        return immobilizer;
+    }
+
+    EventRecorder mEvents;
+    testing_support::CapturedLog mLog;
+};
+
+TEST_F(ImmobilizerTest, TheVinIsHandedOnUnchanged) {
+    VehicleServices services;
+    const auto immobilizer = Connected(services);
+    std::size_t count = 1;
+    const std::vector<std::string> vins{"WQUBAEXAMPLE00001", "x", " \\\" {}\n\u00e4 ",
+                                        std::string(10000, 'v')};
+    for (const auto& vin : vins) {
+        services.Server().SetImmobilizerVin(vin);
+        EXPECT_TRUE(immobilizer->GetVin());
+        EXPECT_EQ("VIN " + vin, mEvents.Wait(++count).back());
+    }
+    EXPECT_THAT(Lines(mLog), Contains("info Immobilizer: VIN received successfully").Times(4));
+    EXPECT_THAT(Lines(mLog),
+                ::testing::IsSupersetOf(
+                    {"info Immobilizer Client: Service connected",
+                     "info Immobilizer: Service Connection state changed to Connected"}));
+    EXPECT_THAT(Lines(mLog), ::testing::Not(Contains(HasSubstr("WQUBAEXAMPLE00001"))));
+}
+
+TEST_F(ImmobilizerTest, EveryUselessAnswerIsAnEmptyVinAndOneErrorLine) {
+    VehicleServices services;
+    const auto immobilizer = Connected(services);
+    const std::string absent =
+        "error Immobilizer Client: success callback returned empty vin element";
+    const std::string status = "error Immobilizer Client: ErrorCb, response status: ";
+    const std::string unreadable = "error Immobilizer Client: ErrorCb: ";
+    std::size_t count = 1;
+    const auto expectFailure = [&](const std::string& line) {
+        EXPECT_TRUE(immobilizer->GetVin());
+        EXPECT_EQ("VIN ", mEvents.Wait(++count).back());
+        const auto lines = Lines(mLog);
+        ASSERT_GE(lines.size(), 2U);
+        EXPECT_THAT(lines[lines.size() - 2], StartsWith(line));
+        EXPECT_EQ("error Immobilizer: FAILED to get VIN from Immobilizer Service!", lines.back());
+    };
+    expectFailure(absent);
+    for (const auto* body :
+         {R"({"items":[]})", R"({"items":[{"vehicleIdentificationNumber":null}]})"}) {
+        services.Server().SetImmobilizerBody(body);
+        expectFailure(absent);
+    }
+    for (const auto* body : {"", "{", "[]", "{}", R"({"items":{}})", R"({"items":[7]})",
+                             R"({"items":[{"vehicleIdentificationNumber":7}]})"}) {
+        services.Server().SetImmobilizerBody(body);
+        expectFailure(unreadable);
+    }
+    services.Server().SetImmobilizerBody(std::string(5000, '['));
+    expectFailure(unreadable + "JSON is nested too deeply");
+    services.Server().SetImmobilizerBody(std::string(70000, ' '));
+    expectFailure(unreadable + "body limit exceeded");
+    services.Server().SetImmobilizerStatus(404);
+    expectFailure(status + "404");
+    services.Server().SetImmobilizerStatus(503);
+    expectFailure(status + "503");
+}
+
+TEST_F(ImmobilizerTest, ASilentServiceIsAnEmptyVinAfterTheTimeLimit) {
+    VehicleServices services(std::chrono::milliseconds(20));
+    services.Server().SetImmobilizerSilent();
+    const auto immobilizer = Connected(services);
+    EXPECT_TRUE(immobilizer->GetVin());
+    EXPECT_THAT(mEvents.Wait(2), ElementsAre("connected", "VIN "));
+    EXPECT_THAT(Lines(mLog), Contains("error Immobilizer Client: ErrorCb: no answer in time"));
+}
+
+TEST_F(ImmobilizerTest, WithoutTheServiceNothingIsAskedAndNothingFollows) {
+    VehicleServices services;
+    services.Server().SetImmobilizerVin("V");
+    const auto immobilizer = Connected(services);
+    services.Server().SetServiceAvailable("Immobilizer", false);
+    EXPECT_THAT(mEvents.Wait(2), ElementsAre("connected", "disconnected"));
+    EXPECT_FALSE(immobilizer->GetVin());
+    EXPECT_EQ("error Immobilizer: Not connected to Immobilizer Service!", Lines(mLog).back());
+    EXPECT_THAT(Lines(mLog),
+                Contains("info Immobilizer: Service Connection state changed to Disconnected"));
+    services.Server().Stop();
+    services.Server().SetServiceAvailable("Immobilizer", true);
+    services.Server().Start();
+    mEvents.Wait(3);
+    EXPECT_TRUE(immobilizer->GetVin());
+    EXPECT_THAT(mEvents.Wait(4), ElementsAre("connected", "disconnected", "connected", "VIN V"));
+}
+
+TEST_F(ImmobilizerTest, AQueryWithoutServiceOrAfterStopIsAnEmptyVin) {
+    VehicleServices services;
+    services.Server().SetServiceAvailable("Immobilizer", true);
+    immobilizerclient::ImmobilizerClient client;
+    client.GetImmobilizerVin();
+    client.AssignCallback(this);
+    client.GetImmobilizerVin();
+    EXPECT_THAT(mEvents.Events(), ElementsAre("VIN "));
+    EXPECT_EQ("error Immobilizer Client: Not ready", Lines(mLog).back());
+
+    services.Server().Start();
+    client.Start();
+    mEvents.Wait(2);
+    client.Stop();
+    client.Stop();
+    client.GetImmobilizerVin();
+    EXPECT_THAT(mEvents.Events(), ElementsAre("VIN ", "connected", "VIN "));
+    EXPECT_EQ("error Immobilizer Client: LumoAccess exception", Lines(mLog).back());
+}
+
+TEST_F(ImmobilizerTest, DestructionEndsAQueryUnderWayOnceAndForAll) {
+    VehicleServices services;
+    services.Server().SetImmobilizerSilent();
+    auto immobilizer = Connected(services);
+    EXPECT_TRUE(immobilizer->GetVin());
+    immobilizer.reset();
+    services.Server().SetServiceAvailable("Immobilizer", false);
+    EXPECT_THAT(mEvents.Events(), ElementsAre("connected", "VIN "));
+}
+
+TEST_F(ImmobilizerTest, AnEventThatCantBeUnderstoodIsLogged) {
+    VehicleServices services;
+    const auto immobilizer = Connected(services);
+    services.Server().SendRawEvent("{");
+    services.Server().SetServiceAvailable("Immobilizer", false);
+    mEvents.Wait(2);
+    EXPECT_THAT(Lines(mLog),
+                Contains(StartsWith("error Immobilizer Client: ServiceListener Error: ")));
+}
+
+TEST_F(ImmobilizerTest, WithoutAUsableConfigurationItIsNeverConnected) {
+    VehicleServices services;
+    services.WriteConfig("{");
+    auto immobilizer = ImmobilizerIf::Create(*this);
+    EXPECT_THAT(Lines(mLog), ElementsAre(StartsWith("error  Exception: client configuration " +
+                                                    services.ConfigPath())));
+    EXPECT_TRUE(immobilizer->ImmobilizerInit());
+    EXPECT_FALSE(immobilizer->GetVin());
+    immobilizer.reset();
+    immobilizerclient::ImmobilizerClient client;
+    client.GetImmobilizerVin();
+    client.Stop();
+    EXPECT_TRUE(mEvents.Events().empty());
+}
+
+TEST(WebsocketManagerFactoryTest, TheConnectionClosesWithItsLastUser) {
+    const testing_support::TemporaryDirectory directory;
+    service_access::ClientConfig config;
+    config.socketPath = directory.File("nobody.sock");
+    const auto connection = std::make_shared<service_access::Connection>(config);
+    const auto query = [&connection] {
+        connection->Query("Immobilizer", "fields=5", [](const service_access::QueryResult&) {});
+    };
+    lumo::DefaultWebsocketManagerFactory factory(connection);
+    factory.addManager("Immobilizer");
+    factory.addManager("ClampControl");
+    factory.stopManager("Immobilizer");
+    factory.stopManager("Immobilizer");
+    factory.stopManager("Other");
+    EXPECT_NO_THROW(query());
+    factory.stopManager("ClampControl");
+    EXPECT_THROW(query(), std::runtime_error);
+}
+
+}  // namespace vintrel

@@ -1,0 +1,269 @@
+#include "vehicle/tls_alerts.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <vonta_socket/unix_stream_client_connector.h>
+
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+#include "vehicle/socks_tls_alert_client_impl.h"
+#include "vonta_socket_host/stream_server.h"
+
+namespace {
+
+using qel_logging::EQELLogLevel;
+using socks_rux::SocksTlsAlertClientImpl;
+using testing::InSequence;
+using testing::NiceMock;
+using testing::Return;
+using tls_alert_if::ETlsAlertCode;
+using vonta_socket::StreamCommunicatorIf;
+using vonta_socket::UnixStreamClientConnector;
+
+constexpr std::chrono::seconds kHangGuard{30};
+
+class MockSocksClient : public socks_rux::SocksTlsAlertClientIf {
+public:
+    MOCK_METHOD(unsigned int, StartListening, (socks_rux::SocksTlsAlertClientCallbackIf*),
+                (override));
+    MOCK_METHOD(void, StopListening, (), (override));
+};
+
+class MockClient : public vintrel::TlsAlertsCbIf {
+public:
+    MOCK_METHOD(void, TlsAlertNotifyCb, (std::string, ETlsAlertCode), (override));
+};
+
+class MockAlertReceiver : public socks_rux::SocksTlsAlertClientCallbackIf {
+public:
+    MOCK_METHOD(void, SocksTlsAlertOccured, (std::string, ETlsAlertCode), (override));
+    MOCK_METHOD(void, SocksTlsAlertError, (), (override));
+};
+
+std::shared_ptr<MockSocksClient>& SharedSocksClient() {
+    static std::shared_ptr<MockSocksClient> client;
+    return client;
+}
+
+/// Makes connections as the test says.
+class ScriptedConnector : public vonta_socket::StreamClientConnectorIf {
+public:
+    using Script = std::function<std::shared_ptr<StreamCommunicatorIf>()>;
+
+    explicit ScriptedConnector(Script script) : mScript(std::move(script)) {}
+    std::shared_ptr<StreamCommunicatorIf> Connect() override { return mScript(); }
+
+private:
+    Script mScript;
+};
+
+class TlsAlertsTest : public testing::Test {
+protected:
+    ~TlsAlertsTest() override { SharedSocksClient().reset(); }
+
+    bool HasLine(EQELLogLevel level, const std::string& text) const {
+        return mLog.Contains(level, "TlsAlerts: " + text);
+    }
+
+    testing_support::CapturedLog mLog;
+    std::shared_ptr<MockSocksClient> mSocks = SharedSocksClient() =
+        std::make_shared<NiceMock<MockSocksClient>>();
+    MockClient mClient;
+    vintrel::TlsAlerts mAlerts;
+};
+
+TEST_F(TlsAlertsTest, StartListensAndTellsTheFilterAndTheResult) {
+    EXPECT_CALL(*mSocks, StartListening(&mAlerts)).WillOnce(Return(0U)).WillOnce(Return(2U));
+    mAlerts.Start(&mClient);
+    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 44"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 200"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 51"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Connected to Socks-RUX!"));
+    mAlerts.Start(&mClient);
+    EXPECT_TRUE(HasLine(EQELLogLevel::kError, "Failed to connect to Socks-RUX!"));
+}
+
+TEST_F(TlsAlertsTest, OnlyTheThreeCodesOfTheFilterReachTheClient) {
+    mAlerts.Start(&mClient);
+    for (const unsigned int code : {44U, 51U, 200U}) {
+        EXPECT_CALL(mClient, TlsAlertNotifyCb("op", static_cast<ETlsAlertCode>(code)));
+        mAlerts.SocksTlsAlertOccured("op", static_cast<ETlsAlertCode>(code));
+    }
+    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=51"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "TLS alert accepted"));
+    mLog.Clear();
+    // 300 differs from 44 in its higher bits only, which the line does not show.
+    for (const unsigned int code : {42U, 300U}) {
+        mAlerts.SocksTlsAlertOccured("op", static_cast<ETlsAlertCode>(code));
+    }
+    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=42"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=44"));
+    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "TLS alert ignored"));
+    EXPECT_FALSE(HasLine(EQELLogLevel::kDebug, "TLS alert accepted"));
+}
+
+TEST_F(TlsAlertsTest, AnAlertAfterStopIsLostWithAWarning) {
+    mAlerts.Start(&mClient);
+    EXPECT_CALL(*mSocks, StopListening());
+    EXPECT_CALL(mClient, TlsAlertNotifyCb).Times(0);
+    mAlerts.Stop();
+    mAlerts.SocksTlsAlertOccured("op", ETlsAlertCode::kCertificateRevoked);
+    EXPECT_TRUE(HasLine(EQELLogLevel::kWarning, "Callback not set, TLS Alert is ignored"));
+}
+
+class SocksTlsAlertClientTest : public testing::Test {
+protected:
+    std::shared_ptr<StreamCommunicatorIf> ConnectToDaemon() const {
+        return UnixStreamClientConnector(mPath, -1, "test").Connect();
+    }
+
+    void ExpectSubscriptions(std::size_t total) {
+        ASSERT_TRUE(mDaemon.WaitForSubscriptions(total, kHangGuard));
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+    std::string mPath = mDirectory.File("alerts");
+    vonta_socket::host::StreamServer mDaemon{mPath};
+    MockAlertReceiver mReceiver;
+    SocksTlsAlertClientImpl mClient{std::make_shared<UnixStreamClientConnector>(mPath, -1, "test")};
+};
+
+TEST_F(SocksTlsAlertClientTest, AlertsArriveAsTheDaemonSentThem) {
+    std::promise<void> received;
+    {
+        const InSequence sequence;
+        EXPECT_CALL(mReceiver, SocksTlsAlertOccured("first", ETlsAlertCode::kDecryptError));
+        EXPECT_CALL(mReceiver, SocksTlsAlertOccured("", static_cast<ETlsAlertCode>(255)))
+            .WillOnce([&] { received.set_value(); });
+    }
+    ASSERT_EQ(mClient.StartListening(&mReceiver), socks_rux::kStartOk);
+    EXPECT_EQ(mClient.StartListening(&mReceiver), socks_rux::kAlreadyListening);
+    ExpectSubscriptions(1);
+    mDaemon.BroadcastAlert("first", 51);
+    mDaemon.BroadcastAlert("", 255);
+    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
+}
+
+TEST_F(SocksTlsAlertClientTest, AnythingButAnAlertDropsTheConnectionAndSubscribesAnew) {
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(3);
+    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).Times(0);
+    mClient.StartListening(&mReceiver);
+    ExpectSubscriptions(1);
+    mDaemon.Broadcast({3});
+    ExpectSubscriptions(2);
+    mDaemon.Broadcast({2, 0xFF, 0xFF, 0xFF, 0xFF});
+    ExpectSubscriptions(3);
+    mDaemon.DropConnections();
+    ExpectSubscriptions(4);
+}
+
+TEST_F(SocksTlsAlertClientTest, AStopDuringAReadIsNoErrorAndAStartFollowsAtOnce) {
+    MockAlertReceiver second;
+    std::promise<void> received;
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
+    EXPECT_CALL(second, SocksTlsAlertError()).Times(0);
+    EXPECT_CALL(second, SocksTlsAlertOccured).WillOnce([&] { received.set_value(); });
+    mClient.StartListening(&mReceiver);
+    ExpectSubscriptions(1);
+    mClient.StopListening();
+    ASSERT_EQ(mClient.StartListening(&second), socks_rux::kStartOk);
+    ExpectSubscriptions(2);
+    mDaemon.BroadcastAlert("op", 44);
+    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
+}
+
+TEST_F(SocksTlsAlertClientTest, TheReceiverMayStopButNotRestartTheListening) {
+    std::promise<unsigned int> restarted;
+    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).WillOnce([&] {
+        mClient.StopListening();
+        restarted.set_value(mClient.StartListening(&mReceiver));
+    });
+    mClient.StartListening(&mReceiver);
+    ExpectSubscriptions(1);
+    mDaemon.BroadcastAlert("op", 44);
+    auto result = restarted.get_future();
+    ASSERT_EQ(result.wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(result.get(), socks_rux::kAlreadyListening);
+}
+
+TEST_F(SocksTlsAlertClientTest, AStopDuringTheWaitBetweenAttemptsEndsTheThreadAtOnce) {
+    int attempts = 0;
+    std::promise<void> attempted;
+    const auto start = std::chrono::steady_clock::now();
+    {
+        SocksTlsAlertClientImpl client(
+            std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
+                ++attempts;
+                attempted.set_value();
+                return nullptr;
+            }));
+        client.StartListening(&mReceiver);
+        attempted.get_future().wait();
+        client.StopListening();
+    }
+    EXPECT_EQ(attempts, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+}
+
+TEST_F(SocksTlsAlertClientTest, NothingIsLeftOfAConnectionWhenTheNextOneIsMade) {
+    std::weak_ptr<StreamCommunicatorIf> former;
+    int attempts = 0;
+    std::promise<void> ended;
+    SocksTlsAlertClientImpl client(
+        std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
+            EXPECT_TRUE(former.expired()) << "attempt " << attempts;
+            if (++attempts == 3) {
+                ended.set_value();
+                return nullptr;
+            }
+            const auto connection = ConnectToDaemon();
+            former = connection;
+            if (attempts == 2) {
+                connection->Close();  // so that the request cannot be sent
+            }
+            return connection;
+        }));
+    EXPECT_CALL(mReceiver, SocksTlsAlertError());
+    client.StartListening(&mReceiver);
+    ExpectSubscriptions(1);
+    mDaemon.DropConnections();
+    EXPECT_EQ(ended.get_future().wait_for(kHangGuard), std::future_status::ready);
+    client.StopListening();
+}
+
+TEST_F(SocksTlsAlertClientTest, AConnectionMadeDuringAStopIsClosedUnused) {
+    std::promise<void> connecting;
+    std::promise<void> stopped;
+    std::shared_ptr<StreamCommunicatorIf> connection;
+    {
+        SocksTlsAlertClientImpl client(std::make_shared<ScriptedConnector>([&] {
+            connecting.set_value();
+            stopped.get_future().wait();
+            connection = ConnectToDaemon();
+            return connection;
+        }));
+        client.StartListening(&mReceiver);
+        connecting.get_future().wait();
+        client.StopListening();
+        stopped.set_value();
+    }
+    ASSERT_NE(connection, nullptr);
+    EXPECT_EQ(connection->Write({1}), 0U);
+    EXPECT_EQ(mDaemon.GetSubscriberCount(), 0U);
+}
+
+}  // namespace
+
+// Takes the place of the system's own, which the linker then leaves out.
+std::shared_ptr<socks_rux::SocksTlsAlertClientIf> vintrel::CreateSocksTlsAlertClient() {
+    return SharedSocksClient();
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <fstream>
+#include <string>
+
+#include <service_access_host/server.h>
+#include <stdlib.h>
+
+#include "testing/temporary_directory.h"
+
+namespace vehicle_test {
+
+/// A server of the service access layer, and the configuration by which this process finds it.
+class VehicleServices {
+public:
+    explicit VehicleServices(std::chrono::milliseconds timeLimit = std::chrono::minutes(1)) {
+        const auto limit = std::to_string(timeLimit.count());
+        WriteConfig(R"({"socketPath":")" + SocketPath() + R"(","queryTimeLimitMs":)" + limit +
+                    R"(,"subscribeTimeLimitMs":)" + limit + R"(,"reconnectInitialMs":1})");
+        setenv("WEXA_CLIENT_CONFIG", ConfigPath().c_str(), 1);
+    }
+
+    ~VehicleServices() { unsetenv("WEXA_CLIENT_CONFIG"); }
+
+    VehicleServices(const VehicleServices&) = delete;
+    VehicleServices& operator=(const VehicleServices&) = delete;
+
+    void WriteConfig(const std::string& text) const { std::ofstream(ConfigPath()) << text; }
+
+    std::string ConfigPath() const { return mDirectory.File("ClientConfig.json"); }
+
+    service_access_host::Server& Server() { return mServer; }
+
+private:
+    std::string SocketPath() const { return mDirectory.File("access.sock"); }
+
+    const testing_support::TemporaryDirectory mDirectory;
+    service_access_host::Server mServer{SocketPath()};
+};
+
+}  // namespace vehicle_test
