@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "simulator/pki/openssl_ptr.h"
+
+namespace simulator::backend {
+
+struct ContainerContent {
+    std::string payload;
+    pki::X509Ptr signer;
+};
+
+/// Opens a signed container: CMS SignedData (RFC 5652) in PEM with attached content and exactly one
+/// signature, by SHA-256 or a longer hash of its family; the signer's certificate must lead to
+/// `factoryRoot` at the time `now`. `Refusal` when it is none (400) or does not verify (403).
+ContainerContent OpenContainer(const std::string& pem, X509& factoryRoot,
+                               std::chrono::system_clock::time_point now);
+
+}  // namespace simulator::backend

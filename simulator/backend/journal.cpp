@@ -1,0 +1,88 @@
+#include "simulator/backend/journal.h"
+
+#include <cerrno>
+#include <system_error>
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "simulator/pki/certificates.h"
+
+namespace simulator::backend {
+
+namespace {
+
+constexpr mode_t kMode = 0644;
+
+[[noreturn]] void Fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+std::string ToJsonLine(const JournalEntry& entry) {
+    using Json = nlohmann::ordered_json;
+    const Json activationReason =
+        entry.activationReason ? Json(*entry.activationReason) : Json(nullptr);
+    const Json json{
+        {"time", pki::ToText(entry.time)},
+        {"remote", entry.remote},
+        {"method", entry.method},
+        {"target", entry.target},
+        {"media_type", entry.mediaType},
+        {"accept", entry.accept},
+        {"status", entry.status},
+        {"outcome", entry.outcome},
+        {"reason", entry.reason},
+        {"transaction_id", entry.transactionId},
+        {"activation_reason", activationReason},
+        {"operationTypeId", entry.operationTypeId},
+        {"diagnostic_address", entry.diagnosticAddress},
+        {"hw_version", entry.hwVersion},
+        {"sw_version", entry.swVersion},
+        {"part_number", entry.partNumber},
+        {"vin", entry.vin},
+        {"container", entry.container},
+        {"csr", entry.csr},
+        {"issued_chain", entry.issuedChain},
+        {"scenario", entry.scenario},
+    };
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Journal::Journal(const std::string& path) {
+    if (path.empty()) {
+        return;
+    }
+    mDescriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kMode);
+    if (mDescriptor < 0) {
+        Fail(path);
+    }
+}
+
+Journal::~Journal() {
+    if (mDescriptor >= 0) {
+        ::close(mDescriptor);
+    }
+}
+
+void Journal::Write(const JournalEntry& entry) {
+    if (mDescriptor < 0) {
+        return;
+    }
+    const std::string line = ToJsonLine(entry);
+    std::size_t written = 0;
+    while (written < line.size()) {
+        const ssize_t count = ::write(mDescriptor, line.data() + written, line.size() - written);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            Fail("the journal cannot be written");
+        }
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+}  // namespace simulator::backend

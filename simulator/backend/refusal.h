@@ -1,0 +1,20 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace simulator::backend {
+
+/// A request that is answered with an error: its HTTP status, and why.
+class Refusal : public std::runtime_error {
+public:
+    Refusal(unsigned status, const std::string& reason)
+        : std::runtime_error(reason), mStatus(status) {}
+
+    unsigned Status() const { return mStatus; }
+
+private:
+    unsigned mStatus;
+};
+
+}  // namespace simulator::backend

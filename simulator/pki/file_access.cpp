@@ -1,0 +1,112 @@
+#include "simulator/pki/file_access.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "simulator/pki/pki_error.h"
+
+namespace simulator::pki {
+
+namespace {
+
+constexpr std::size_t kMaxFileBytes = std::size_t{1024} * 1024;
+constexpr std::size_t kBufferBytes = 4096;
+
+[[noreturn]] void Fail(const std::string& path, int error) {
+    throw PkiError(path + ": " + std::generic_category().message(error));
+}
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) : mDescriptor(descriptor) {}
+    ~FileDescriptor() { Close(); }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int Get() const { return mDescriptor; }
+
+    bool Close() {
+        const int descriptor = mDescriptor;
+        mDescriptor = -1;
+        return descriptor < 0 || ::close(descriptor) == 0;
+    }
+
+private:
+    int mDescriptor;
+};
+
+bool WriteAll(int descriptor, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return false;
+        }
+        written += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+}  // namespace
+
+SecretText::SecretText(std::string secret) : text(std::move(secret)) {}
+
+SecretText::~SecretText() {
+    OPENSSL_cleanse(text.data(), text.size());
+}
+
+std::string ReadFile(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.Get() < 0) {
+        Fail(path, errno);
+    }
+    SecretText contents;
+    // A text that outgrew its memory would leave a copy behind.
+    contents.text.reserve(kMaxFileBytes);
+    SecretText buffer(std::string(kBufferBytes, '\0'));
+    for (;;) {
+        const ssize_t count = ::read(file.Get(), buffer.text.data(), buffer.text.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            Fail(path, errno);
+        }
+        if (count == 0) {
+            break;
+        }
+        if (contents.text.size() + static_cast<std::size_t>(count) > kMaxFileBytes) {
+            Fail(path, EFBIG);
+        }
+        contents.text.append(buffer.text.data(), static_cast<std::size_t>(count));
+    }
+    return std::move(contents.text);
+}
+
+void WriteFile(const std::string& path, const std::string& text, mode_t mode) {
+    std::string temporary = path + ".XXXXXX";
+    FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (file.Get() < 0) {
+        Fail(path, errno);
+    }
+    const bool isDone = ::fchmod(file.Get(), mode) == 0 && WriteAll(file.Get(), text) &&
+                        ::fsync(file.Get()) == 0 && file.Close() &&
+                        ::rename(temporary.c_str(), path.c_str()) == 0;
+    if (!isDone) {
+        const int error = errno;
+        ::unlink(temporary.c_str());
+        Fail(path, error);
+    }
+}
+
+}  // namespace simulator::pki

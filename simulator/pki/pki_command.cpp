@@ -1,0 +1,76 @@
+#include "simulator/pki/pki_command.h"
+
+#include <chrono>
+#include <exception>
+#include <ostream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <openssl/crypto.h>
+
+#include "simulator/pki/file_access.h"
+#include "simulator/pki/pki_directory.h"
+#include "simulator/pki/vehicle_identity.h"
+
+namespace simulator::pki {
+
+namespace {
+
+struct Arguments {
+    std::string directory;
+    std::string vin;
+    std::string suffix = "C003";
+    std::string output;
+};
+
+void WriteUnit(const Arguments& arguments) {
+    const Pki pki = LoadPki(arguments.directory);
+    UnitIdentity unit =
+        IssueUnit(pki.factoryCa, arguments.vin, arguments.suffix, std::chrono::system_clock::now());
+    std::string text = unit.keyPem + unit.chainPem;
+    WriteFile(arguments.output, text, kSecretMode);
+    OPENSSL_cleanse(text.data(), text.size());
+    OPENSSL_cleanse(unit.keyPem.data(), unit.keyPem.size());
+}
+
+}  // namespace
+
+int RunPkiCommand(int argc, const char* const* argv, std::ostream& output, std::ostream& errors) {
+    Arguments arguments;
+    CLI::App app(
+        "Makes the certificates around a unit: those of its factory, which prove to the backend "
+        "what unit a request comes from, and those of the product PKI, which issues client "
+        "certificates.",
+        "vintrel-pki");
+    app.require_subcommand(1);
+    CLI::App* create = app.add_subcommand(
+        "create",
+        "Make both PKIs in DIR, which must not exist or be empty: factory-root, factory-ca, "
+        "product-root, product-ca, each as NAME.pem (certificate) and NAME.key (private key)");
+    create->add_option("DIR", arguments.directory)->required();
+    CLI::App* unit = app.add_subcommand("unit", "Issue a unit's base certificate (CN=VIN:SUFFIX)");
+    unit->add_option("DIR", arguments.directory, "directory made by \"create\"")->required();
+    unit->add_option("--vin", arguments.vin, "VIN, 17 characters (ISO 3779)")->required();
+    unit->add_option("--suffix", arguments.suffix, "what follows the VIN")->capture_default_str();
+    unit->add_option("--out", arguments.output,
+                     "file for the private key and the certificate chain, in PEM (mode 0600)")
+        ->required();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error, output, errors);
+    }
+    try {
+        if (create->parsed()) {
+            CreatePki(arguments.directory, std::chrono::system_clock::now());
+        } else {
+            WriteUnit(arguments);
+        }
+        return 0;
+    } catch (const std::exception& error) {
+        errors << "vintrel-pki: " << error.what() << std::endl;
+        return 1;
+    }
+}
+
+}  // namespace simulator::pki

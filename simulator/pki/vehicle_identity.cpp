@@ -1,0 +1,40 @@
+#include "simulator/pki/vehicle_identity.h"
+
+#include <string_view>
+
+#include "simulator/pki/pki_error.h"
+
+namespace simulator::pki {
+
+namespace {
+
+constexpr std::size_t kVinLength = 17;
+constexpr std::size_t kMaxSuffixLength = 32;
+constexpr std::string_view kVinCharacters = "0123456789ABCDEFGHJKLMNPRSTUVWXYZ";
+constexpr std::string_view kSuffixCharacters =
+    "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+}  // namespace
+
+bool IsVin(const std::string& text) {
+    return text.size() == kVinLength && text.find_first_not_of(kVinCharacters) == std::string::npos;
+}
+
+bool IsSuffix(const std::string& text) {
+    return !text.empty() && text.size() <= kMaxSuffixLength &&
+           text.find_first_not_of(kSuffixCharacters) == std::string::npos;
+}
+
+VehicleIdentity ParseCommonName(const std::string& commonName) {
+    const auto colon = commonName.find(':');
+    VehicleIdentity identity{commonName.substr(0, colon), {}};
+    if (colon != std::string::npos) {
+        identity.suffix = commonName.substr(colon + 1);
+    }
+    if (!IsVin(identity.vin) || !IsSuffix(identity.suffix)) {
+        throw PkiError("the common name '" + commonName + "' is not a VIN, ':' and a suffix");
+    }
+    return identity;
+}
+
+}  // namespace simulator::pki

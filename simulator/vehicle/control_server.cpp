@@ -1,0 +1,46 @@
+#include "simulator/vehicle/control_server.h"
+
+#include <utility>
+
+#include "simulator/vehicle/text_file.h"
+
+namespace simulator::vehicle {
+
+namespace {
+
+constexpr std::size_t kMaxClients = 8;
+
+std::string WithParents(const std::string& path) {
+    MakeParentDirectories(path);
+    return path;
+}
+
+}  // namespace
+
+ControlServer::ControlServer(const std::string& path, Execute execute)
+    : mExecute(std::move(execute)),
+      mServer(
+          WithParents(path), kMaxClients,
+          [this](ConnectionId id, const auto& data) { return Take(id, data); },
+          [this](ConnectionId id) { mClients.erase(id); }) {
+    mServer.Start();
+}
+
+bool ControlServer::Take(ConnectionId id, const std::vector<std::uint8_t>& data) {
+    LineSplitter& lines = mClients[id];
+    const std::string text(data.begin(), data.end());
+    lines.Add(text.data(), text.size());
+    while (const auto line = lines.Next()) {
+        std::string answer = mExecute(*line);
+        if (answer.empty()) {
+            continue;
+        }
+        answer.push_back('\n');
+        if (!mServer.Send(id, {answer.begin(), answer.end()})) {
+            return false;
+        }
+    }
+    return !lines.IsTooLong();
+}
+
+}  // namespace simulator::vehicle

@@ -1,0 +1,16 @@
+#include "simulator/vehicle/line_splitter.h"
+
+namespace simulator::vehicle {
+
+std::optional<std::string> LineSplitter::Next() {
+    const std::size_t end = mPending.find('\n');
+    // True, too, if there is no line end.
+    if (end > kMaxLine) {
+        return std::nullopt;
+    }
+    std::string line = mPending.substr(0, end);
+    mPending.erase(0, end + 1);
+    return line;
+}
+
+}  // namespace simulator::vehicle

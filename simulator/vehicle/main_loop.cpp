@@ -1,0 +1,117 @@
+#include "simulator/vehicle/main_loop.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <iostream>
+#include <system_error>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace simulator::vehicle {
+
+namespace {
+
+using Execute = std::function<std::string(const std::string& line)>;
+
+[[noreturn]] void Fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+void Answer(const Execute& execute, const std::string& line) {
+    const std::string answer = execute(line);
+    if (!answer.empty()) {
+        std::cout << answer << std::endl;
+    }
+}
+
+/// False at the end of the input.
+bool ReadInput(LineSplitter& lines, const Execute& execute) {
+    std::array<char, 1024> buffer{};
+    const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
+        return true;
+    }
+    if (count <= 0) {
+        Answer(execute, lines.Rest());
+        return false;
+    }
+    lines.Add(buffer.data(), static_cast<std::size_t>(count));
+    while (const auto line = lines.Next()) {
+        Answer(execute, *line);
+    }
+    if (lines.IsTooLong()) {
+        std::cout << "error: line too long" << std::endl;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+MainLoop::MainLoop() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    errno = pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    if (errno != 0) {
+        Fail("pthread_sigmask");
+    }
+    // A closed output or a terminal in the background must not end the vehicle.
+    ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGTTIN, SIG_IGN);
+    mSignalFd = ::signalfd(-1, &signals, SFD_CLOEXEC);
+    if (mSignalFd < 0) {
+        Fail("signalfd");
+    }
+    mQuitFd = ::eventfd(0, EFD_CLOEXEC);
+    if (mQuitFd < 0) {
+        const int error = errno;
+        ::close(mSignalFd);
+        errno = error;
+        Fail("eventfd");
+    }
+}
+
+MainLoop::~MainLoop() {
+    ::close(mQuitFd);
+    ::close(mSignalFd);
+}
+
+void MainLoop::Quit() {
+    const std::uint64_t one = 1;
+    if (::write(mQuitFd, &one, sizeof(one)) < 0) {
+        Fail("eventfd");
+    }
+}
+
+void MainLoop::Run(const Execute& execute, bool endWithInput) {
+    LineSplitter lines;
+    std::array<pollfd, 3> descriptors{
+        {{mSignalFd, POLLIN, 0}, {mQuitFd, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+    auto& input = descriptors[2];
+    while (true) {
+        if (::poll(descriptors.data(), descriptors.size(), -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            Fail("poll");
+        }
+        if (descriptors[0].revents != 0 || descriptors[1].revents != 0) {
+            return;
+        }
+        if (input.revents != 0 && !ReadInput(lines, execute)) {
+            if (endWithInput) {
+                return;
+            }
+            input.fd = -1;
+        }
+    }
+}
+
+}  // namespace simulator::vehicle

@@ -1,0 +1,180 @@
+#include "simulator/vehicle/options.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <strings.h>
+
+namespace simulator::vehicle {
+
+namespace {
+
+using zem_connector::SessionStatus;
+
+constexpr std::array<std::pair<const char*, SessionStatus>, 4> kSessions{
+    {{"idle", SessionStatus::kIdle},
+     {"starting", SessionStatus::kStarting},
+     {"started", SessionStatus::kStarted},
+     {"rejected", SessionStatus::kRejected}}};
+
+constexpr std::array<std::pair<const char*, ConnectionState>, 4> kConnections{
+    {{"notAvailable", ConnectionState::kNotAvailable},
+     {"disconnected", ConnectionState::kDisconnected},
+     {"onDemand", ConnectionState::kOnDemand},
+     {"connected", ConnectionState::kConnected}}};
+
+template <typename Table>
+auto Find(const Table& table, const std::string& text)
+    -> std::optional<typename Table::value_type::second_type> {
+    const auto entry = std::find_if(table.begin(), table.end(), [&text](const auto& known) {
+        return ::strcasecmp(text.c_str(), known.first) == 0;
+    });
+    if (entry == table.end()) {
+        return std::nullopt;
+    }
+    return entry->second;
+}
+
+template <typename Table, typename Value>
+const char* Name(const Table& table, Value value) {
+    const auto entry = std::find_if(table.begin(), table.end(),
+                                    [value](const auto& known) { return value == known.second; });
+    return entry == table.end() ? "unknown" : entry->first;
+}
+
+template <typename Table>
+CLI::Validator OneOf(const Table& table) {
+    std::vector<std::string> names;
+    names.reserve(table.size());
+    for (const auto& known : table) {
+        names.emplace_back(known.first);
+    }
+    return CLI::IsMember(std::move(names), CLI::ignore_case);
+}
+
+/// Adds an option for a path whose default lies below the root.
+struct UnitPath {
+    const char* option;
+    std::string Options::*field;
+    const char* path;
+    const char* help;
+};
+
+constexpr std::array<UnitPath, 6> kPaths{{
+    {"--client-config", &Options::clientConfigPath,
+     "/var/run/qel/config/wexa-client/ClientConfig.json",
+     "configuration of the service access layer, written at start"},
+    {"--service-socket", &Options::serviceSocketPath, "/var/run/qel/wexa-client/services.sock",
+     "socket of the service access layer"},
+    {"--alert-socket", &Options::alertSocketPath,
+     "/var/run/adaptive/qel/tarvo-hesk/socks-rux/sockstlsalertifsocket", "TLS alert socket"},
+    {"--connector-file", &Options::connectorPath,
+     "/var/run/qel/config/zem-connector/ZemConnector.json",
+     "file of the connector library, written at start and at each change"},
+    {"--deployment-file", &Options::deploymentPath, "/var/run/qel/config/someip/Deployment.json",
+     "SOME/IP deployment, written at start"},
+    {"--control", &Options::controlPath, "/var/run/qel/simulator/vehicle-control.sock",
+     "control socket"},
+}};
+
+std::string Absolute(const std::string& path) {
+    return std::filesystem::absolute(path).lexically_normal().string();
+}
+
+}  // namespace
+
+std::optional<SessionStatus> ParseSession(const std::string& text) {
+    return Find(kSessions, text);
+}
+
+std::optional<ConnectionState> ParseConnection(const std::string& text) {
+    return Find(kConnections, text);
+}
+
+const char* ToText(SessionStatus status) {
+    return Name(kSessions, status);
+}
+
+const char* ToText(ConnectionState state) {
+    return Name(kConnections, state);
+}
+
+std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& exitStatus) {
+    Options options;
+    std::string root;
+    bool rootInUnit = false;
+    std::string clamp = "off";
+    std::string immobilizer = "up";
+    std::string session = ToText(options.session);
+    std::string activation = "on";
+    std::string connection = ToText(options.connection);
+
+    CLI::App app(
+        "Plays the vehicle around the control unit: clamp control, immobilizer, diagnostic "
+        "information, TLS alerts and the state of the data link. Takes commands, one per line, "
+        "from standard input and from the control socket; the command \"help\" lists them.",
+        "vintrel-vehicle");
+    app.add_option("--root", root, "directory before all the unit's paths that are not given");
+    app.add_flag("--root-in-unit", rootInUnit,
+                 "the unit sees the root directory as /: paths inside its files go without it");
+    for (const UnitPath& path : kPaths) {
+        app.add_option(path.option, options.*path.field,
+                       std::string(path.help) + " (default: <root>" + path.path + ")");
+    }
+    app.add_option("--ready-file", options.readyFile,
+                   "file to make once all is served, instead of the line \"ready\"");
+    app.add_flag("--stdin", options.endWithInput, "end at the end of standard input");
+    app.add_option("--backend-url", options.backendUrl, "invocation URL of the backend")
+        ->default_val("https://localhost:8443/certificates");
+    app.add_option("--vin", options.vin, "VIN of the immobilizer")
+        ->default_val("VNTREL00000000001");
+    app.add_option("--clamp", clamp, "Clamp 15 at start")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->capture_default_str();
+    app.add_option("--immobilizer", immobilizer, "immobilizer service at start")
+        ->check(CLI::IsMember({"up", "down"}))
+        ->capture_default_str();
+    app.add_option("--session", session, "connector session at start")
+        ->check(OneOf(kSessions))
+        ->capture_default_str();
+    app.add_option("--activation", activation, "activation of the transaction type at start")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->capture_default_str();
+    app.add_option("--connection", connection, "connection state at start")
+        ->check(OneOf(kConnections))
+        ->capture_default_str();
+    app.add_option("--ecu-sw", options.swVersion, "software version")->default_val("0209");
+    app.add_option("--ecu-hw", options.hwVersion, "hardware version")->default_val("H01");
+    app.add_option("--ecu-part", options.partNumber, "part number")->default_val("VN035000A01");
+    app.add_option("--ecu-address", options.diagnosticAddress, "diagnostic address")
+        ->default_val("0xC003");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        exitStatus = app.exit(error);
+        return std::nullopt;
+    }
+    for (const UnitPath& path : kPaths) {
+        std::string& value = options.*path.field;
+        const bool isDefault = value.empty();
+        if (isDefault) {
+            value.append(root).append(path.path);
+        }
+        value = Absolute(value);
+        if (path.field == &Options::serviceSocketPath) {
+            options.serviceSocketPathInUnit = isDefault && rootInUnit ? path.path : value;
+        }
+    }
+    options.clamp15On = clamp == "on";
+    options.immobilizerUp = immobilizer == "up";
+    options.session = ParseSession(session).value_or(options.session);
+    options.activated = activation == "on";
+    options.connection = ParseConnection(connection).value_or(options.connection);
+    return options;
+}
+
+}  // namespace simulator::vehicle

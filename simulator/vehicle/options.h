@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <zem_connector/session_status.h>
+#include <zem_connector/zem_service_controller_callback_if.h>
+
+namespace simulator::vehicle {
+
+using ConnectionState = zem_connector::ZemServiceControllerCallbackIf::SCConnectionState;
+
+/// What the vehicle serves, where, and in which state it starts.
+struct Options {
+    /// Where the simulator's files and sockets are.
+    std::string clientConfigPath;
+    std::string serviceSocketPath;
+    std::string alertSocketPath;
+    std::string connectorPath;
+    std::string deploymentPath;
+    std::string controlPath;
+    /// The service socket's path as the unit sees it, which goes into its client configuration.
+    std::string serviceSocketPathInUnit;
+    /// Empty: the line "ready" on standard output instead.
+    std::string readyFile;
+    /// Ends at the end of standard input.
+    bool endWithInput{false};
+
+    bool clamp15On{false};
+    bool immobilizerUp{true};
+    std::string vin;
+    zem_connector::SessionStatus session{zem_connector::SessionStatus::kStarted};
+    bool activated{true};
+    ConnectionState connection{ConnectionState::kConnected};
+    std::string backendUrl;
+    std::uint16_t diagnosticAddress{0};
+    std::string swVersion;
+    std::string hwVersion;
+    std::string partNumber;
+};
+
+/// Reads the command line. Nothing comes back if the program is to end at once with `exitStatus`,
+/// after help or a usage error has been printed.
+std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& exitStatus);
+
+/// The texts that commands and options use. Upper and lower case count alike when
+/// reading. Nothing for a text that is none of them.
+std::optional<zem_connector::SessionStatus> ParseSession(const std::string& text);
+std::optional<ConnectionState> ParseConnection(const std::string& text);
+const char* ToText(zem_connector::SessionStatus status);
+const char* ToText(ConnectionState state);
+
+}  // namespace simulator::vehicle
