@@ -13,7 +13,6 @@ using fsm::FsmStreamCommunicatorIf;
 using nuro_common::HttpOption;
 using nuro_common::HttpProtocol;
 using qel_logging::EQELLogLevel;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -54,7 +53,7 @@ bool BackendRequestHandlerFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> di
                                         const UrlData& urlData) {
     SetupFsm(dispatcher, std::move(target), targetEvent);
     if (!connectorFsm) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "zemConnectorFsm is null");
+        QELLogging::LogError(mLogName, "zemConnectorFsm is null");
         StopFsm();
         return false;
     }
@@ -83,8 +82,7 @@ void BackendRequestHandlerFsm::FsmStateConnect(int eventId, int eventInfo) {
         return;
     }
     CreateHttpRequest(mRequestBody);
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Connecting to " << mUrlData.host << ":" << mUrlData.port);
+    QELLogging::LogInfo(mLogName, "Connecting to ", mUrlData.host, ":", mUrlData.port);
     if (!mConnectorFsm->Connect(mUrlData.host, mUrlData.port, shared_from_this(), kSocketEvent)) {
         EndFsm({}, ReturnCode::kConnectRefused);
         return;
@@ -107,14 +105,14 @@ void BackendRequestHandlerFsm::HandleSocket() {
     const auto data =
         CastData<ZemConnectorFsmIf::SocketConnectEventData>(dispatcher->TakeEventData());
     if (!data || data->socketStatus != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Connection failed!");
+        QELLogging::LogError(mLogName, "Connection failed!");
         EndFsm({}, ReturnCode::kConnectionFailed);
         return;
     }
     mStreamCommunicator = data->streamCommunicator;
     if (!mStreamCommunicator ||
         !mStreamCommunicator->StartFsm(dispatcher, shared_from_this(), kStreamEvent)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Cannot start FsmStreamCommunicator!");
+        QELLogging::LogError(mLogName, "Cannot start FsmStreamCommunicator!");
         EndFsm({}, ReturnCode::kInternalError);
         return;
     }
@@ -122,7 +120,7 @@ void BackendRequestHandlerFsm::HandleSocket() {
     if (!WriteAll(header)) {
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "The HTTP Header was sent successfully.");
+    QELLogging::LogInfo(mLogName, "The HTTP Header was sent successfully.");
     LogHeader("Sent Header ", header);
     mStreamCommunicator->SetupReadContinued(kReadSize);
     SetFsmState(&BackendRequestHandlerFsm::FsmStateWaitHttpConfirmation,
@@ -150,8 +148,7 @@ void BackendRequestHandlerFsm::HandleConfirmation() {
         return;
     }
     if (status != kStatusContinue) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Unexpected HTTP response: " << status << "!");
+        QELLogging::LogError(mLogName, "Unexpected HTTP response: ", status, "!");
         EndFsm({}, ReturnCode::kHttpError);
         return;
     }
@@ -160,7 +157,7 @@ void BackendRequestHandlerFsm::HandleConfirmation() {
     if (!WriteAll(mHttpProtocol.RequestPayload())) {
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "The Payload was sent successfully.");
+    QELLogging::LogInfo(mLogName, "The Payload was sent successfully.");
     SetFsmState(&BackendRequestHandlerFsm::FsmStateWaitingResponse, "FsmStateWaitingResponse");
 }
 
@@ -184,12 +181,11 @@ void BackendRequestHandlerFsm::FsmStateWaitingResponse(int eventId, int eventInf
             AppendResponse();
             break;
         case FsmStreamCommunicatorIf::eConnectionClosed:
-            QELLogging::LogInfo(QELLogEntry(mLogName)
-                                << "The HTTP Response was received successfully.");
+            QELLogging::LogInfo(mLogName, "The HTTP Response was received successfully.");
             HandleHttpResponse(mResponse);
             break;
         default:
-            QELLogging::LogError(QELLogEntry(mLogName) << "Read error!");
+            QELLogging::LogError(mLogName, "Read error!");
             EndFsm({}, ReturnCode::kTransferError);
             break;
     }
@@ -200,7 +196,7 @@ void BackendRequestHandlerFsm::DefaultEventHandler(int eventId, int /*eventInfo*
         EndFsm({}, ReturnCode::kTimeout);
         return;
     }
-    QELLogging::LogError(QELLogEntry(mLogName) << "Unknown event " << eventId << "!");
+    QELLogging::LogError(mLogName, "Unknown event ", eventId, "!");
     EndFsm({}, ReturnCode::kInternalError);
 }
 
@@ -212,35 +208,33 @@ void BackendRequestHandlerFsm::HandleHttpResponse(const std::string& response) {
 
     const std::uint16_t status = mHttpProtocol.ResponseStatusCode();
     if (status != kStatusOk) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Unexpected HTTP response: " << status << "!");
+        QELLogging::LogError(mLogName, "Unexpected HTTP response: ", status, "!");
         if (Contains(header, kErrorContentType)) {
             EndFsm(payload, ReturnCode::kHttpError);
             return;
         }
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Unknown type of payload received");
+        QELLogging::LogInfo(mLogName, "Unknown type of payload received");
         EndFsm({}, ReturnCode::kHttpError);
         return;
     }
     if (payload.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Empty HTTP Response received!");
+        QELLogging::LogError(mLogName, "Empty HTTP Response received!");
         EndFsm({}, ReturnCode::kEmptyResponse);
         return;
     }
     if (!Contains(header, kResponseContentType)) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Unknown type of payload received");
+        QELLogging::LogInfo(mLogName, "Unknown type of payload received");
         EndFsm({}, ReturnCode::kUnknownPayload);
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "HTTP response received successfully");
+    QELLogging::LogInfo(mLogName, "HTTP response received successfully");
     EndFsm(payload, ReturnCode::kSuccess);
 }
 
 void BackendRequestHandlerFsm::LogHeader(const char* what, const std::string& header) const {
     // A peer's header may be long; it is copied only where it is wanted.
     if (QELLogging::IsEnabled(EQELLogLevel::kDebug)) {
-        QELLogging::LogDebug(QELLogEntry(mLogName) << what << "\n-----\n"
-                                                   << header << "\n-----\n\n");
+        QELLogging::LogDebug(mLogName, what, "\n-----\n", header, "\n-----\n\n");
     }
 }
 
@@ -250,7 +244,7 @@ bool BackendRequestHandlerFsm::WriteAll(const std::string& text) {
     if (written >= 0 && static_cast<std::size_t>(written) == text.size()) {
         return true;
     }
-    QELLogging::LogError(QELLogEntry(mLogName) << "Write error: " << text.size() << "!");
+    QELLogging::LogError(mLogName, "Write error: ", text.size(), "!");
     EndFsm({}, ReturnCode::kTransferError);
     return false;
 }
@@ -263,7 +257,7 @@ bool BackendRequestHandlerFsm::AppendResponse() {
         return false;
     }
     if (data->data.size() > kMaxResponseSize - mResponse.size()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Read error!");
+        QELLogging::LogError(mLogName, "Read error!");
         EndFsm({}, ReturnCode::kTransferError);
         return false;
     }
@@ -285,7 +279,7 @@ void BackendRequestHandlerFsm::EndFsm(const std::string& response, ReturnCode co
 }
 
 void BackendRequestHandlerFsm::OnTerminate() {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "OnTerminate");
+    QELLogging::LogInfo(mLogName, "OnTerminate");
     if (mStreamCommunicator) {
         mStreamCommunicator->StopFsm();
         mStreamCommunicator.reset();

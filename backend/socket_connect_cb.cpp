@@ -9,7 +9,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 SocketConnectCb::SocketConnectCb(ZemConnectorFsm* fsm, int eventId, int id)
@@ -24,14 +23,14 @@ SocketConnectCb::~SocketConnectCb() {
 
 void SocketConnectCb::ZemSocketResult(zem_connector::SocketResult result) {
     if (!Accept(result)) {
-        QELLogging::LogError(QELLogEntry(mTraceName) << ": Unexpected socket result dropped");
+        QELLogging::LogError(mTraceName, ": Unexpected socket result dropped");
         CloseSocket(result.socketFileDescriptor);
         return;
     }
     if (result.status != 0) {
-        QELLogging::LogError(QELLogEntry(mTraceName) << ": Connection failed: " << result.status);
+        QELLogging::LogError(mTraceName, ": Connection failed: ", result.status);
     } else {
-        QELLogging::LogInfo(QELLogEntry(mTraceName) << ": Connection established");
+        QELLogging::LogInfo(mTraceName, ": Connection established");
     }
     mFsm->RaiseCallbackEvent(mEventId, mId);
 }
@@ -83,8 +82,7 @@ const std::string& SocketConnectCb::GetTraceName() const {
 
 void SocketConnectCb::CloseSocket(int socketFileDescriptor) const {
     if (socketFileDescriptor >= 0 && close(socketFileDescriptor) != 0) {
-        QELLogging::LogError(QELLogEntry(mTraceName)
-                             << ": Failed to close the SocketFileDescriptor!");
+        QELLogging::LogError(mTraceName, ": Failed to close the SocketFileDescriptor!");
     }
 }
 

@@ -7,7 +7,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -20,17 +19,15 @@ bool ParsePort(const std::string& text, std::uint16_t& port) {
     try {
         number = std::stoi(text);
     } catch (const std::exception& exception) {
-        QELLogging::LogError(QELLogEntry("URL parsing failed! Not able to parse port number: '")
-                             << text << "'");
-        QELLogging::LogError(QELLogEntry("GetUrlData") << ": exception:" << exception.what());
+        QELLogging::LogError("URL parsing failed! Not able to parse port number: '", text, "'");
+        QELLogging::LogError("GetUrlData", ": exception:", exception.what());
         return false;
     } catch (...) {
-        QELLogging::LogError(QELLogEntry("GetUrlData")
-                             << ": URL parsing failed, unknown exception!");
+        QELLogging::LogError("GetUrlData", ": URL parsing failed, unknown exception!");
         return false;
     }
     if (number <= 0 || number > std::numeric_limits<std::uint16_t>::max()) {
-        QELLogging::LogError(QELLogEntry("Invalid port number: '") << number << "'");
+        QELLogging::LogError("Invalid port number: '", number, "'");
         return false;
     }
     port = static_cast<std::uint16_t>(number);

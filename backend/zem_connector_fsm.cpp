@@ -7,7 +7,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using zem_connector::SCActivationStateUpdate;
 using zem_connector::SCSessionStatus;
@@ -52,11 +51,11 @@ bool ZemConnectorFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
 
 void ZemConnectorFsm::GetUrl() {
     if (mUrlQueryPending) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "URL query already pending.");
+        QELLogging::LogError(mLogName, "URL query already pending.");
         return;
     }
     if (!mConnector || !mConnector->GetInvocationUrl(kOperationId, this)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "GetInvocationUrl failed.");
+        QELLogging::LogError(mLogName, "GetInvocationUrl failed.");
         return;
     }
     mUrlQueryPending = true;
@@ -65,24 +64,23 @@ void ZemConnectorFsm::GetUrl() {
 bool ZemConnectorFsm::Connect(const std::string& host, unsigned short port,
                               std::shared_ptr<fsm::Fsm> client, int clientEvent) {
     if (mConnectorStatus != SessionStatus::kStarted) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Connection refused because of the Zem-Connector status: "
-                             << to_string(mConnectorStatus));
+        QELLogging::LogError(mLogName, "Connection refused because of the Zem-Connector status: ",
+                             to_string(mConnectorStatus));
         return false;
     }
     if (!mActivated) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Activation State is Disabled!");
+        QELLogging::LogError(mLogName, "Activation State is Disabled!");
         return false;
     }
     const int id = mNextSocketCbId;
     auto& attempt = mSocketConnectCbs[id];
     attempt = std::make_unique<SocketConnectCbData>(std::move(client), clientEvent, this, id);
     if (!mConnector || !mConnector->SocketConnect(kOperationId, host, port, &attempt->callback)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "SocketConnect() failed!");
+        QELLogging::LogError(mLogName, "SocketConnect() failed!");
         mSocketConnectCbs.erase(id);
         return false;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << attempt->callback.GetTraceName() << " started.");
+    QELLogging::LogInfo(mLogName, attempt->callback.GetTraceName(), " started.");
     ++mNextSocketCbId;
     return true;
 }
@@ -173,7 +171,7 @@ void ZemConnectorFsm::DefaultEventHandler(int eventId, int eventInfo) {
             SocketConnectCbEndEventHandler(eventInfo);
             break;
         default:
-            QELLogging::LogError(QELLogEntry(mLogName) << "Unknown event " << eventId << "!");
+            QELLogging::LogError(mLogName, "Unknown event ", eventId, "!");
             StopFsm();
             break;
     }
@@ -192,12 +190,11 @@ void ZemConnectorFsm::ZemConnectorStatusChange(SessionStatus status) {
         case SessionStatus::kRejected:
             break;
         default:
-            QELLogging::LogError(QELLogEntry(mLogName)
-                                 << "Invalid connector status: " << static_cast<int>(status));
+            QELLogging::LogError(mLogName, "Invalid connector status: ", static_cast<int>(status));
             return;
     }
     mConnectorStatus = status;
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Zem-Connector status: " << to_string(status));
+    QELLogging::LogInfo(mLogName, "Zem-Connector status: ", to_string(status));
     ReportState(kInfoStatusUpdate);
     if (status == SessionStatus::kRejected) {
         StopFsm();
@@ -218,15 +215,14 @@ void ZemConnectorFsm::UrlQueryResultEventHandler() {
     }
     bool success = true;
     if (result.result != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Error received for the URL!");
+        QELLogging::LogError(mLogName, "Error received for the URL!");
         success = false;
     } else {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Received URL: " << result.url);
+        QELLogging::LogInfo(mLogName, "Received URL: ", result.url);
     }
     if (result.operationTypeId != kOperationId) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Received URL for incorrect OperationTypeId: '"
-                             << result.operationTypeId << "'!");
+        QELLogging::LogError(mLogName, "Received URL for incorrect OperationTypeId: '",
+                             result.operationTypeId, "'!");
         success = false;
     }
     auto report = std::make_unique<InvocationUrlEventData>();
@@ -242,9 +238,8 @@ void ZemConnectorFsm::ActivationStateChange() {
     }
     const SCActivationStateUpdate update = data->GetActivationStateUpdate();
     mActivated = update.disabledReasons.empty();
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "'" << update.transactionType << "' Activation State changed to "
-                        << (mActivated ? "Activated" : "Disabled"));
+    QELLogging::LogInfo(mLogName, "'", update.transactionType, "' Activation State changed to ",
+                        (mActivated ? "Activated" : "Disabled"));
     ReportState(kInfoActivationUpdate);
 }
 
@@ -255,24 +250,22 @@ void ZemConnectorFsm::ConnectionStateChange() {
     }
     const SCConnectionStateUpdate update = data->GetConnectionStateUpdate();
     mConnectionState = update.connectionState;
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "'" << update.transactionType << "' Connection State changed to "
-                        << to_string(mConnectionState));
+    QELLogging::LogInfo(mLogName, "'", update.transactionType, "' Connection State changed to ",
+                        to_string(mConnectionState));
     ReportState(kInfoConnectionUpdate);
 }
 
 void ZemConnectorFsm::SocketConnectCbEndEventHandler(int id) {
     const auto found = mSocketConnectCbs.find(id);
     if (found == mSocketConnectCbs.end() || !found->second->callback.HasResult()) {
-        QELLogging::LogWarning(QELLogEntry(mLogName)
-                               << "Socket result dropped, no such attempt: " << id);
+        QELLogging::LogWarning(mLogName, "Socket result dropped, no such attempt: ", id);
         return;
     }
     std::unique_ptr<SocketConnectCbData> attempt = std::move(found->second);
     mSocketConnectCbs.erase(found);
 
     SocketConnectCb& callback = attempt->callback;
-    QELLogging::LogInfo(QELLogEntry(mLogName) << callback.GetTraceName() << " ended.");
+    QELLogging::LogInfo(mLogName, callback.GetTraceName(), " ended.");
     auto report = std::make_unique<SocketConnectEventData>();
     report->streamCommunicator = fsm::FsmStreamCommunicatorIf::Create(
         callback.GetSocketFileDescriptor(), "FsmStreamCommunicator");
@@ -304,7 +297,7 @@ std::unique_ptr<Data> ZemConnectorFsm::TakeData() {
     std::unique_ptr<fsm::FsmEventData> data = GetDispatcher()->TakeEventData();
     auto* const wanted = dynamic_cast<Data*>(data.get());
     if (wanted == nullptr) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Event without its payload dropped");
+        QELLogging::LogError(mLogName, "Event without its payload dropped");
         return nullptr;
     }
     static_cast<void>(data.release());
@@ -312,7 +305,7 @@ std::unique_ptr<Data> ZemConnectorFsm::TakeData() {
 }
 
 void ZemConnectorFsm::OnTerminate() {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "OnTerminate");
+    QELLogging::LogInfo(mLogName, "OnTerminate");
     if (mConnector) {
         mConnector->Stop();
         mConnector.reset();

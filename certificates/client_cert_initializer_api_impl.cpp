@@ -24,7 +24,6 @@ using orv::sec::crypto::common::IKeyID;
 using orv::sec::crypto::store::CsrFormat;
 using orv::sec::crypto::store::ICryptoStore;
 using orv::sec::crypto::store::KeyType;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using vintrel::CodeText;
 
@@ -32,15 +31,15 @@ constexpr const char* kMakeKeyIdFailed = ": makeKeyId failed: ";
 constexpr const char* kMakeKeyIdNull = ": makeKeyId returned null";
 
 void LogError(const char* operation, const char* text) {
-    QELLogging::LogError(QELLogEntry(operation) << text);
+    QELLogging::LogError(operation, text);
 }
 
 void LogError(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogError(QELLogEntry(operation) << text << CodeText(code));
+    QELLogging::LogError(operation, text, CodeText(code));
 }
 
 void LogInfo(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogInfo(QELLogEntry(operation) << text << CodeText(code));
+    QELLogging::LogInfo(operation, text, CodeText(code));
 }
 
 struct KeyHandle {
@@ -162,7 +161,7 @@ MockTeeError ClientCertInitializerAPIImpl::generate_private_key(std::string cert
         return key.mError;
     }
     if (mClientCertStore->checkKeyId(key.mHandle) == 0) {
-        QELLogging::LogInfo(QELLogEntry(kOperation) << ": key ID already exists, deleting");
+        QELLogging::LogInfo(kOperation, ": key ID already exists, deleting");
         const CryptoResultCode deleted = mClientCertStore->deleteKeyPair(key.mHandle);
         if (deleted != CryptoResultCode::kSuccess) {
             LogInfo(kOperation, ": failed to delete existing keypair: ", deleted);
@@ -200,7 +199,7 @@ std::vector<std::uint8_t> ClientCertInitializerAPIImpl::generate_signature(
         return {};
     }
     if (certId != vintrel::kKeyIdTiv) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": invalid certId: '" << certId << "'");
+        QELLogging::LogError(kOperation, ": invalid certId: '", certId, "'");
         return {};
     }
     const KeyHandle key =
@@ -230,7 +229,7 @@ std::vector<std::uint8_t> ClientCertInitializerAPIImpl::generate_signature(
 std::string ClientCertInitializerAPIImpl::get_public_key(std::string certId) {
     constexpr const char* kOperation = "get_public_key";
     if (certId != vintrel::kKeyIdTivCsr && certId != vintrel::kKeyIdTiv) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": invalid certId: " << certId);
+        QELLogging::LogError(kOperation, ": invalid certId: ", certId);
         return {};
     }
     const KeyHandle key =
@@ -257,7 +256,7 @@ std::string ClientCertInitializerAPIImpl::get_client_cert(std::string certId) {
         store = mClientCertStore.get();
         keyId = vintrel::kCertIdTiv;
     } else {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": invalid certId: '" << certId << "'");
+        QELLogging::LogError(kOperation, ": invalid certId: '", certId, "'");
         return {};
     }
     const KeyHandle key =
@@ -284,8 +283,7 @@ MockTeeError ClientCertInitializerAPIImpl::set_client_cert_and_move_key(
 std::string ClientCertInitializerAPIImpl::get_root_cert_bundle(std::string trustStoreId) {
     constexpr const char* kOperation = "get_root_cert_bundle";
     if (trustStoreId != vintrel::kTrustStoreIdKoru) {
-        QELLogging::LogError(QELLogEntry(kOperation)
-                             << ": invalid trustStoreId: '" << trustStoreId << "'");
+        QELLogging::LogError(kOperation, ": invalid trustStoreId: '", trustStoreId, "'");
         return {};
     }
     auto handleResult = mKoruStore->makeCertId(vintrel::kKoruCertIdProductRoot);
@@ -322,7 +320,7 @@ bool ClientCertInitializerAPIImpl::DeleteKeyPair(const std::string& keyId) {
         return true;
     }
     if (deleted == CryptoResultCode::kNotFound) {
-        QELLogging::LogInfo(QELLogEntry(kOperation) << ": no keypair to delete");
+        QELLogging::LogInfo(kOperation, ": no keypair to delete");
         return true;
     }
     LogInfo(kOperation, ": failed to delete keypair: ", deleted);

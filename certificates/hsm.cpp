@@ -11,7 +11,6 @@ namespace vintrel {
 namespace {
 
 using orv::tee::MockTeeError;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 constexpr char kCommonNameSeparator = ':';
@@ -51,26 +50,24 @@ std::string Hsm::GetKoruVin() const {
     const auto certificates =
         mX509Validator->SplitCertificateChain(mClientCertApi->get_client_cert(kCertIdBase));
     if (certificates.empty()) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": Certificate parsing failed");
+        QELLogging::LogError(kOperation, ": Certificate parsing failed");
         return {};
     }
     const std::string commonName = mX509Validator->GetCertificateCommonName(certificates.front());
     if (commonName.empty()) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": Can't get a certificate common name");
+        QELLogging::LogError(kOperation, ": Can't get a certificate common name");
         return {};
     }
     const auto separator = commonName.find(kCommonNameSeparator);
     std::string vin =
         separator == std::string::npos ? std::string() : commonName.substr(0, separator);
     if (vin.empty()) {
-        QELLogging::LogError(QELLogEntry(kOperation)
-                             << ": VIN parsing failed from certificate common name: '" << commonName
-                             << "'");
+        QELLogging::LogError(kOperation, ": VIN parsing failed from certificate common name: '",
+                             commonName, "'");
         return {};
     }
-    QELLogging::LogInfo(QELLogEntry(kOperation)
-                        << ": Returning VIN: '" << vin << "' from certificate common name: '"
-                        << commonName << "', certificate ID: '" << kCertIdBase << "'");
+    QELLogging::LogInfo(kOperation, ": Returning VIN: '", vin, "' from certificate common name: '",
+                        commonName, "', certificate ID: '", kCertIdBase, "'");
     return vin;
 }
 
@@ -126,10 +123,10 @@ StatusCode Hsm::CheckTrustStoreTivValidity(const std::string& vin) {
     const auto signature =
         mClientCertApi->generate_signature(kKeyIdTiv, content, kSignatureAlgorithm);
     if (!mX509Validator->VerifySignature(certificate, content, signature, kSignatureAlgorithm)) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": Signature verification failed");
+        QELLogging::LogError(kOperation, ": Signature verification failed");
         return StatusCode::KeyMismatch;
     }
-    QELLogging::LogDebug(QELLogEntry(kOperation) << ": Signature verification passed");
+    QELLogging::LogDebug(kOperation, ": Signature verification passed");
     const auto now = mClock();
     const std::string rootBundle = mClientCertApi->get_root_cert_bundle(kTrustStoreIdKoru);
     if (!mX509Validator->ValidateCertificatePath(certificates, rootBundle, derived, now)) {
@@ -145,8 +142,8 @@ std::string Hsm::GetCommonName(const std::string& vin) const {
 }
 
 bool Hsm::CompareCommonNames(const std::string& derived, const std::string& fromCertificate) const {
-    QELLogging::LogInfo(QELLogEntry("CN derived from the VIN: ") << derived);
-    QELLogging::LogInfo(QELLogEntry("CN from the Certificate: ") << fromCertificate);
+    QELLogging::LogInfo("CN derived from the VIN: ", derived);
+    QELLogging::LogInfo("CN from the Certificate: ", fromCertificate);
     if (derived != fromCertificate) {
         QELLogging::LogInfo("The CN from the Certificate and the CN derived from VIN do not match");
         return false;

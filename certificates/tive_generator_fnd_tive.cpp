@@ -20,13 +20,12 @@ namespace vintrel {
 
 namespace {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 constexpr const char* kOperation = "ConstructContainer";
 
 void LogError(const char* text) {
-    QELLogging::LogError(QELLogEntry(kOperation) << text);
+    QELLogging::LogError(kOperation, text);
 }
 
 /// The object of a result, or null after a failure, which has been logged.
@@ -34,7 +33,7 @@ template <typename Code, typename Object>
 Object TakeObject(orv::sec::crypto::common::ErrorOrObjectResult<Code, Object> result,
                   const char* failedText, const char* nullText) {
     if (!result.IsSuccess()) {
-        QELLogging::LogError(QELLogEntry(kOperation) << failedText << CodeText(result.GetCode()));
+        QELLogging::LogError(kOperation, failedText, CodeText(result.GetCode()));
         return nullptr;
     }
     Object object = std::move(result).GetObject();
@@ -100,8 +99,8 @@ std::string TiveGeneratorFndTive::ConstructContainer(const std::vector<std::uint
                                                       kAuxiliaryDescription};
     auto container = encoder->encode(payload, auxiliaryData);
     if (!container.IsSuccess()) {
-        QELLogging::LogError(QELLogEntry(kOperation) << ": TIVE container generation failed: "
-                                                     << CodeText(container.GetCode()));
+        QELLogging::LogError(kOperation,
+                             ": TIVE container generation failed: ", CodeText(container.GetCode()));
         return {};
     }
     if (container.GetObject().empty()) {

@@ -24,22 +24,21 @@ namespace {
 
 using orv::sec::crypto::common::ByteVector;
 using orv::sec::crypto::common::CryptoResultCode;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using std::chrono::system_clock;
 
 constexpr std::chrono::hours kOneYear{365 * 24};
 
 void LogError(const char* operation, const char* text) {
-    QELLogging::LogError(QELLogEntry(operation) << text);
+    QELLogging::LogError(operation, text);
 }
 
 void LogError(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogError(QELLogEntry(operation) << text << CodeText(code));
+    QELLogging::LogError(operation, text, CodeText(code));
 }
 
 void LogInfo(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogInfo(QELLogEntry(operation) << text << CodeText(code));
+    QELLogging::LogInfo(operation, text, CodeText(code));
 }
 
 /// The clock counts nanoseconds and ends in 2262, certificates may not (RFC 5280 has 9999 for "no
@@ -189,7 +188,7 @@ bool X509CryptoApiValidator::CheckCertificatePublicKey(const std::string& certif
         LogError(kOperation, ": The Certificate and the Key do not match!");
         return false;
     }
-    QELLogging::LogInfo(QELLogEntry(kOperation) << ": The Certificate and the Key match");
+    QELLogging::LogInfo(kOperation, ": The Certificate and the Key match");
     return true;
 }
 
@@ -219,12 +218,11 @@ bool X509CryptoApiValidator::CheckCertificateValidityTime(const std::string& cer
     }
     const auto notBefore = FromEpochSeconds(notBeforeResult.GetObject());
     const auto notAfter = FromEpochSeconds(notAfterResult.GetObject());
-    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: Current system time is ")
-                        << timePointToString(now));
-    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: The TIV Certificate is valid from ")
-                        << timePointToString(notBefore));
-    QELLogging::LogInfo(QELLogEntry("X509CryptoApiValidator: The TIV Certificate expires at ")
-                        << timePointToString(notAfter));
+    QELLogging::LogInfo("X509CryptoApiValidator: Current system time is ", timePointToString(now));
+    QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate is valid from ",
+                        timePointToString(notBefore));
+    QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate expires at ",
+                        timePointToString(notAfter));
     if (now < notBefore) {
         QELLogging::LogInfo("The Certificate is not valid yet");
         return false;
@@ -263,7 +261,7 @@ bool X509CryptoApiValidator::VerifySignature(const std::string& certificate,
         LogError(kOperation, ": verification failed: ", code);
         return false;
     }
-    QELLogging::LogInfo(QELLogEntry(kOperation) << ": verification succeeded");
+    QELLogging::LogInfo(kOperation, ": verification succeeded");
     return true;
 }
 

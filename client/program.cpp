@@ -10,7 +10,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -29,7 +28,7 @@ int Dispatch(fsm::EventDispatcher& dispatcher) {
         }
         return 0;
     } catch (const std::exception& exception) {
-        QELLogging::LogError(QELLogEntry("Dispatcher Error, exception: ") << exception.what());
+        QELLogging::LogError("Dispatcher Error, exception: ", exception.what());
     } catch (...) {
         QELLogging::LogError("Dispatcher Error! Unknown exception!");
     }
@@ -50,7 +49,7 @@ int RunProgram(int argc, const char* const* argv) {
         return 0;
     }
     QELLogging::LogInfo("Vintrel Client started.");
-    QELLogging::LogInfo(QELLogEntry("Vintrel Client version: ") << kVersion);
+    QELLogging::LogInfo("Vintrel Client version: ", kVersion);
     return Dispatch(*dispatcher);
 }
 

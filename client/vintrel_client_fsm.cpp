@@ -4,7 +4,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using zem_connector::SessionStatus;
 
@@ -51,9 +50,9 @@ bool VintrelClientFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher
         return false;
     }
     if (mFactoryReset) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Vintrel Client Factory Reset");
+        QELLogging::LogInfo(mLogName, "Vintrel Client Factory Reset");
         if (DeleteTivCertificateFromTrustStore()) {
-            QELLogging::LogError(QELLogEntry(mLogName) << "Factory Reset failed!");
+            QELLogging::LogError(mLogName, "Factory Reset failed!");
         }
     }
     mClampControl->Subscribe();
@@ -70,8 +69,7 @@ bool VintrelClientFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher
 
 bool VintrelClientFsm::InitializePLA() {
     if (!mProcessLifecycleAdapter) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Not able initialize ProcessLifecycleAdapter!");
+        QELLogging::LogError(mLogName, "Not able initialize ProcessLifecycleAdapter!");
         return false;
     }
     mProcessLifecycleAdapter->Initialize(kComponentName, this);
@@ -80,15 +78,14 @@ bool VintrelClientFsm::InitializePLA() {
 
 void VintrelClientFsm::ClampStateChangeCb(bool clamp15On) {
     const int state = clamp15On ? 1 : 0;
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "ClampStateChangeCb"
-                                              << ": state changed to " << state);
+    QELLogging::LogInfo(mLogName, "ClampStateChangeCb", ": state changed to ", state);
     RaiseAsyncEvent(kEventClampState, state, nullptr);
 }
 
 void VintrelClientFsm::ImmobilizerConnectionStateChangeCb(bool connected) {
     const int state = connected ? 1 : 0;
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "ImmobilizerConnectionStateChangeCb"
-                                              << ": state changed to " << state);
+    QELLogging::LogInfo(mLogName, "ImmobilizerConnectionStateChangeCb", ": state changed to ",
+                        state);
     RaiseAsyncEvent(kEventImmobilizerConnection, state, nullptr);
 }
 
@@ -99,21 +96,21 @@ void VintrelClientFsm::ImmobilizerVinReceivedCb(std::string vin) {
 }
 
 void VintrelClientFsm::ProcessLifecycleAdapterTerminate() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "Termination signal received");
+    QELLogging::LogDebug(mLogName, "Termination signal received");
     mTerminationRequested = true;
     RaiseAsyncEvent(kEventShutdown, 0, nullptr);
 }
 
 int VintrelClientFsm::ProcessLifecycleAdapterGetHealthStatus() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "Get Health Status called.");
+    QELLogging::LogDebug(mLogName, "Get Health Status called.");
     return 0;
 }
 
 void VintrelClientFsm::TlsAlertNotifyCb(std::string oid, tls_alert_if::ETlsAlertCode code) {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "TLS alert received for oid: " << oid);
+    QELLogging::LogInfo(mLogName, "TLS alert received for oid: ", oid);
     if (oid != kTlsAlertOid) {
-        QELLogging::LogDebug(QELLogEntry(mLogName) << "Received TLS alert IGNORED for oid " << oid
-                                                   << ", code " << static_cast<unsigned int>(code));
+        QELLogging::LogDebug(mLogName, "Received TLS alert IGNORED for oid ", oid, ", code ",
+                             static_cast<unsigned int>(code));
         return;
     }
     auto data = std::make_unique<TlsAlertData>();
@@ -123,7 +120,7 @@ void VintrelClientFsm::TlsAlertNotifyCb(std::string oid, tls_alert_if::ETlsAlert
 }
 
 void VintrelClientFsm::OnTerminate() {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "OnTerminate");
+    QELLogging::LogInfo(mLogName, "OnTerminate");
     if (mZemConnector) {
         mZemConnector->StopFsm();
     }
@@ -137,7 +134,7 @@ void VintrelClientFsm::OnTerminate() {
         // the adapter gone no second one can come.
         GetDispatcher()->ExitDispatching(true);
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Vintrel Client Terminated.");
+    QELLogging::LogInfo(mLogName, "Vintrel Client Terminated.");
 }
 
 const char* VintrelClientFsm::to_string(SCConnectionState state) {
@@ -161,7 +158,7 @@ void VintrelClientFsm::FsmStateWaitTrigger(int eventId, int eventInfo) {
     }
     if (eventId == kEventClampState) {
         if (mClamp15On) {
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Vintrel Client triggered by Clamp 15");
+            QELLogging::LogInfo(mLogName, "Vintrel Client triggered by Clamp 15");
             StartPass();
         }
     } else if (eventId == kEventTlsAlert) {
@@ -173,14 +170,14 @@ void VintrelClientFsm::FsmStateWaitTrigger(int eventId, int eventInfo) {
 
 void VintrelClientFsm::HandleTlsAlertTrigger() {
     if (!mClamp15On) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "TLS Alert ignored, because CLAMP15 is OFF");
+        QELLogging::LogInfo(mLogName, "TLS Alert ignored, because CLAMP15 is OFF");
         return;
     }
     if (mTlsAlertHandled) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "TLS Alert ignored, already handled once");
+        QELLogging::LogInfo(mLogName, "TLS Alert ignored, already handled once");
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Vintrel Client triggered by TLS Alert");
+    QELLogging::LogInfo(mLogName, "Vintrel Client triggered by TLS Alert");
     mTlsAlertHandled = true;
     StartPass();
 }
@@ -207,11 +204,11 @@ void VintrelClientFsm::FsmStateWaitZemConnector(int eventId, int eventInfo) {
         return;
     }
     if (mUrl.empty()) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Get VTTL URL");
+        QELLogging::LogInfo(mLogName, "Get VTTL URL");
         mZemConnector->GetUrl();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Already have a URL, continue");
+    QELLogging::LogInfo(mLogName, "Already have a URL, continue");
     RaiseEvent(kEventCheckServices, 0, nullptr);
     SetFsmState(&VintrelClientFsm::FsmStateCheckServices, "FsmStateCheckServices");
 }
@@ -226,12 +223,12 @@ void VintrelClientFsm::HandleInvocationUrl() {
         mUpdateType = updateType;
     }
     if (mUrl.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "No URL available");
+        QELLogging::LogError(mLogName, "No URL available");
         StartWaitingForTriggers();
         return;
     }
     if (!GetUrlData(mUrl, mUrlData)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Invalid VTTL URL: '" << mUrl << "'");
+        QELLogging::LogError(mLogName, "Invalid VTTL URL: '", mUrl, "'");
         StartWaitingForTriggers();
         return;
     }
@@ -245,9 +242,9 @@ std::pair<std::string, std::int32_t> VintrelClientFsm::HandleInvocationUrlEvent(
     if (data->success) {
         url = std::move(data->url);
     } else {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Error received for the URL!");
+        QELLogging::LogError(mLogName, "Error received for the URL!");
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "VTTL URL: '" << url << "'");
+    QELLogging::LogInfo(mLogName, "VTTL URL: '", url, "'");
     return {std::move(url), kUpdateTypeNormal};
 }
 
@@ -255,9 +252,9 @@ bool VintrelClientFsm::CheckZemConnectorStatus() const {
     if (mZemSessionStatus == SessionStatus::kStarted) {
         return true;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "CheckZemConnectorStatus"
-                                              << ": Wrong ZemConnector session status: "
-                                              << static_cast<int>(mZemSessionStatus));
+    QELLogging::LogInfo(
+        mLogName, "CheckZemConnectorStatus",
+        ": Wrong ZemConnector session status: ", static_cast<int>(mZemSessionStatus));
     return false;
 }
 
@@ -276,14 +273,14 @@ void VintrelClientFsm::FsmStateCheckServices(int eventId, int eventInfo) {
     if (!ServiceStatusCheck()) {
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Service check OK, continue.");
+    QELLogging::LogInfo(mLogName, "Service check OK, continue.");
     StartImmobilizerVinQuery();
 }
 
 bool VintrelClientFsm::ServiceStatusCheck() {
     if (!mImmobilizerConnected) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "ServiceStatusCheck"
-                                                  << ": Immobilizer service is not available");
+        QELLogging::LogInfo(mLogName, "ServiceStatusCheck",
+                            ": Immobilizer service is not available");
     }
     return mImmobilizerConnected;
 }
@@ -291,7 +288,7 @@ bool VintrelClientFsm::ServiceStatusCheck() {
 void VintrelClientFsm::StartImmobilizerVinQuery() {
     mImmobilizerVin.clear();
     mKoruVin.clear();
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Requesting VIN from the Immobilizer Service.");
+    QELLogging::LogInfo(mLogName, "Requesting VIN from the Immobilizer Service.");
     mImmobilizer->GetVin();
     SetFsmState(&VintrelClientFsm::FsmStateWaitVin, "FsmStateWaitVin");
 }
@@ -313,39 +310,36 @@ void VintrelClientFsm::FsmStateWaitVin(int eventId, int eventInfo) {
 void VintrelClientFsm::HandleImmobilizerVin() {
     const auto data = TakeData<StringEventData>();
     if (data->text.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "Received an empty VIN from the Immobilizer Service.");
+        QELLogging::LogError(mLogName, "Received an empty VIN from the Immobilizer Service.");
         StartWaitingForTriggers();
         return;
     }
     mImmobilizerVin = data->text;
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Received VIN from the Immobilizer Service: " << mImmobilizerVin);
+    QELLogging::LogInfo(mLogName, "Received VIN from the Immobilizer Service: ", mImmobilizerVin);
     mKoruVin = mHsm->GetKoruVin();
     if (mKoruVin.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "No VIN received from the KORU.");
+        QELLogging::LogError(mLogName, "No VIN received from the KORU.");
         StartWaitingForTriggers();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Received VIN from the KORU: " << mKoruVin);
+    QELLogging::LogInfo(mLogName, "Received VIN from the KORU: ", mKoruVin);
     if (!PreCheck()) {
         DeleteTivCertificateFromTrustStore();
         StartWaitingForTriggers();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Immobilizer VIN and KORU VIN match");
+    QELLogging::LogInfo(mLogName, "Immobilizer VIN and KORU VIN match");
     RaiseEvent(kEventCheckTime, 0, nullptr);
 }
 
 bool VintrelClientFsm::PreCheck() const {
     if (mImmobilizerVin == mKoruVin) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Precheck was completed successfully");
+        QELLogging::LogInfo(mLogName, "Precheck was completed successfully");
         return true;
     }
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << "Immobilizer VIN (" << mImmobilizerVin << ") and KORU VIN (" << mKoruVin
-                         << ") do not match!");
-    QELLogging::LogError(QELLogEntry(mLogName) << "Precheck Failed!");
+    QELLogging::LogError(mLogName, "Immobilizer VIN (", mImmobilizerVin, ") and KORU VIN (",
+                         mKoruVin, ") do not match!");
+    QELLogging::LogError(mLogName, "Precheck Failed!");
     return false;
 }
 
@@ -376,22 +370,19 @@ bool VintrelClientFsm::AsyncEventHandler(int eventId, int eventInfo) {
 }
 
 void VintrelClientFsm::DefaultEventHandler(int eventId, int eventInfo) {
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << "Unknown event " << eventId << ", eventInfo: " << eventInfo);
+    QELLogging::LogError(mLogName, "Unknown event ", eventId, ", eventInfo: ", eventInfo);
     StopFsm();
 }
 
 void VintrelClientFsm::HandleClampControlEvent(int eventId, int eventInfo) {
     if (eventId != kEventClampState) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "HandleClampControlEvent"
-                             << ": Unknown event: " << eventId << ", eventInfo: " << eventInfo);
+        QELLogging::LogError(mLogName, "HandleClampControlEvent", ": Unknown event: ", eventId,
+                             ", eventInfo: ", eventInfo);
         return;
     }
     mClamp15On = eventInfo == 1;
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "HandleClampControlEvent"
-                        << ": Clamp 15 has changed state to " << (mClamp15On ? 1 : 0));
+    QELLogging::LogInfo(mLogName, "HandleClampControlEvent", ": Clamp 15 has changed state to ",
+                        (mClamp15On ? 1 : 0));
     if (!mClamp15On) {
         mTlsAlertHandled = false;
         mClamp15OffSeen = false;
@@ -400,9 +391,8 @@ void VintrelClientFsm::HandleClampControlEvent(int eventId, int eventInfo) {
 
 void VintrelClientFsm::HandleImmobilizerConnectionEvent(int eventInfo) {
     mImmobilizerConnected = eventInfo == 1;
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Immobilizer Service connection state has changed to "
-                        << (mImmobilizerConnected ? 1 : 0));
+    QELLogging::LogInfo(mLogName, "Immobilizer Service connection state has changed to ",
+                        (mImmobilizerConnected ? 1 : 0));
 }
 
 void VintrelClientFsm::HandleZemConnectorEvent(int eventInfo) {
@@ -413,15 +403,15 @@ void VintrelClientFsm::HandleZemConnectorEvent(int eventInfo) {
             break;
         case ZemConnectorFsmIf::kInfoConnectionUpdate:
             mConnectionState = TakeData<ZemConnectorFsmIf::StateUpdateEventData>()->connectionState;
-            QELLogging::LogInfo(QELLogEntry(mLogName)
-                                << "Connection State changed to " << to_string(mConnectionState));
+            QELLogging::LogInfo(mLogName, "Connection State changed to ",
+                                to_string(mConnectionState));
             break;
         case ZemConnectorFsmIf::kInfoActivationUpdate:
         case ZemConnectorFsmIf::kInfoInvocationUrl:
             break;
         default:
-            QELLogging::LogError(QELLogEntry(mLogName) << "HandleZemConnectorEvent"
-                                                       << ": Unknown eventInfo: " << eventInfo);
+            QELLogging::LogError(mLogName, "HandleZemConnectorEvent",
+                                 ": Unknown eventInfo: ", eventInfo);
             break;
     }
 }
@@ -429,16 +419,16 @@ void VintrelClientFsm::HandleZemConnectorEvent(int eventInfo) {
 void VintrelClientFsm::HandleZemConnectorSessionStatus(SessionStatus status) {
     switch (status) {
         case SessionStatus::kIdle:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Zem-Connector: Idle");
+            QELLogging::LogInfo(mLogName, "Zem-Connector: Idle");
             break;
         case SessionStatus::kStarting:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Zem-Connector: Starting");
+            QELLogging::LogInfo(mLogName, "Zem-Connector: Starting");
             break;
         case SessionStatus::kStarted:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Zem-Connector was started successfully");
+            QELLogging::LogInfo(mLogName, "Zem-Connector was started successfully");
             break;
         case SessionStatus::kRejected:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Zem-Connector: Rejected");
+            QELLogging::LogInfo(mLogName, "Zem-Connector: Rejected");
             StopFsm();
             break;
         default:
@@ -449,15 +439,14 @@ void VintrelClientFsm::HandleZemConnectorSessionStatus(SessionStatus status) {
 
 void VintrelClientFsm::HandleTlsAlert() {
     const auto data = TakeData<TlsAlertData>();
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Received TLS alert for oid " << data->oid << ", code "
-                        << static_cast<unsigned int>(data->code));
+    QELLogging::LogInfo(mLogName, "Received TLS alert for oid ", data->oid, ", code ",
+                        static_cast<unsigned int>(data->code));
     mRequestParams.operationTypeId = data->oid;
     mUpdateType = kUpdateTypeTlsAlert;
 }
 
 void VintrelClientFsm::HandleShutdownEvent() {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Handling Vintrel Client termination request.");
+    QELLogging::LogInfo(mLogName, "Handling Vintrel Client termination request.");
     mTerminationRequested = false;
     GetDispatcher()->ExitDispatching(true);
     StopFsm();
@@ -471,16 +460,16 @@ void VintrelClientFsm::StartWaitingForTriggers() {
     mUpdateType = kUpdateTypeNormal;
     mUrl.clear();
     mUrlData = UrlData{};
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Vintrel Client waiting for a trigger");
+    QELLogging::LogInfo(mLogName, "Vintrel Client waiting for a trigger");
     SetFsmState(&VintrelClientFsm::FsmStateWaitTrigger, "FsmStateWaitTrigger");
 }
 
 bool VintrelClientFsm::DeleteTivCertificateFromTrustStore() const {
     if (mHsm->DeleteTivCertificateFromTrustStore()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Deleting the TIV certificate failed!");
+        QELLogging::LogError(mLogName, "Deleting the TIV certificate failed!");
         return true;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "The TIV Certificate was deleted successfully");
+    QELLogging::LogInfo(mLogName, "The TIV Certificate was deleted successfully");
     return false;
 }
 

@@ -6,7 +6,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -21,9 +20,8 @@ constexpr int kMaxRetries = 9;
 
 void VintrelClientFsm::HandleCheckTime() {
     if (!mSystemTime->IsSystemTimeSet()) {
-        QELLogging::LogInfo(QELLogEntry(mLogName)
-                            << "FsmStateWaitVin"
-                            << ": System time is not set. Retrying in 10 seconds...");
+        QELLogging::LogInfo(mLogName, "FsmStateWaitVin",
+                            ": System time is not set. Retrying in 10 seconds...");
         RaiseTimerEvent(kEventCheckTime, 0, kSystemTimeRetryMilliseconds, nullptr);
         return;
     }
@@ -38,9 +36,8 @@ void VintrelClientFsm::HandleCheckTime() {
 
 void VintrelClientFsm::FixActivationReasonOfTlsAlertPass() {
     if (mRetryOngoing) {
-        QELLogging::LogInfo(QELLogEntry(mLogName)
-                            << "Retry ongoing. Keep currect ActivationReason: "
-                            << StatusToString(CurrentActivationReason()));
+        QELLogging::LogInfo(mLogName, "Retry ongoing. Keep currect ActivationReason: ",
+                            StatusToString(CurrentActivationReason()));
         return;
     }
     const StatusCode status = mHsm->CheckTrustStoreTivValidity(mKoruVin);
@@ -57,11 +54,11 @@ void VintrelClientFsm::TruststoreTivValidityCheck() {
     switch (CurrentActivationReason()) {
         case ACTIVATIONREASON_CLIENT_CERTIFICATE_INVALID:
         case ACTIVATIONREASON_KORU_CERTIFICATE_UPDATE:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Invalid TIV certificate.");
+            QELLogging::LogInfo(mLogName, "Invalid TIV certificate.");
             break;
         case ACTIVATIONREASON_CLAMP30_DETECTED:
         case ACTIVATIONREASON_FACTORY_RESET:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "No TIV certificate available.");
+            QELLogging::LogInfo(mLogName, "No TIV certificate available.");
             break;
         default:
             break;
@@ -70,11 +67,11 @@ void VintrelClientFsm::TruststoreTivValidityCheck() {
         DeleteTivCertificateFromTrustStore();
     }
     if (!IsTivUpdateRequired(status)) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "No TIV certificate update needed.");
+        QELLogging::LogInfo(mLogName, "No TIV certificate update needed.");
         StartWaitingForTriggers();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "TIV certificate update needed.");
+    QELLogging::LogInfo(mLogName, "TIV certificate update needed.");
     RaiseEvent(kEventStartUpdate, 0, nullptr);
     SetFsmState(&VintrelClientFsm::StartCertificateUpdate, "StartCertificateUpdate");
 }
@@ -97,7 +94,7 @@ ActivationReason VintrelClientFsm::TivCheckStatusToActivationReason(StatusCode s
         case StatusCode::ExpiresWithinYear:
             return ACTIVATION_REASON_CERT_1YEAR_EXPIRATION;
     }
-    QELLogging::LogError(QELLogEntry(mLogName) << "Unknown status code!");
+    QELLogging::LogError(mLogName, "Unknown status code!");
     return ACTIVATIONREASON_OTHER;
 }
 
@@ -146,9 +143,8 @@ void VintrelClientFsm::StartCertificateUpdate(int eventId, int eventInfo) {
 }
 
 void VintrelClientFsm::StartCertificateUpdate() {
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Updating the TIV Certificate");
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Activation reason: " << StatusToString(CurrentActivationReason()));
+    QELLogging::LogInfo(mLogName, "Updating the TIV Certificate");
+    QELLogging::LogInfo(mLogName, "Activation reason: ", StatusToString(CurrentActivationReason()));
     if (!RequestEcuCapabilities()) {
         RaiseTimerEvent(kEventStartUpdate, 0, kEcuCapabilitiesRetryMilliseconds, nullptr);
         return;
@@ -156,36 +152,33 @@ void VintrelClientFsm::StartCertificateUpdate() {
     mRequestParams.hw_version = std::move(mEcuHardwareVersion);
     mRequestParams.sw_version = std::move(mEcuSoftwareVersion);
     mRequestParams.part_number = std::move(mEcuPartNumber);
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "EcuHardwareVersion: " << mRequestParams.hw_version);
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "EcuSoftwareVersion: " << mRequestParams.sw_version);
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "EcuPartNumber: " << mRequestParams.part_number);
+    QELLogging::LogInfo(mLogName, "EcuHardwareVersion: ", mRequestParams.hw_version);
+    QELLogging::LogInfo(mLogName, "EcuSoftwareVersion: ", mRequestParams.sw_version);
+    QELLogging::LogInfo(mLogName, "EcuPartNumber: ", mRequestParams.part_number);
 
     const std::vector<std::uint8_t> csr = mHsm->GenerateCsr(mKoruVin);
     if (csr.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Failed to generate the CSR!");
+        QELLogging::LogError(mLogName, "Failed to generate the CSR!");
         StartRetryProcedure();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "The CSR was generated successfully");
+    QELLogging::LogInfo(mLogName, "The CSR was generated successfully");
 
     std::string container = mTiveGenerator->ConstructContainer(csr);
     if (container.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Failed to create TIVE container!");
+        QELLogging::LogError(mLogName, "Failed to create TIVE container!");
         StartRetryProcedure();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "The TIVE Container was created successfully: '" << container << "'");
+    QELLogging::LogInfo(mLogName, "The TIVE Container was created successfully: '", container, "'");
 
     mRequestBody = protobuf::CreateProtobuffer(mRequestParams, std::move(container));
     if (mRequestBody.empty()) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Failed to create protobuffer!");
+        QELLogging::LogError(mLogName, "Failed to create protobuffer!");
         StartRetryProcedure();
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Protobuf was created successfully");
+    QELLogging::LogInfo(mLogName, "Protobuf was created successfully");
     StartCertificateDownload();
 }
 
@@ -197,11 +190,10 @@ bool VintrelClientFsm::RequestEcuCapabilities() {
     if (!mEcuHardwareVersion.empty() && !mEcuSoftwareVersion.empty() && !mEcuPartNumber.empty()) {
         return true;
     }
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << "ECU capabilities not available, hardwareVersion: '"
-                         << mEcuHardwareVersion << "', softwareVersion: '" << mEcuSoftwareVersion
-                         << "', partNumber: '" << mEcuPartNumber << "'. Retrying in "
-                         << kEcuCapabilitiesRetryMilliseconds << " milliseconds...");
+    QELLogging::LogError(mLogName, "ECU capabilities not available, hardwareVersion: '",
+                         mEcuHardwareVersion, "', softwareVersion: '", mEcuSoftwareVersion,
+                         "', partNumber: '", mEcuPartNumber, "'. Retrying in ",
+                         kEcuCapabilitiesRetryMilliseconds, " milliseconds...");
     return false;
 }
 
@@ -232,12 +224,12 @@ void VintrelClientFsm::FsmStateDownloadCertificate(int eventId, int eventInfo) {
 void VintrelClientFsm::TestDownload() {
     if (mConnectionState != SCConnectionState::kOnDemand &&
         mConnectionState != SCConnectionState::kConnected) {
-        QELLogging::LogInfo(QELLogEntry(mLogName)
-                            << "Certificate Download is waiting for correct Connection state...");
+        QELLogging::LogInfo(mLogName,
+                            "Certificate Download is waiting for correct Connection state...");
         return;
     }
     if (mBackendRequestHandler) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Certificate Download is already ongoing");
+        QELLogging::LogInfo(mLogName, "Certificate Download is already ongoing");
         return;
     }
     DownloadCertificate();
@@ -247,14 +239,13 @@ void VintrelClientFsm::DownloadCertificate() {
     if (HasEnded()) {
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Certificate Update started, type = " << mUpdateType);
+    QELLogging::LogInfo(mLogName, "Certificate Update started, type = ", mUpdateType);
     mBackendRequestHandler = mFsmFactory.NewBackendRequestHandlerFsm();
     if (!mBackendRequestHandler->StartFsm(GetDispatcher(), shared_from_this(),
                                           kEventBackendResponse, mRequestBody, mZemConnector,
                                           mUrlData)) {
         mBackendRequestHandler.reset();
-        QELLogging::LogError(QELLogEntry(mLogName) << "BackendRequestHandlerFsm start failed!");
+        QELLogging::LogError(mLogName, "BackendRequestHandlerFsm start failed!");
         EndCertificateUpdate(false);
     }
 }
@@ -264,8 +255,8 @@ void VintrelClientFsm::HandleBackendResponse() {
         return;
     }
     const auto data = TakeData<BackendResponseEventData>();
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Backend response received, status: "
-                                              << static_cast<int>(data->returnCode));
+    QELLogging::LogInfo(mLogName,
+                        "Backend response received, status: ", static_cast<int>(data->returnCode));
     mBackendRequestHandler.reset();
     switch (data->returnCode) {
         case ReturnCode::kSuccess:
@@ -275,7 +266,7 @@ void VintrelClientFsm::HandleBackendResponse() {
             HandleErrorResponse(data->response);
             break;
         default:
-            QELLogging::LogInfo(QELLogEntry(mLogName) << "Backend connection failed, retrying...");
+            QELLogging::LogInfo(mLogName, "Backend connection failed, retrying...");
             StartRetryProcedure();
             break;
     }
@@ -284,14 +275,13 @@ void VintrelClientFsm::HandleBackendResponse() {
 void VintrelClientFsm::HandleCertificateResponse(const std::string& response) {
     auto data = std::make_unique<TivCertEventData>();
     if (!protobuf::ParseResponse(response, data->response)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Unable to parse the Response!");
+        QELLogging::LogError(mLogName, "Unable to parse the Response!");
         EndCertificateUpdate(false);
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Received a TIV Certificate: '" << data->response.certificate << "'");
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "Delay TIV validation by " << kValidationDelaySeconds << " seconds...");
+    QELLogging::LogInfo(mLogName, "Received a TIV Certificate: '", data->response.certificate, "'");
+    QELLogging::LogInfo(mLogName, "Delay TIV validation by ", kValidationDelaySeconds,
+                        " seconds...");
     RaiseTimerEvent(kEventValidateCertificate, 0, kValidationDelaySeconds * kMillisecondsPerSecond,
                     std::move(data));
     SetFsmState(&VintrelClientFsm::FsmStateCheckAndStoreTiv, "FsmStateCheckAndStoreTiv");
@@ -300,9 +290,9 @@ void VintrelClientFsm::HandleCertificateResponse(const std::string& response) {
 void VintrelClientFsm::HandleErrorResponse(const std::string& response) {
     std::string errorText;
     if (protobuf::ParseErrorResponse(response, errorText)) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "GenericError received!\n" << errorText);
+        QELLogging::LogInfo(mLogName, "GenericError received!\n", errorText);
     } else {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Failed to parse error response");
+        QELLogging::LogError(mLogName, "Failed to parse error response");
     }
     EndCertificateUpdate(false);
 }
@@ -323,30 +313,28 @@ void VintrelClientFsm::ValidateAndStoreCertificate() {
     const auto data = TakeData<TivCertEventData>();
     const std::string& certificate = data->response.certificate;
     if (mHsm->CheckTivCertificate(certificate, mKoruVin)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Checking the TIV Certificate failed!");
+        QELLogging::LogError(mLogName, "Checking the TIV Certificate failed!");
         EndCertificateUpdate(false);
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "The TIV Certificate is valid");
+    QELLogging::LogInfo(mLogName, "The TIV Certificate is valid");
     if (mHsm->StoreTivCertificateToTrustStore(certificate)) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "Storing the TIV Certificate failed!");
+        QELLogging::LogError(mLogName, "Storing the TIV Certificate failed!");
         EndCertificateUpdate(false);
         return;
     }
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "The TIV Certificate and the Key were stored successfully");
+    QELLogging::LogInfo(mLogName, "The TIV Certificate and the Key were stored successfully");
     EndCertificateUpdate(true);
 }
 
 void VintrelClientFsm::EndCertificateUpdate(bool success) {
     mRetryCount = 0;
     if (success) {
-        QELLogging::LogInfo(QELLogEntry(mLogName)
-                            << "EndCertificateUpdate"
-                            << " The TIV Certificate was successfully updated");
+        QELLogging::LogInfo(mLogName, "EndCertificateUpdate",
+                            " The TIV Certificate was successfully updated");
     } else {
-        QELLogging::LogError(QELLogEntry(mLogName) << "EndCertificateUpdate"
-                                                   << " The TIV Certificate update failed!");
+        QELLogging::LogError(mLogName, "EndCertificateUpdate",
+                             " The TIV Certificate update failed!");
     }
     StartWaitingForTriggers();
 }
@@ -356,12 +344,12 @@ void VintrelClientFsm::StartRetryProcedure() {
     mRetryOngoing = true;
     ++mRetryCount;
     if (mRetryCount > kMaxRetries) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "Retry limit exceeded. Stopping...");
+        QELLogging::LogInfo(mLogName, "Retry limit exceeded. Stopping...");
         EndCertificateUpdate(false);
         return;
     }
     const int timeout = GetCertificateUpdateTimeout(mRetryCount);
-    QELLogging::LogInfo(QELLogEntry(mLogName) << "Retrying in " << timeout << " seconds...");
+    QELLogging::LogInfo(mLogName, "Retrying in ", timeout, " seconds...");
     RaiseTimerEvent(kEventRetryTimer, 0, timeout * kMillisecondsPerSecond, nullptr);
     SetFsmState(&VintrelClientFsm::FsmRetryProcedure, "FsmRetryProcedure");
 }

@@ -40,6 +40,11 @@ QELLogEntry& QELLogEntry::operator<<(const std::string& text) {
     return *this;
 }
 
+QELLogEntry& QELLogEntry::operator<<(std::string_view text) {
+    mText += text;
+    return *this;
+}
+
 QELLogEntry& QELLogEntry::operator<<(const char* text) {
     if (text != nullptr) {
         mText += text;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace qel_logging {
@@ -25,6 +26,7 @@ public:
     QELLogEntry& operator<<(unsigned short value);
     QELLogEntry& operator<<(unsigned char value);
     QELLogEntry& operator<<(const std::string& text);
+    QELLogEntry& operator<<(std::string_view text);
     QELLogEntry& operator<<(const char* text);
 
     /// Appends the value in lower-case hexadecimal without padding: "0x5", "0xab".

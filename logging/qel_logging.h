@@ -11,6 +11,9 @@ namespace qel_logging {
 ///
 /// A line goes out as it is given, without time stamp, source location or level; a line of a level
 /// that is not enabled is dropped before it reaches the back end. Nothing is ever reported back.
+///
+/// The template forms take the parts of a line, each of a type that `QELLogEntry` takes, and put
+/// them together only if the level is enabled: otherwise nothing is built or copied.
 class QELLogging {
 public:
     QELLogging() = delete;
@@ -25,16 +28,60 @@ public:
 
     static void LogFatal(const std::string& text);
     static void LogFatal(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogFatal(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kFatal)) {
+            LogFatal(EntryOf(parts...));
+        }
+    }
     static void LogError(const std::string& text);
     static void LogError(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogError(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kError)) {
+            LogError(EntryOf(parts...));
+        }
+    }
     static void LogWarning(const std::string& text);
     static void LogWarning(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogWarning(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kWarning)) {
+            LogWarning(EntryOf(parts...));
+        }
+    }
     static void LogInfo(const std::string& text);
     static void LogInfo(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogInfo(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kInfo)) {
+            LogInfo(EntryOf(parts...));
+        }
+    }
     static void LogDebug(const std::string& text);
     static void LogDebug(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogDebug(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kDebug)) {
+            LogDebug(EntryOf(parts...));
+        }
+    }
     static void LogVerbose(const std::string& text);
     static void LogVerbose(const QELLogEntry& entry);
+    template <typename... Parts>
+    static void LogVerbose(const Parts&... parts) {
+        if (IsEnabled(EQELLogLevel::kVerbose)) {
+            LogVerbose(EntryOf(parts...));
+        }
+    }
+
+private:
+    template <typename... Parts>
+    static QELLogEntry EntryOf(const Parts&... parts) {
+        QELLogEntry entry;
+        (entry << ... << parts);
+        return entry;
+    }
 };
 
 }  // namespace qel_logging

@@ -13,7 +13,6 @@
 
 namespace ini_file_reader {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -75,18 +74,17 @@ int IniFileReader::ParseIniFile(const std::string& path, Settings& settings,
     const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "re"));
     if (!file) {
         const std::string reason = std::generic_category().message(errno);
-        QELLogging::LogError(QELLogEntry(kLogName)
-                             << "Reading file " << path << " failed: " << reason);
+        QELLogging::LogError(kLogName, "Reading file ", path, " failed: ", reason);
         return kFailed;
     }
     const bool isFilter = !settings.empty();
     Settings wanted;
     const int lineCount = ParseLines(file.get(), isFilter ? wanted : settings, removeWhitespace);
     if (lineCount == kFailed) {
-        QELLogging::LogError(QELLogEntry(kLogName) << "Error reading file " << path);
+        QELLogging::LogError(kLogName, "Error reading file ", path);
         return kFailed;
     }
-    QELLogging::LogDebug(QELLogEntry(kLogName) << "Settings read from file " << path);
+    QELLogging::LogDebug(kLogName, "Settings read from file ", path);
     if (isFilter) {
         for (auto& [key, value] : settings) {
             const auto found = wanted.find(key);
@@ -104,12 +102,11 @@ int IniFileReader::ParseLines(std::FILE* file, Settings& pairs, bool removeWhite
     while (ReadLine(file, line)) {
         ++lineCount;
         if (line.size() > kMaxLineLength) {
-            QELLogging::LogError(QELLogEntry(kLogName) << "Incorrect format. Line too long.");
+            QELLogging::LogError(kLogName, "Incorrect format. Line too long.");
             return kFailed;
         }
         if (!IsAscii(line)) {
-            QELLogging::LogError(QELLogEntry(kLogName)
-                                 << "Incorrect format. Non-ASCII character in file.");
+            QELLogging::LogError(kLogName, "Incorrect format. Non-ASCII character in file.");
             return kFailed;
         }
         if (removeWhitespace) {

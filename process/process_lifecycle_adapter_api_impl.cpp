@@ -10,7 +10,6 @@
 
 namespace process_lifecycle_adapter {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -25,8 +24,8 @@ constexpr const char* kStateOn = "kOn";
 constexpr const char* kStatePrepSD = "kPrepSD";
 
 void WarnOfParameter(const std::string& key, const char* fault, const std::string& name) {
-    QELLogging::LogWarning(QELLogEntry() << "Configuration parameter \"" << key << "\" " << fault
-                                         << " for component " << name);
+    QELLogging::LogWarning("Configuration parameter \"", key, "\" ", fault, " for component ",
+                           name);
 }
 
 /// The setting of the key, with a warning if there is none.
@@ -71,9 +70,10 @@ void ProcessLifecycleAdapterApiImpl::Initialize(const std::string& name,
             [this](const ara::stm::ComponentClient& client, unsigned int sequence,
                    const std::string& state) { StateChangeRequested(client, sequence, state); });
     } catch (const std::runtime_error& error) {
-        QELLogging::LogError(QELLogEntry() << "ProcessLifecycleAdapterApiImpl::Initialize could "
-                                              "not create ComponentClient: "
-                                           << error.what());
+        QELLogging::LogError(
+            "ProcessLifecycleAdapterApiImpl::Initialize could "
+            "not create ComponentClient: ",
+            error.what());
     }
 }
 
@@ -81,13 +81,12 @@ void ProcessLifecycleAdapterApiImpl::Start() {
     QELLogging::LogDebug("ProcessLifecycleAdapterApiImpl::Start");
     if (!mConfigured) {
         QELLogging::LogError(
-            QELLogEntry()
-            << "ProcessLifecycleAdapter::Reading application configuration failed for "
-            << mComponentName);
+            "ProcessLifecycleAdapter::Reading application configuration failed for ",
+            mComponentName);
         mSupervisionCycle = 0;
         return;
     }
-    QELLogging::LogDebug(QELLogEntry() << "Create Phm_client " << mInstanceId);
+    QELLogging::LogDebug("Create Phm_client ", mInstanceId);
     mPhmClient = std::make_unique<ara::phm::Phm_client>(mInstanceId);
     mSupervisionEntity = std::make_unique<ara::phm::SupervisionEntity>(*mPhmClient);
     mHealthChannel = std::make_unique<ara::phm::HealthChannel>(*mPhmClient);
@@ -105,16 +104,17 @@ void ProcessLifecycleAdapterApiImpl::IAmAlive() {
         QELLogging::LogError("IAmAlive called, the mSupervisionEntity has not been created");
         return;
     }
-    QELLogging::LogVerbose(QELLogEntry()
-                           << "ProcessLifecycleAdapterApiImpl::IAmAlive, call CheckpointReached, "
-                              "supervision id="
-                           << mSupervisionEntityId << ", checkpoint id=" << mCheckpointId);
+    QELLogging::LogVerbose(
+        "ProcessLifecycleAdapterApiImpl::IAmAlive, call CheckpointReached, "
+        "supervision id=",
+        mSupervisionEntityId, ", checkpoint id=", mCheckpointId);
     try {
         mSupervisionEntity->CheckpointReached(mSupervisionEntityId, mCheckpointId);
     } catch (const std::runtime_error& error) {
-        QELLogging::LogDebug(QELLogEntry() << "ProcessLifecycleAdapterApiImpl::IAmAlive, "
-                                              "CheckpointReached exception: "
-                                           << error.what());
+        QELLogging::LogDebug(
+            "ProcessLifecycleAdapterApiImpl::IAmAlive, "
+            "CheckpointReached exception: ",
+            error.what());
     }
 }
 
@@ -127,12 +127,11 @@ void ProcessLifecycleAdapterApiImpl::Terminating() {
 
 void ProcessLifecycleAdapterApiImpl::StateChanged(ProcessState state, unsigned int sequence) {
     const int number = state;
-    QELLogging::LogInfo(QELLogEntry() << "ProcessLifecycleAdapterApiImpl::StateChanged: " << number
-                                      << " seq: " << sequence);
+    QELLogging::LogInfo("ProcessLifecycleAdapterApiImpl::StateChanged: ", number,
+                        " seq: ", sequence);
     if (state != kOn && state != kPrepSD) {
-        QELLogging::LogError(QELLogEntry()
-                             << "ProcessLifecycleAdapterApiImpl::StateChanged: Invalid state: "
-                             << number);
+        QELLogging::LogError("ProcessLifecycleAdapterApiImpl::StateChanged: Invalid state: ",
+                             number);
         return;
     }
     const std::lock_guard<std::mutex> lock(mComponentClientMutex);
@@ -151,14 +150,12 @@ void ProcessLifecycleAdapterApiImpl::StateChangeRequested(
     const ara::stm::ComponentClient& /*client*/, unsigned int sequence, const std::string& state) {
     if (state != kStateOn && state != kStatePrepSD) {
         QELLogging::LogError(
-            QELLogEntry() << "ProcessLifecycleAdapterApiImpl::StateChangeRequested, Invalid state "
-                             "requested: "
-                          << state);
+            "ProcessLifecycleAdapterApiImpl::StateChangeRequested, Invalid state "
+            "requested: ",
+            state);
         return;
     }
-    QELLogging::LogInfo(QELLogEntry()
-                        << "ProcessLifecycleAdapterApiImpl::StateChangeRequested new state: "
-                        << state);
+    QELLogging::LogInfo("ProcessLifecycleAdapterApiImpl::StateChangeRequested new state: ", state);
     if (mStateCallback != nullptr) {
         mStateCallback->ProcessLifecycleAdapterStateRequested(state == kStateOn ? kOn : kPrepSD,
                                                               sequence);
@@ -173,7 +170,7 @@ bool ProcessLifecycleAdapterApiImpl::ReadConfiguration(const std::string& name) 
                                                               {kSupervisionCycle, ""},
                                                               {kExpectedAliveIndications, ""}});
     const std::string path = mConfigDirectory + name + "-phm.ini";
-    QELLogging::LogWarning(QELLogEntry() << "Config path " << path);
+    QELLogging::LogWarning("Config path ", path);
     ini_file_reader::IniFileReader().ReadIniFile(path, settings);
     try {
         const std::string instanceId = FindSetting(*settings, kInstanceId, name);

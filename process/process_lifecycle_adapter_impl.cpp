@@ -10,7 +10,6 @@
 
 namespace process_lifecycle_adapter {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -67,7 +66,7 @@ void ProcessLifecycleAdapterImpl::Initialize(
         mCallback = callback;
     }
     const unsigned short aliveTime = mApi->GetIAmAliveTime();
-    QELLogging::LogDebug(QELLogEntry() << "ProcessKeepAliveSignalling, aliveTime =" << aliveTime);
+    QELLogging::LogDebug("ProcessKeepAliveSignalling, aliveTime =", aliveTime);
     if (aliveTime == 0) {
         return;
     }

@@ -12,7 +12,6 @@
 
 namespace signal_handler {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -86,7 +85,7 @@ void SignalHandler::HandleMessages() {
             QELLogging::LogError("SignalHandler: Error reading pipe");
             break;
         }
-        QELLogging::LogInfo(QELLogEntry() << "SignalHandler: Signal " << signal << " caught");
+        QELLogging::LogInfo("SignalHandler: Signal ", signal, " caught");
         if (signal == StopMessage()) {
             QELLogging::LogInfo("SignalHandler: STOP message received.");
             break;

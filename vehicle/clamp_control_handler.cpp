@@ -7,7 +7,6 @@
 
 namespace nuro_common {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -89,9 +88,8 @@ void ClampControlHandler::SubscribeThread() {
             }
         }
     } catch (const std::exception& exception) {
-        QELLogging::LogWarning(QELLogEntry()
-                               << "ClampControlHandlerNB: Exception while subscribing: "
-                               << exception.what());
+        QELLogging::LogWarning("ClampControlHandlerNB: Exception while subscribing: ",
+                               exception.what());
         mSubscribing = false;
     }
     mSubscribeThreadId = std::thread::id();
@@ -114,9 +112,8 @@ bool ClampControlHandler::Subscribe() {
 
 void ClampControlHandler::ConnectionStateNotification(bool connected) {
     QELLogging::LogDebug(
-        QELLogEntry()
-        << "ClampControlHandler: Clamp Control Service connection state has changed to "
-        << (connected ? "1" : "0"));
+        "ClampControlHandler: Clamp Control Service connection state has changed to ",
+        (connected ? "1" : "0"));
     if (mCallback != nullptr) {
         mCallback->ClampControlConnectionStateChangeCb(connected);
     }

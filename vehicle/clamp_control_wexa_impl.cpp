@@ -5,7 +5,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 std::shared_ptr<ClampControlIf> ClampControlIf::Create(ClampControlCbIf& callback) {
@@ -20,8 +19,7 @@ ClampControlWexaImpl::~ClampControlWexaImpl() {
 }
 
 bool ClampControlWexaImpl::Subscribe() {
-    QELLogging::LogInfo(QELLogEntry() << "ClampControlWexaImpl:"
-                                      << "Subscribe");
+    QELLogging::LogInfo("ClampControlWexaImpl:", "Subscribe");
     if (mSubscribed) {
         QELLogging::LogInfo("ClampControlWexaImpl: Already subscribed to Clamp 15");
         return false;
@@ -38,9 +36,8 @@ void ClampControlWexaImpl::ClampStateChangeCb(const std::string& /*clampName*/, 
 }
 
 void ClampControlWexaImpl::ClampControlConnectionStateChangeCb(bool connected) {
-    QELLogging::LogInfo(QELLogEntry()
-                        << "ClampControlWexaImpl: Wexa service connection state changed to "
-                        << (connected ? "1" : "0"));
+    QELLogging::LogInfo("ClampControlWexaImpl: Wexa service connection state changed to ",
+                        (connected ? "1" : "0"));
     if (connected) {
         mHandler->SubscribeNB();
     }

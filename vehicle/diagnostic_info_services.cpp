@@ -108,8 +108,7 @@ void DiagnosticInfoServices::HandleDiagnosticEvent() {
         return;
     }
     const bool updated = proxy->identificationData.Update();
-    QELLogging::LogInfo(QELLogEntry() << "DiagnosticInfoProxy::HandleDiagnosticEvent updated: "
-                                      << (updated ? 1 : 0));
+    QELLogging::LogInfo("DiagnosticInfoProxy::HandleDiagnosticEvent updated: ", (updated ? 1 : 0));
     if (updated) {
         GetData();
     }
@@ -122,8 +121,8 @@ void DiagnosticInfoServices::GetData() {
     }
     QELLogging::LogInfo("DiagnosticInfoProxy::GetData");
     for (const auto& sample : proxy->identificationData.GetCachedSamples()) {
-        QELLogging::LogInfo(QELLogEntry() << "DiagnosticInfoProxy::GetData vector elements: "
-                                          << static_cast<unsigned int>(sample->size()));
+        QELLogging::LogInfo("DiagnosticInfoProxy::GetData vector elements: ",
+                            static_cast<unsigned int>(sample->size()));
         for (const Record& record : *sample) {
             StoreRecord(record);
         }
@@ -139,8 +138,7 @@ void DiagnosticInfoServices::StoreRecord(const Record& record) {
             const std::lock_guard<std::mutex> lock(mMutex);
             mDiagnosticAddress = address;
         }
-        QELLogging::LogInfo(QELLogEntry()
-                            << "Received diagnosticAddress: '" << address << "' stored");
+        QELLogging::LogInfo("Received diagnosticAddress: '", address, "' stored");
     }
     if (record.swVersion) {
         SetEcuSwVersion(Text(*record.swVersion));

@@ -9,7 +9,6 @@
 
 namespace immobilizerclient {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 ImmobilizerAccess::~ImmobilizerAccess() = default;
@@ -78,11 +77,10 @@ void ImmobilizerAccess::QuerySucceeded(const std::shared_ptr<const Service::Info
 void ImmobilizerAccess::QueryFailed(const std::shared_ptr<const lumo::LumoResponse>& response) {
     if (response) {
         if (const auto exception = response->getHttpException()) {
-            QELLogging::LogError(QELLogEntry()
-                                 << "Immobilizer Client: ErrorCb: " << exception->what());
+            QELLogging::LogError("Immobilizer Client: ErrorCb: ", exception->what());
         } else {
-            QELLogging::LogError(QELLogEntry() << "Immobilizer Client: ErrorCb, response status: "
-                                               << response->getStatusCode());
+            QELLogging::LogError("Immobilizer Client: ErrorCb, response status: ",
+                                 response->getStatusCode());
         }
     }
     NotifyVin({});
@@ -101,8 +99,7 @@ void ImmobilizerAccess::ServiceDisconnected() {
 }
 
 void ImmobilizerAccess::ServiceError(const std::exception& exception) {
-    QELLogging::LogError(QELLogEntry()
-                         << "Immobilizer Client: ServiceListener Error: " << exception.what());
+    QELLogging::LogError("Immobilizer Client: ServiceListener Error: ", exception.what());
 }
 
 void ImmobilizerAccess::NotifyConnection(bool connected) {

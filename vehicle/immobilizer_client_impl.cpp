@@ -9,7 +9,6 @@
 
 namespace immobilizerclient {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using wexa_client::ClientServiceUtils;
 
@@ -29,7 +28,7 @@ ImmobilizerClientImpl::ImmobilizerClientImpl() {
             kClientName);
         mAccess = wexa_client::CreateClient<ImmobilizerAccess>(services);
     } catch (const std::exception& exception) {
-        QELLogging::LogError(QELLogEntry() << " Exception: " << exception.what());
+        QELLogging::LogError(" Exception: ", exception.what());
     } catch (...) {
         QELLogging::LogError("Unknown exception ");
     }

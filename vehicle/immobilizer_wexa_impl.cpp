@@ -4,7 +4,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 std::shared_ptr<ImmobilizerIf> ImmobilizerIf::Create(ImmobilizerCbIf& callback) {
@@ -44,8 +43,8 @@ void ImmobilizerWexaImpl::ImmobilizerVinReceived(const std::string& vin) {
 
 void ImmobilizerWexaImpl::ConnectionStateNotification(bool connected) {
     mConnected = connected;
-    QELLogging::LogInfo(QELLogEntry() << "Immobilizer: Service Connection state changed to "
-                                      << (connected ? "Connected" : "Disconnected"));
+    QELLogging::LogInfo("Immobilizer: Service Connection state changed to ",
+                        (connected ? "Connected" : "Disconnected"));
     mCallback.ImmobilizerConnectionStateChangeCb(connected);
 }
 

@@ -9,7 +9,6 @@
 
 namespace vintrel {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 using tls_alert_if::ETlsAlertCode;
 
@@ -40,13 +39,12 @@ TlsAlerts::~TlsAlerts() {
 void TlsAlerts::Start(TlsAlertsCbIf* callback) {
     mCallback.store(callback, std::memory_order_release);
     for (const ETlsAlertCode code : GetFilter()) {
-        QELLogging::LogDebug(QELLogEntry(kLogName)
-                             << "Setting Filter for " << static_cast<unsigned int>(code));
+        QELLogging::LogDebug(kLogName, "Setting Filter for ", static_cast<unsigned int>(code));
     }
     if (mSocksClient->StartListening(this) != socks_rux::kStartOk) {
-        QELLogging::LogError(QELLogEntry(kLogName) << "Failed to connect to Socks-RUX!");
+        QELLogging::LogError(kLogName, "Failed to connect to Socks-RUX!");
     } else {
-        QELLogging::LogInfo(QELLogEntry(kLogName) << "Connected to Socks-RUX!");
+        QELLogging::LogInfo(kLogName, "Connected to Socks-RUX!");
     }
 }
 
@@ -56,25 +54,24 @@ void TlsAlerts::Stop() {
 }
 
 void TlsAlerts::SocksTlsAlertOccured(std::string operationId, ETlsAlertCode code) {
-    QELLogging::LogInfo(QELLogEntry(kLogName)
-                        << "Received Alert: OperationId='" << operationId
-                        << "', TlsAlertCode=" << static_cast<std::uint8_t>(code));
+    QELLogging::LogInfo(kLogName, "Received Alert: OperationId='", operationId,
+                        "', TlsAlertCode=", static_cast<std::uint8_t>(code));
     const auto& filter = GetFilter();
     if (std::find(filter.begin(), filter.end(), code) == filter.end()) {
-        QELLogging::LogDebug(QELLogEntry(kLogName) << "TLS alert ignored");
+        QELLogging::LogDebug(kLogName, "TLS alert ignored");
         return;
     }
     TlsAlertsCbIf* callback = mCallback.load(std::memory_order_acquire);
     if (callback == nullptr) {
-        QELLogging::LogWarning(QELLogEntry(kLogName) << "Callback not set, TLS Alert is ignored");
+        QELLogging::LogWarning(kLogName, "Callback not set, TLS Alert is ignored");
         return;
     }
-    QELLogging::LogDebug(QELLogEntry(kLogName) << "TLS alert accepted");
+    QELLogging::LogDebug(kLogName, "TLS alert accepted");
     callback->TlsAlertNotifyCb(std::move(operationId), code);
 }
 
 void TlsAlerts::SocksTlsAlertError() {
-    QELLogging::LogDebug(QELLogEntry(kLogName) << "Socks-RUX Error, socks will start reconnecting");
+    QELLogging::LogDebug(kLogName, "Socks-RUX Error, socks will start reconnecting");
 }
 
 }  // namespace vintrel
