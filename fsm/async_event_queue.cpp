@@ -15,7 +15,6 @@
 namespace fsm {
 
 using qel_logging::EQELLogLevel;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -33,13 +32,16 @@ std::string ThreadText() {
 AsyncEventQueue::AsyncEventQueue(std::string name) : Fsm(std::move(name)) {}
 
 AsyncEventQueue::~AsyncEventQueue() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "~AsyncEventQueue");
+    QELLogging::LogDebug(mLogName, "~AsyncEventQueue");
     CloseEnd(mReadEnd);
     CloseEnd(mWriteEnd);
 }
 
 bool AsyncEventQueue::Initialize(std::shared_ptr<EventDispatcher> dispatcher) {
     SetupFsm(dispatcher, nullptr, 0);
+    if (dispatcher == nullptr) {
+        return false;
+    }
     std::array<int, 2> ends{-1, -1};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         StopFsm();
@@ -63,75 +65,70 @@ bool AsyncEventQueue::Initialize(std::shared_ptr<EventDispatcher> dispatcher) {
 
 void AsyncEventQueue::RaiseAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
                                       std::unique_ptr<FsmEventData> data) {
-    OfferAsyncEvent(std::move(fsm), eventId, eventInfo, data);
+    LogFailure(OfferAsyncEvent(std::move(fsm), eventId, eventInfo, data));
 }
 
-void AsyncEventQueue::OfferAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
-                                      std::unique_ptr<FsmEventData>& data) {
+std::string AsyncEventQueue::OfferAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
+                                             std::unique_ptr<FsmEventData>& data) {
     if (fsm == nullptr) {
-        LogFailure("RaiseAsyncEvent", " no receiver");
-        return;
+        return FailureText("RaiseAsyncEvent", " no receiver");
     }
     const std::lock_guard<std::mutex> lock(mMutex);
     const ssize_t written = write(mWriteEnd, &kEventInQueue, 1);
     if (written != 1) {
-        LogFailure("RaiseAsyncEvent", " error writing pipe: " + std::to_string(written));
-        return;
+        return FailureText("RaiseAsyncEvent", " error writing pipe: ", written);
     }
     if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
-        QELLogging::LogVerbose(QELLogEntry(mName)
-                               << " EVENT async raised #" << mSequence << " by " << ThreadText()
-                               << " -> " << fsm->GetName() << ", eventId " << eventId
-                               << " eventInfo " << eventInfo);
+        QELLogging::LogVerbose(mName, " EVENT async raised #", mSequence, " by ", ThreadText(),
+                               " -> ", fsm->GetName(), ", eventId ", eventId, " eventInfo ",
+                               eventInfo);
     }
     mEvents.push_back({std::move(fsm), eventId, eventInfo, std::move(data), mSequence});
     ++mSequence;
+    return {};
 }
 
 void AsyncEventQueue::StateDispatchEvents(int /*eventId*/, int /*eventInfo*/) {
     eventQueueEvent event;
-    if (!TakeEvent(event)) {
+    if (const std::string failure = TakeEvent(event); !failure.empty()) {
+        LogFailure(failure);
         return;
     }
-    if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
-        QELLogging::LogVerbose(QELLogEntry(mName)
-                               << " EVENT async dispatch #" << event.sequence << " -> "
-                               << event.fsm->GetName() << ", eventId " << event.eventId
-                               << " eventInfo " << event.eventInfo);
-    }
+    QELLogging::LogVerbose(mName, " EVENT async dispatch #", event.sequence, " -> ",
+                           event.fsm->GetName(), ", eventId ", event.eventId, " eventInfo ",
+                           event.eventInfo);
     if (const auto dispatcher = GetDispatcher()) {
         dispatcher->Invoke(*event.fsm, event.eventId, event.eventInfo, std::move(event.data));
     }
 }
 
-bool AsyncEventQueue::TakeEvent(eventQueueEvent& event) {
+std::string AsyncEventQueue::TakeEvent(eventQueueEvent& event) {
     const std::lock_guard<std::mutex> lock(mMutex);
     unsigned char command = 0;
     const ssize_t result = read(mReadEnd, &command, 1);
     if (result != 1) {
-        LogFailure("StateDispatchEvents", " error reading pipe: " + std::to_string(result));
-        return false;
+        return FailureText("StateDispatchEvents", " error reading pipe: ", result);
     }
     if (command != kEventInQueue) {
-        LogFailure("StateDispatchEvents",
-                   " reading pipe, unknown command: " + std::to_string(command));
-        return false;
+        return FailureText("StateDispatchEvents", " reading pipe, unknown command: ", command);
     }
     if (mEvents.empty()) {
-        LogFailure("StateDispatchEvents", " reading pipe, but no event");
-        return false;
+        return FailureText("StateDispatchEvents", " reading pipe, but no event");
     }
     event = std::move(mEvents.front());
     mEvents.pop_front();
-    return true;
+    return {};
 }
 
 bool AsyncEventQueue::ClearAsyncEvent(Predicate predicate, bool all) {
-    return !TakeAsyncEvents(predicate, all).empty();
+    std::string failure;
+    const std::deque<eventQueueEvent> removed = TakeAsyncEvents(predicate, all, failure);
+    LogFailure(failure);
+    return !removed.empty();
 }
 
 std::deque<AsyncEventQueue::eventQueueEvent> AsyncEventQueue::TakeAsyncEvents(
-    const Predicate& predicate, bool all) {
+    const Predicate& predicate, bool all, std::string& failure) {
     // Outlives the lock, since destructors of payloads and machines are not ours.
     std::deque<eventQueueEvent> removed;
     const std::lock_guard<std::mutex> lock(mMutex);
@@ -146,17 +143,16 @@ std::deque<AsyncEventQueue::eventQueueEvent> AsyncEventQueue::TakeAsyncEvents(
             break;
         }
     }
-    RemovePipeBytes(removed.size());
+    failure = RemovePipeBytes(removed.size());
     return removed;
 }
 
-void AsyncEventQueue::RemovePipeBytes(std::size_t count) {
+std::string AsyncEventQueue::RemovePipeBytes(std::size_t count) {
     for (; count > 0; --count) {
         unsigned char command = 0;
         const ssize_t result = read(mReadEnd, &command, 1);
         if (result != 1) {
-            LogFailure("ClearAsyncEvent", " error reading pipe: " + std::to_string(result));
-            return;
+            return FailureText("ClearAsyncEvent", " error reading pipe: ", result);
         }
         if (command == kEventInQueue) {
             continue;
@@ -164,10 +160,10 @@ void AsyncEventQueue::RemovePipeBytes(std::size_t count) {
         // Not the byte of an event: it stays for the state method to report.
         const ssize_t written = write(mWriteEnd, &command, 1);
         if (written != 1) {
-            LogFailure("ClearAsyncEvent", " error writing pipe: " + std::to_string(written));
-            return;
+            return FailureText("ClearAsyncEvent", " error writing pipe: ", written);
         }
     }
+    return {};
 }
 
 void AsyncEventQueue::Stop() {
@@ -185,13 +181,24 @@ void AsyncEventQueue::CloseEnd(int& descriptor) {
         return;
     }
     if (close(descriptor) != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "close() failed");
+        QELLogging::LogError(mLogName, "close() failed");
     }
     descriptor = -1;
 }
 
-void AsyncEventQueue::LogFailure(const char* function, const std::string& text) const {
-    QELLogging::LogError(QELLogEntry(mName) << " " << function << text);
+void AsyncEventQueue::LogFailure(const std::string& failure) {
+    if (!failure.empty()) {
+        QELLogging::LogError(failure);
+    }
+}
+
+std::string AsyncEventQueue::FailureText(const char* function, const char* text) const {
+    return mName + " " + function + text;
+}
+
+std::string AsyncEventQueue::FailureText(const char* function, const char* text,
+                                         ssize_t result) const {
+    return FailureText(function, text) + std::to_string(result);
 }
 
 }  // namespace fsm

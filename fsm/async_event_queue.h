@@ -33,22 +33,30 @@ public:
     bool ClearAsyncEvent(Predicate predicate, bool all) override;
     void Stop() override;
 
-    /// As `RaiseAsyncEvent`, but an event that cannot be accepted leaves `data` to the caller.
-    void OfferAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
-                         std::unique_ptr<FsmEventData>& data);
+    /// As `RaiseAsyncEvent`, but an event that cannot be accepted leaves `data` to the caller, and
+    /// the line about it is returned (else nothing), to be logged when the caller has left its
+    /// locks: the log may take its time.
+    std::string OfferAsyncEvent(std::shared_ptr<Fsm> fsm, int eventId, int eventInfo,
+                                std::unique_ptr<FsmEventData>& data);
 
-    /// As `ClearAsyncEvent`, but leaves the removed events to the caller.
-    std::deque<eventQueueEvent> TakeAsyncEvents(const Predicate& predicate, bool all);
+    /// As `ClearAsyncEvent`, but leaves the removed events, and the line about a failure, to the
+    /// caller.
+    std::deque<eventQueueEvent> TakeAsyncEvents(const Predicate& predicate, bool all,
+                                                std::string& failure);
+
+    /// Logs what one of these operations has returned, unless it is empty.
+    static void LogFailure(const std::string& failure);
 
 protected:
     void OnTerminate() override;
 
 private:
     void StateDispatchEvents(int eventId, int eventInfo);
-    bool TakeEvent(eventQueueEvent& event);
-    void RemovePipeBytes(std::size_t count);
+    std::string TakeEvent(eventQueueEvent& event);
+    std::string RemovePipeBytes(std::size_t count);
     void CloseEnd(int& descriptor);
-    void LogFailure(const char* function, const std::string& text) const;
+    std::string FailureText(const char* function, const char* text) const;
+    std::string FailureText(const char* function, const char* text, ssize_t result) const;
 
     unsigned int mSequence{0};
     int mReadEnd{-1};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -13,7 +14,6 @@
 namespace fsm {
 
 using qel_logging::EQELLogLevel;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -53,7 +53,8 @@ EventDispatcher::~EventDispatcher() {
 }
 
 void EventDispatcher::AddFsm(const std::shared_ptr<Fsm>& fsm) {
-    QELLogging::LogInfo(QELLogEntry("AddFsm: ") << fsm->GetName());
+    assert(IsOwnThread());
+    QELLogging::LogInfo("AddFsm: ", fsm->GetName());
     if (mCreateAsyncQueue && GetAsyncEventQueue() == nullptr) {
         CreateAsyncQueue();
     }
@@ -68,7 +69,8 @@ void EventDispatcher::CreateAsyncQueue() {
 }
 
 void EventDispatcher::RemoveFsm(const std::shared_ptr<Fsm>& fsm) {
-    QELLogging::LogInfo(QELLogEntry(GetName()) << " RemoveFsm: " << fsm->GetName());
+    assert(IsOwnThread());
+    QELLogging::LogInfo(GetName(), " RemoveFsm: ", fsm->GetName());
     const auto group = FindGroup(fsm.get());
     if (group == mIoGroups.end()) {
         LogFailure(" RemoveFsm: fsm " + fsm->GetName() + " not found");
@@ -81,13 +83,15 @@ void EventDispatcher::RemoveFsm(const std::shared_ptr<Fsm>& fsm) {
 }
 
 bool EventDispatcher::IsFsmRegistered(const std::shared_ptr<Fsm>& fsm) const {
-    QELLogging::LogDebug(QELLogEntry(GetName()) << " IsFsmRegistered: " << fsm->GetName());
+    assert(IsOwnThread());
+    QELLogging::LogDebug(GetName(), " IsFsmRegistered: ", fsm->GetName());
     return std::any_of(mIoGroups.begin(), mIoGroups.end(),
                        [&fsm](const fsmIoGroup& group) { return group.fsm == fsm; });
 }
 
 void EventDispatcher::AddIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor,
                                       int eventId) {
+    assert(IsOwnThread());
     if (ioDescriptor < 0) {
         LogFailure(" AddIoDescriptor: IO descriptor must not be negative : FSM " + fsm->GetName());
     }
@@ -105,6 +109,7 @@ void EventDispatcher::AddIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDes
 }
 
 void EventDispatcher::RemoveIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor) {
+    assert(IsOwnThread());
     const auto group = FindGroup(fsm.get());
     if (group == mIoGroups.end()) {
         LogFailure(" RemoveIoDescriptor: fsm " + fsm->GetName() + " not found");
@@ -121,6 +126,7 @@ void EventDispatcher::RemoveIoDescriptor(const std::shared_ptr<Fsm>& fsm, int io
 
 void EventDispatcher::ConfigureIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor,
                                             IoEventType type, bool enable) {
+    assert(IsOwnThread());
     if (mPollDirty) {
         UpdatePollStruct();
     }
@@ -201,6 +207,7 @@ void EventDispatcher::UpdatePollStruct() {
 }
 
 bool EventDispatcher::DispatchEvents() {
+    AdoptThread();
     mExitRequested = false;
     while (DispatchStep()) {
     }
@@ -208,6 +215,7 @@ bool EventDispatcher::DispatchEvents() {
 }
 
 bool EventDispatcher::DispatchStep() {
+    assert(IsOwnThread());
     if (mPollDirty) {
         UpdatePollStruct();
         mPollDirty = false;
@@ -216,8 +224,7 @@ bool EventDispatcher::DispatchStep() {
         const int ready = Poll(mPollFds, NextTimeoutMillisec());
         if (ready < 0) {
             const int error = errno;
-            QELLogging::LogDebug(QELLogEntry(GetName())
-                                 << " poll result " << ready << " errno: " << error);
+            QELLogging::LogDebug(GetName(), " poll result ", ready, " errno: ", error);
             return true;
         }
         if (ready > 0 && ServeReadyDescriptors()) {
@@ -246,10 +253,9 @@ bool EventDispatcher::ServeReadyDescriptors() {
         // The entry, and with it the last owner, may disappear during the call.
         const std::shared_ptr<Fsm> fsm = mIoDataPtrs[i]->fsm;
         if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
-            QELLogging::LogVerbose(QELLogEntry(GetName())
-                                   << " EVENT dispatch <IOEVENT> -> " << fsm->GetName()
-                                   << ", eventId " << eventId << " eventInfo "
-                                   << PollFlagString(revents) << " (" << HexFlags(revents) << ")");
+            QELLogging::LogVerbose(GetName(), " EVENT dispatch <IOEVENT> -> ", fsm->GetName(),
+                                   ", eventId ", eventId, " eventInfo ", PollFlagString(revents),
+                                   " (", HexFlags(revents), ")");
         }
         if (Invoke(*fsm, eventId, revents, nullptr)) {
             return true;
@@ -271,11 +277,8 @@ bool EventDispatcher::DeliverDueEvents() {
         if (!PopNextEvent(fsm, eventId, eventInfo, data)) {
             return false;
         }
-        if (QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
-            QELLogging::LogVerbose(QELLogEntry(GetName())
-                                   << " EVENT dispatch <EVENT QUEUE> -> " << fsm->GetName()
-                                   << ", eventId " << eventId << " eventInfo " << eventInfo);
-        }
+        QELLogging::LogVerbose(GetName(), " EVENT dispatch <EVENT QUEUE> -> ", fsm->GetName(),
+                               ", eventId ", eventId, " eventInfo ", eventInfo);
         const bool exitRequested = Invoke(*fsm, eventId, eventInfo, std::move(data));
         mEventData.reset();
         if (exitRequested) {
@@ -288,12 +291,14 @@ bool EventDispatcher::DeliverDueEvents() {
 }
 
 void EventDispatcher::ExitDispatching(bool result) {
-    QELLogging::LogInfo(QELLogEntry(GetName()) << " ExitDispatching");
+    assert(IsOwnThread());
+    QELLogging::LogInfo(GetName(), " ExitDispatching");
     mExitRequested = true;
     mExitResult = result;
 }
 
 void EventDispatcher::TerminateDispatching() {
+    assert(IsOwnThread());
     const std::shared_ptr<AsyncEventQueue> queue = mAsyncDoor->Shut();
     if (queue != nullptr) {
         queue->Stop();
@@ -312,7 +317,7 @@ std::unique_ptr<FsmEventData> EventDispatcher::TakeEventData() {
 }
 
 void EventDispatcher::LogFailure(const std::string& text) const {
-    QELLogging::LogFatal(QELLogEntry(GetName()) << text);
+    QELLogging::LogFatal(GetName(), text);
 }
 
 }  // namespace fsm

@@ -17,9 +17,8 @@ namespace fsm {
 /// the state methods of the machines.
 ///
 /// Always owned by a `std::shared_ptr`; machines hold a `std::weak_ptr` to it. It keeps registered
-/// machines alive. All operations belong to the thread that runs `DispatchEvents`; other threads
-/// come in through `Fsm::RaiseAsyncEvent`. Misuse is logged at Fatal level and has no further
-/// effect unless stated.
+/// machines alive. All operations belong to the thread of the queue; other threads come in through
+/// `Fsm::RaiseAsyncEvent`. Misuse is logged at Fatal level and has no further effect unless stated.
 class EventDispatcher : public EventQueue, public std::enable_shared_from_this<EventDispatcher> {
 public:
     /// What a machine may ask of a descriptor.

@@ -1,23 +1,25 @@
 #include "fsm/event_queue.h"
 
 #include <algorithm>
+#include <cassert>
 #include <limits>
 #include <utility>
-#include <vector>
 
 #include "fsm/fsm.h"
 #include "logging/qel_logging.h"
 
 namespace fsm {
 
-using qel_logging::EQELLogLevel;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
 
 /// An event with less than a millisecond to go counts as due, since `poll` cannot wait for less.
 constexpr std::chrono::nanoseconds kDueMargin{999999};
+
+const char* SenderName(const std::shared_ptr<Fsm>& from) {
+    return from == nullptr ? "NOFSM" : from->GetName().c_str();
+}
 
 }  // namespace
 
@@ -30,40 +32,38 @@ EventQueue::~EventQueue() {
 void EventQueue::RaiseEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to, int eventId,
                             int eventInfo, std::unique_ptr<FsmEventData> data) {
     if (to == nullptr) {
-        QELLogging::LogFatal(QELLogEntry(mName) << " RaiseEvent: no receiver");
+        QELLogging::LogFatal(mName, " RaiseEvent: no receiver");
         return;
     }
-    LogRaise(from, *to, eventId, eventInfo, nullptr);
-    Insert({std::move(to), eventId, eventInfo, std::move(data), GetCurrentTime()});
+    QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from), " -> ", to->GetName(),
+                           ", eventId ", eventId, " eventInfo ", eventInfo);
+    Insert({std::move(to), eventId, eventInfo, std::move(data), ReadClock()});
 }
 
 void EventQueue::RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to,
                                  int eventId, int eventInfo, std::unique_ptr<FsmEventData> data,
                                  int msec) {
     if (to == nullptr) {
-        QELLogging::LogFatal(QELLogEntry(mName) << " RaiseTimerEvent: no receiver");
+        QELLogging::LogFatal(mName, " RaiseTimerEvent: no receiver");
         return;
     }
-    LogRaise(from, *to, eventId, eventInfo, &msec);
+    QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from), " -> ", to->GetName(),
+                           ", eventId ", eventId, " eventInfo ", eventInfo, " msec ", msec);
     Insert({std::move(to), eventId, eventInfo, std::move(data),
-            GetCurrentTime() + std::chrono::milliseconds(msec)});
+            ReadClock() + std::chrono::milliseconds(msec)});
 }
 
-void EventQueue::LogRaise(const std::shared_ptr<Fsm>& from, const Fsm& to, int eventId,
-                          int eventInfo, const int* msec) const {
-    if (!QELLogging::IsEnabled(EQELLogLevel::kVerbose)) {
-        return;
-    }
-    QELLogEntry entry(mName);
-    entry << " EVENT raised " << (from == nullptr ? "NOFSM" : from->GetName().c_str()) << " -> "
-          << to.GetName() << ", eventId " << eventId << " eventInfo " << eventInfo;
-    if (msec != nullptr) {
-        entry << " msec " << *msec;
-    }
-    QELLogging::LogVerbose(entry);
+EventQueue::TimePoint EventQueue::ReadClock() const {
+    mLatestTime = GetCurrentTime();
+    return mLatestTime;
+}
+
+bool EventQueue::IsKnownToBeDue(const EventQueueEvent& event) const {
+    return event.time <= mLatestTime;
 }
 
 void EventQueue::Insert(EventQueueEvent event) {
+    assert(IsOwnThread());
     // Most events are the last to fall due; with the end as hint these need no search. Behind equal
     // keys the new element is placed in either case.
     mEvents.insert(mEvents.end(), std::move(event));
@@ -93,12 +93,13 @@ bool EventQueue::ClearEvent(const std::shared_ptr<Fsm>& fsm, int eventId, int ev
 
 template <typename Matches>
 bool EventQueue::ClearIf(Matches matches, bool all) {
+    assert(IsOwnThread());
     // What is removed is destroyed after the walk: a destructor may come back to this queue.
-    std::vector<decltype(mEvents)::node_type> removed;
+    decltype(mEvents) removed;
     for (auto event = mEvents.begin(); event != mEvents.end();) {
         const auto next = std::next(event);
         if (matches(*event)) {
-            removed.push_back(mEvents.extract(event));
+            removed.insert(removed.end(), mEvents.extract(event));
             if (!all) {
                 break;
             }
@@ -116,7 +117,11 @@ int EventQueue::NextTimeoutMillisec() const {
     if (mEvents.empty()) {
         return -1;
     }
-    const std::chrono::nanoseconds delta = mEvents.begin()->time - GetCurrentTime();
+    const EventQueueEvent& first = *mEvents.begin();
+    if (IsKnownToBeDue(first)) {
+        return 0;
+    }
+    const std::chrono::nanoseconds delta = first.time - ReadClock();
     if (delta < -kDueMargin) {
         return 0;
     }
@@ -127,7 +132,12 @@ int EventQueue::NextTimeoutMillisec() const {
 
 bool EventQueue::PopNextEvent(std::shared_ptr<Fsm>& fsm, int& eventId, int& eventInfo,
                               std::unique_ptr<FsmEventData>& data) {
-    if (mEvents.empty() || mEvents.begin()->time - GetCurrentTime() > kDueMargin) {
+    assert(IsOwnThread());
+    if (mEvents.empty()) {
+        return false;
+    }
+    const EventQueueEvent& first = *mEvents.begin();
+    if (!IsKnownToBeDue(first) && first.time - ReadClock() > kDueMargin) {
         return false;
     }
     auto node = mEvents.extract(mEvents.begin());

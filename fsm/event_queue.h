@@ -6,15 +6,18 @@
 #include <string>
 
 #include "fsm/fsm_event_data.h"
+#include "fsm/owning_thread.h"
 
 namespace fsm {
 
 class Fsm;
 
 /// Pending events in the order of their due times, first in first out at equal times; with that
-/// also the timer service. Dispatcher thread only.
+/// also the timer service.
 ///
-/// The queue keeps the receivers of its events alive.
+/// The queue keeps the receivers of its events alive. It belongs to the thread that made it, or
+/// from `EventDispatcher::DispatchEvents` on to the one that runs the loop; debug builds assert
+/// that.
 class EventQueue {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -30,7 +33,7 @@ public:
                                  int eventId, int eventInfo, std::unique_ptr<FsmEventData> data,
                                  int msec);
 
-    /// The clock of the queue; overridden where time is not to be the real one.
+    /// The clock of the queue; overridden where time is not to be the real one. It never goes back.
     virtual TimePoint GetCurrentTime() const;
 
     /// Queues an event that is due now. `from` serves the log only and may be null.
@@ -72,9 +75,13 @@ protected:
 
     const std::multiset<EventQueueEvent, CompareEvents>& PendingEvents() const { return mEvents; }
 
+    /// Whether the caller is on the thread that the queue belongs to.
+    bool IsOwnThread() const { return mThread.IsCurrent(); }
+    void AdoptThread() { mThread.Adopt(); }
+
 private:
-    void LogRaise(const std::shared_ptr<Fsm>& from, const Fsm& to, int eventId, int eventInfo,
-                  const int* msec) const;
+    TimePoint ReadClock() const;
+    bool IsKnownToBeDue(const EventQueueEvent& event) const;
     void Insert(EventQueueEvent event);
     template <typename Matches>
     bool ClearIf(Matches matches, bool all);
@@ -82,6 +89,9 @@ private:
     std::string mName;
     std::multiset<EventQueueEvent, CompareEvents> mEvents;
     bool mModified{false};
+    /// What the clock said when it was last read: what is due by then needs no further look.
+    mutable TimePoint mLatestTime{TimePoint::min()};
+    OwningThread mThread;
 };
 
 }  // namespace fsm

@@ -1,5 +1,7 @@
 #include "fsm/fsm.h"
 
+#include <cassert>
+#include <utility>
 #include <vector>
 
 #include "fsm/async_event_queue.h"
@@ -7,8 +9,6 @@
 
 namespace fsm {
 
-using qel_logging::EQELLogLevel;
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -35,7 +35,7 @@ Fsm::Fsm(std::string name) : mState(&Fsm::FsmStateNotStarted), mInvoke(&InvokeAs
 }
 
 Fsm::~Fsm() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "~Fsm");
+    QELLogging::LogDebug(mLogName, "~Fsm");
 }
 
 void Fsm::SetName(std::string name) {
@@ -50,35 +50,36 @@ void Fsm::SetupFsm(const std::shared_ptr<EventDispatcher>& dispatcher, std::shar
         return;
     }
     const std::shared_ptr<Fsm> self = shared_from_this();
-    {
-        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
-        mDispatcher = dispatcher;
-    }
+    mDispatcher = dispatcher;
     dispatcher->AddFsm(self);
     {
-        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        const std::lock_guard<std::mutex> lock(mAsyncDoorMutex);
         mAsyncDoor = dispatcher->mAsyncDoor;
     }
     SetTarget(std::move(target), targetEvent);
 }
 
 void Fsm::SetTarget(std::shared_ptr<Fsm> target, int targetEvent) {
+    assert(IsOnDispatcherThread());
     mTarget.swap(target);
     mTargetEvent = targetEvent;
 }
 
-void Fsm::EnterState(StateMethod state, Invoker invoker, std::string name) {
-    if (QELLogging::IsEnabled(EQELLogLevel::kInfo)) {
-        QELLogging::LogInfo(QELLogEntry(mLogName) << "State transition to " << name);
-    }
+void Fsm::EnterState(StateMethod state, Invoker invoker, std::string_view name) {
+    assert(IsOnDispatcherThread());
+    QELLogging::LogInfo(mLogName, "State transition to ", name);
     mState = state;
     mInvoke = invoker;
-    mStateName = std::move(name);
+    mStateName = name;
 }
 
 std::shared_ptr<EventDispatcher> Fsm::GetDispatcher() const {
-    const std::lock_guard<std::mutex> lock(mDispatcherMutex);
     return mDispatcher.lock();
+}
+
+bool Fsm::IsOnDispatcherThread() const {
+    const std::shared_ptr<EventDispatcher> dispatcher = GetDispatcher();
+    return dispatcher == nullptr || dispatcher->IsOwnThread();
 }
 
 std::shared_ptr<EventDispatcher> Fsm::DispatcherFor(const char* function) const {
@@ -130,7 +131,7 @@ template <typename Action>
 bool Fsm::EnterAsyncDoor(const Action& action) const {
     auto state = AsyncEventDoor::State::kNoDispatcher;
     {
-        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        const std::lock_guard<std::mutex> lock(mAsyncDoorMutex);
         if (mAsyncDoor != nullptr) {
             state = mAsyncDoor->Enter(action);
         }
@@ -144,10 +145,12 @@ bool Fsm::EnterAsyncDoor(const Action& action) const {
 }
 
 void Fsm::RaiseAsyncEvent(int eventId, int eventInfo, std::unique_ptr<FsmEventData> data) {
+    std::string failure;
     EnterAsyncDoor([&](AsyncEventQueue& queue) {
         // Behind the open door the machine is registered, so this is never its last reference.
-        queue.OfferAsyncEvent(weak_from_this().lock(), eventId, eventInfo, data);
+        failure = queue.OfferAsyncEvent(weak_from_this().lock(), eventId, eventInfo, data);
     });
+    AsyncEventQueue::LogFailure(failure);
 }
 
 void Fsm::RaiseAsyncEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventInfo,
@@ -155,8 +158,11 @@ void Fsm::RaiseAsyncEvent(const std::shared_ptr<Fsm>& target, int eventId, int e
     if (target == nullptr) {
         return;
     }
-    EnterAsyncDoor(
-        [&](AsyncEventQueue& queue) { queue.OfferAsyncEvent(target, eventId, eventInfo, data); });
+    std::string failure;
+    EnterAsyncDoor([&](AsyncEventQueue& queue) {
+        failure = queue.OfferAsyncEvent(target, eventId, eventInfo, data);
+    });
+    AsyncEventQueue::LogFailure(failure);
 }
 
 bool Fsm::ClearAsyncEvents() {
@@ -173,12 +179,15 @@ bool Fsm::ClearAsyncEvents(int eventId) {
 bool Fsm::ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate) {
     // The payloads outlive the locks, since their destructors are not ours.
     std::vector<std::unique_ptr<FsmEventData>> payloads;
+    std::string failure;
     EnterAsyncDoor([&](AsyncEventQueue& queue) {
         // The references to this machine do not: only behind the door none of them is the last.
-        for (AsyncEventQueue::eventQueueEvent& event : queue.TakeAsyncEvents(predicate, true)) {
+        for (AsyncEventQueue::eventQueueEvent& event :
+             queue.TakeAsyncEvents(predicate, true, failure)) {
             payloads.push_back(std::move(event.data));
         }
     });
+    AsyncEventQueue::LogFailure(failure);
     return !payloads.empty();
 }
 
@@ -189,7 +198,7 @@ void Fsm::ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType t
 }
 
 void Fsm::StopFsm() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "StopFsm");
+    QELLogging::LogDebug(mLogName, "StopFsm");
     if (mStopping || GetDispatcher() == nullptr) {
         return;
     }
@@ -205,7 +214,7 @@ void Fsm::Terminate() {
     // Other threads first: behind an open door the machine must be registered. What they raise from
     // here on is lost.
     {
-        const std::lock_guard<std::mutex> lock(mDispatcherMutex);
+        const std::lock_guard<std::mutex> lock(mAsyncDoorMutex);
         mAsyncDoor.reset();
     }
     mTarget.reset();
@@ -213,24 +222,22 @@ void Fsm::Terminate() {
         dispatcher->RemoveFsm(self);
     }
     SetFsmState(&Fsm::FsmStateTerminated, "FsmStateTerminated");
-    const std::lock_guard<std::mutex> lock(mDispatcherMutex);
     mDispatcher.reset();
 }
 
 void Fsm::FsmStateNotStarted(int eventId, int eventInfo) {
-    QELLogging::LogError(QELLogEntry(mName)
-                         << ": Error: no event expected in state FsmStateNotStarted, eventId: "
-                         << eventId << ", eventInfo: " << eventInfo);
+    QELLogging::LogError(mName, ": Error: no event expected in state FsmStateNotStarted, eventId: ",
+                         eventId, ", eventInfo: ", eventInfo);
 }
 
 void Fsm::FsmStateTerminated(int eventId, int eventInfo) {
-    QELLogging::LogWarning(QELLogEntry(mName)
-                           << ": no event expected in state FsmStateTerminated, eventId: "
-                           << eventId << ", eventInfo: " << eventInfo);
+    QELLogging::LogWarning(mName,
+                           ": no event expected in state FsmStateTerminated, eventId: ", eventId,
+                           ", eventInfo: ", eventInfo);
 }
 
 void Fsm::LogFailure(const char* function, const char* text) const {
-    QELLogging::LogFatal(QELLogEntry(mName) << function << text);
+    QELLogging::LogFatal(mName, function, text);
 }
 
 }  // namespace fsm

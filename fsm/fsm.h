@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "fsm/event_dispatcher.h"
@@ -49,6 +50,7 @@ public:
     }
 
     /// The dispatcher, or null before `SetupFsm`, after the end and when the dispatcher is gone.
+    /// Dispatcher thread only.
     std::shared_ptr<EventDispatcher> GetDispatcher() const;
 
     /// The dispatcher's asynchronous queue; null, with a line at Fatal level, if there is none.
@@ -87,10 +89,10 @@ protected:
 
     /// Changes the state, also to itself. `name` is the name of the state method.
     template <typename Machine>
-    void SetFsmState(void (Machine::*state)(int, int), std::string name) {
+    void SetFsmState(void (Machine::*state)(int, int), std::string_view name) {
         const Invoker invoker = &InvokeAs<Machine>;
         const StateMethod method = static_cast<StateMethod>(state);
-        EnterState(method, invoker, std::move(name));
+        EnterState(method, invoker, name);
     }
 
     bool IsInState(const char* name) const { return mStateName == name; }
@@ -110,11 +112,12 @@ private:
         (static_cast<Machine&>(fsm).*method)(eventId, eventInfo);
     }
 
-    void EnterState(StateMethod state, Invoker invoker, std::string name);
+    void EnterState(StateMethod state, Invoker invoker, std::string_view name);
     template <typename Action>
     bool EnterAsyncDoor(const Action& action) const;
     bool ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate);
     std::shared_ptr<EventDispatcher> DispatcherFor(const char* function) const;
+    bool IsOnDispatcherThread() const;
     void LogFailure(const char* function, const char* text) const;
 
     StateMethod mState;
@@ -131,9 +134,9 @@ private:
     Invoker mInvoke;
     bool mStopping{false};
 
-    /// Guards `mDispatcher` and `mAsyncDoor`. Held while a foreign thread is inside the door, so
-    /// that the machine stays registered, hence alive, as long.
-    mutable std::mutex mDispatcherMutex;
+    /// Guards `mAsyncDoor`. Held while a foreign thread is inside the door, so that the machine
+    /// stays registered, hence alive, as long.
+    mutable std::mutex mAsyncDoorMutex;
     std::shared_ptr<AsyncEventDoor> mAsyncDoor;
 };
 

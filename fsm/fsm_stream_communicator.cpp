@@ -13,7 +13,6 @@
 
 namespace fsm {
 
-using qel_logging::QELLogEntry;
 using qel_logging::QELLogging;
 
 namespace {
@@ -63,12 +62,11 @@ std::shared_ptr<FsmStreamCommunicatorIf> FsmStreamCommunicatorIf::Create(int ioD
 
 FsmStreamCommunicator::FsmStreamCommunicator(int ioDescriptor, std::string name)
     : FsmStreamCommunicatorIf(std::move(name)), mIoDescriptor(ioDescriptor) {
-    QELLogging::LogDebug(QELLogEntry(mLogName)
-                         << "New FsmStreamCommunicator, IODescriptor: " << ioDescriptor);
+    QELLogging::LogDebug(mLogName, "New FsmStreamCommunicator, IODescriptor: ", ioDescriptor);
 }
 
 FsmStreamCommunicator::~FsmStreamCommunicator() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "~FsmStreamCommunicator");
+    QELLogging::LogDebug(mLogName, "~FsmStreamCommunicator");
     CloseSocket();
 }
 
@@ -91,17 +89,15 @@ bool FsmStreamCommunicator::ActiveState() const {
 
 bool FsmStreamCommunicator::SetupReadCommon(std::size_t size) {
     if (!ActiveState()) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "can't setup in state Not Started or Terminated");
+        QELLogging::LogError(mLogName, "can't setup in state Not Started or Terminated");
         return false;
     }
     if (size == 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "can't setup to Read size of " << size);
+        QELLogging::LogError(mLogName, "can't setup to Read size of ", size);
         return false;
     }
     if (mReadCount != 0) {
-        QELLogging::LogWarning(QELLogEntry(mLogName)
-                               << "RxBuffer not empty, discarding " << mReadCount << " bytes");
+        QELLogging::LogWarning(mLogName, "RxBuffer not empty, discarding ", mReadCount, " bytes");
         mRxBuffer.clear();
     }
     LeaveIdle();
@@ -144,8 +140,8 @@ bool FsmStreamCommunicator::SetupReadContinued(std::size_t size) {
 
 void FsmStreamCommunicator::DiscardRxBuffer() {
     if (!mRxBuffer.empty() && IsInState("FsmStateReadN")) {
-        QELLogging::LogWarning(QELLogEntry(mLogName) << "RxBuffer not empty, discarding "
-                                                     << mRxBuffer.size() << " bytes");
+        QELLogging::LogWarning(mLogName, "RxBuffer not empty, discarding ", mRxBuffer.size(),
+                               " bytes");
     }
     mRxBuffer.clear();
     mReadCount = 0;
@@ -183,9 +179,8 @@ bool FsmStreamCommunicator::SetupReceiveIoDescriptor() {
 }
 
 void FsmStreamCommunicator::FsmStateIdle(int eventId, int eventInfo) {
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << "FsmStateIdle no events expected in this state. event+info " << eventId
-                         << " " << eventInfo);
+    QELLogging::LogError(mLogName, "FsmStateIdle no events expected in this state. event+info ",
+                         eventId, " ", eventInfo);
 }
 
 void FsmStreamCommunicator::FsmStateMonitoring(int eventId, int eventInfo) {
@@ -252,9 +247,8 @@ void FsmStreamCommunicator::FsmStateReadContinued(int eventId, int eventInfo) {
 void FsmStreamCommunicator::FsmStreamCommunicatorOnceOrCont(int eventId, int flags,
                                                             EventInfo infoToSend) {
     if (eventId != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName)
-                             << "FsmStreamCommunicatorOnceOrCont unknown event+info " << eventId
-                             << " " << flags << " " << infoToSend);
+        QELLogging::LogError(mLogName, "FsmStreamCommunicatorOnceOrCont unknown event+info ",
+                             eventId, " ", flags, " ", infoToSend);
         return;
     }
     if (!IoEventReadable(flags)) {
@@ -302,8 +296,7 @@ void FsmStreamCommunicator::ReceiveIoDescriptor() {
         return;
     }
     const int received = message.IoDescriptor();
-    QELLogging::LogInfo(QELLogEntry(mLogName)
-                        << "FsmStateReceiveIoDescriptorfileDescriptor: " << received);
+    QELLogging::LogInfo(mLogName, "FsmStateReceiveIoDescriptorfileDescriptor: ", received);
     const auto bits = static_cast<unsigned int>(received);
     ReportData(eIoDescriptorReceived,
                {static_cast<unsigned char>(bits >> 8U), static_cast<unsigned char>(bits)});
@@ -317,11 +310,10 @@ bool FsmStreamCommunicator::HandleOtherIOFlags(int flags) {
     if (IoEventHangup(flags) || IoEventRdhup(flags)) {
         EndWith(eConnectionClosed);
     } else if (IoEventError(flags) || IoEventInvalid(flags)) {
-        QELLogging::LogWarning(QELLogEntry(mLogName)
-                               << "HandleOtherIOFlags IO error " << PollFlagString(flags));
+        QELLogging::LogWarning(mLogName, "HandleOtherIOFlags IO error ", PollFlagString(flags));
         EndWith(eIoError);
     } else {
-        QELLogging::LogError(QELLogEntry(mLogName) << "HandleOtherIOFlags FSM Error " << flags);
+        QELLogging::LogError(mLogName, "HandleOtherIOFlags FSM Error ", flags);
         EndWith(eFsmError);
     }
     return false;
@@ -344,15 +336,13 @@ void FsmStreamCommunicator::ReportData(EventInfo info, std::vector<unsigned char
 }
 
 void FsmStreamCommunicator::ReportReadError(const char* function, ssize_t result, int error) {
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << function << " eReadError " << result << " errno " << error);
+    QELLogging::LogError(mLogName, function, " eReadError ", result, " errno ", error);
     ReportData(eReadError, {}, error);
 }
 
 void FsmStreamCommunicator::LogUnknownEvent(const char* function, int eventId,
                                             int eventInfo) const {
-    QELLogging::LogError(QELLogEntry(mLogName)
-                         << function << " unknown event+info " << eventId << " " << eventInfo);
+    QELLogging::LogError(mLogName, function, " unknown event+info ", eventId, " ", eventInfo);
 }
 
 ssize_t FsmStreamCommunicator::Write(const unsigned char* buffer, std::size_t length,
@@ -365,7 +355,7 @@ ssize_t FsmStreamCommunicator::Write(const unsigned char* buffer, std::size_t le
             return written;
         }
         const int sendError = errno;
-        QELLogging::LogDebug(QELLogEntry(mLogName) << "send() error: " << sendError);
+        QELLogging::LogDebug(mLogName, "send() error: ", sendError);
         reason = sendError == EAGAIN ? eWouldBlock : eWriteError;
     }
     if (error != nullptr) {
@@ -404,10 +394,9 @@ std::shared_ptr<FsmStreamCommunicatorIf> FsmStreamCommunicator::Release() {
 }
 
 void FsmStreamCommunicator::OnTerminate() {
-    QELLogging::LogDebug(QELLogEntry(mLogName) << "OnTerminate");
+    QELLogging::LogDebug(mLogName, "OnTerminate");
     if (mReadCount != 0) {
-        QELLogging::LogWarning(QELLogEntry(mLogName)
-                               << "RxBuffer not empty, discarding " << mReadCount << " bytes");
+        QELLogging::LogWarning(mLogName, "RxBuffer not empty, discarding ", mReadCount, " bytes");
         mRxBuffer.clear();
     }
     CloseSocket();
@@ -418,10 +407,10 @@ void FsmStreamCommunicator::CloseSocket() {
         return;
     }
     if (shutdown(mIoDescriptor, SHUT_RDWR) != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "shutdown() failed");
+        QELLogging::LogError(mLogName, "shutdown() failed");
     }
     if (close(mIoDescriptor) != 0) {
-        QELLogging::LogError(QELLogEntry(mLogName) << "close() failed");
+        QELLogging::LogError(mLogName, "close() failed");
     }
     mIoDescriptor = -1;
 }

@@ -4,11 +4,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include <ara_log_host/sink.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -119,6 +122,49 @@ TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
     EXPECT_EQ(machine->events.size(), static_cast<std::size_t>(capacity));
 }
 
+TEST_F(AsyncEventQueueTest, ASlowLogOfALostEventHoldsNobodyUp) {
+    const int capacity = fcntl(writeEnd, F_SETPIPE_SZ, 4096);
+    ASSERT_GT(capacity, 0);
+    for (int i = 0; i < capacity; ++i) {
+        machine->RaiseAsyncEvent(1, i, nullptr);
+    }
+    // The line about the lost event is held up until the dispatcher's thread has gone on.
+    std::promise<void> lineReached;
+    std::promise<void> dispatched;
+    std::atomic<bool> gaveUp{false};
+    const auto holdUp = [&](ara::log::LogLevel, const std::string&) {
+        lineReached.set_value();
+        gaveUp = dispatched.get_future().wait_for(kHangGuard) != std::future_status::ready;
+    };
+    auto previous = ara_log_host::ExchangeSink({holdUp, ara::log::LogLevel::kError});
+    std::thread other([this] { machine->RaiseAsyncEvent(2, 0, nullptr); });
+    EXPECT_EQ(lineReached.get_future().wait_for(kHangGuard), std::future_status::ready);
+    dispatcher->RunPending();
+    machine->RaiseAsyncEvent(3, 0, nullptr);
+    EXPECT_TRUE(machine->ClearAsyncEvents(3));
+    dispatched.set_value();
+    other.join();
+    ara_log_host::ExchangeSink(std::move(previous));
+    EXPECT_FALSE(gaveUp);
+    EXPECT_EQ(machine->events.size(), static_cast<std::size_t>(capacity));
+}
+
+TEST_F(AsyncEventQueueTest, MachinesMayEndWhileAnEventIsUnderWay) {
+    const std::weak_ptr<Recorder> alive = machine;
+    machine->RaiseAsyncEvent(1, 0, nullptr);
+    machine->RaiseAsyncEvent(2, 0, nullptr);
+    machine->onEvent = [&](int, int) {
+        machine->StopFsm();
+        machine.reset();
+        EXPECT_FALSE(alive.expired());
+    };
+    dispatcher->RunPending();
+    EXPECT_TRUE(alive.expired());
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kWarning,
+                             "Recorder: no event expected in state FsmStateTerminated, eventId: 2, "
+                             "eventInfo: 0"));
+}
+
 TEST_F(AsyncEventQueueTest, ClearingTakesAsManyBytesAsEvents) {
     const auto other = std::make_shared<Recorder>("Other");
     other->Start(dispatcher);
@@ -197,6 +243,13 @@ TEST(AsyncEventQueueWithoutPipeTest, StaysShutAndClosesNothing) {
     EXPECT_TRUE(log.Contains(EQELLogLevel::kError,
                              "D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"));
     machine->StopFsm();
+    EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "what was never opened is never closed";
+}
+
+TEST(AsyncEventQueueWithoutPipeTest, NeedsADispatcher) {
+    const CapturedLog log;
+    EXPECT_FALSE(std::make_shared<fsm::AsyncEventQueue>("Q")->Initialize(nullptr));
+    EXPECT_TRUE(log.Contains(EQELLogLevel::kFatal, "QSetupFsm: No EventDispatcher"));
 }
 
 /// Foreign threads raise and clear all the time, while machine and dispatcher come and go.
@@ -210,10 +263,9 @@ TEST(AsyncDoorTest, EveryMomentOfALifeStandsForeignThreads) {
         std::atomic<int> raised{0};
         std::weak_ptr<Recorder> alive;
         {
-            auto machine = std::make_shared<Recorder>();
-            alive = machine;
-            machine->onDestroy = [&] { destroyedAtHome = std::this_thread::get_id() == home; };
-            Recorder* const seen = machine.get();
+            auto unowned = std::make_unique<Recorder>();
+            unowned->onDestroy = [&] { destroyedAtHome = std::this_thread::get_id() == home; };
+            Recorder* const seen = unowned.get();
             const auto hammer = [&stop, &raised, seen] {
                 while (!stop) {
                     seen->RaiseAsyncEvent(1, 0, std::make_unique<fsm::FsmEventData>());
@@ -234,6 +286,9 @@ TEST(AsyncDoorTest, EveryMomentOfALifeStandsForeignThreads) {
                 }
             };
             auto dispatcher = std::make_shared<VirtualTimeDispatcher>("D");
+            waitForRaises();
+            const std::shared_ptr<Recorder> machine = std::move(unowned);
+            alive = machine;
             waitForRaises();
             machine->Start(dispatcher);
             // One round at a time: the queue never runs dry as long as the others raise.

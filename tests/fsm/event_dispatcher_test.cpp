@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cerrno>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -133,6 +135,16 @@ TEST_F(EventDispatcherTest, ARemovalCutsTheWalkShortButNotTheStep) {
     EXPECT_EQ(second->events, (Events{{11, 1}})) << "what was ready is ready still";
 }
 
+TEST_F(EventDispatcherTest, AMachineStoppedByAnotherInTheSameWalkHearsNothingMore) {
+    Watch(first, pipeA.Reader(), 10);
+    Watch(second, pipeB.Reader(), 11);
+    first->onEvent = [this](int, int) { second->StopFsm(); };
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(first->events.size(), 2U);
+    EXPECT_TRUE(second->events.empty());
+}
+
 TEST_F(EventDispatcherTest, AReportAlreadyMadeReachesADescriptorDisabledInTheSameWalk) {
     Watch(first, pipeA.Reader(), 10);
     Watch(second, pipeB.Reader(), 11);
@@ -220,6 +232,27 @@ TEST_F(EventDispatcherTest, AMachineDroppedInItsOwnStateMethodLivesUntilItReturn
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_TRUE(destroyed);
 }
+
+TEST_F(EventDispatcherTest, SoDoesOneDroppedWhileAQueuedEventIsDelivered) {
+    const std::weak_ptr<Recorder> alive = first;
+    first->onEvent = [&](int, int) {
+        first->StopFsm();
+        first.reset();
+        EXPECT_FALSE(alive.expired());
+    };
+    first->RaiseEvent(1, 0, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_TRUE(alive.expired());
+}
+
+#ifndef NDEBUG
+TEST_F(EventDispatcherTest, OtherThreadsAreTurnedAwayByAssertions) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto onOtherThread = [](const std::function<void()>& call) { std::thread(call).join(); };
+    EXPECT_DEATH(onOtherThread([this] { first->RaiseEvent(1, 0, nullptr); }), "IsOwnThread");
+    EXPECT_DEATH(onOtherThread([this] { first->StopFsm(); }), "Thread");
+}
+#endif
 
 TEST_F(EventDispatcherTest, APayloadGoesToTheHandlerOrIsDestroyedBehindIt) {
     int destroyed = 0;

@@ -244,6 +244,16 @@ TEST_F(FsmStreamCommunicatorTest, FlagsOtherThanReadableAreSortedOut) {
     EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Other: HandleOtherIOFlags FSM Error 2"));
 }
 
+TEST_F(FsmStreamCommunicatorTest, WithoutATargetItEndsAllTheSame) {
+    communicator->SetTarget(nullptr, 0);
+    EXPECT_TRUE(communicator->SetupMonitoring());
+    ClosePeer();
+    EXPECT_EQ(communicator->GetDispatcher(), nullptr);
+    EXPECT_FALSE(IsOpen(socket));
+    EXPECT_TRUE(reports.empty());
+    EXPECT_TRUE(log.Lines(EQELLogLevel::kFatal).empty());
+}
+
 TEST_F(FsmStreamCommunicatorTest, EventsThatAStateDoesNotKnowAreRefused) {
     Deliver(0, 1);
     EXPECT_TRUE(communicator->SetupMonitoring());

@@ -1,0 +1,31 @@
+#include "fsm/allocation_count.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::size_t gAllocations = 0;
+
+}  // namespace
+
+std::size_t testing_support::AllocationCount() {
+    return gAllocations;
+}
+
+void* operator new(std::size_t size) {
+    ++gAllocations;
+    void* memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}

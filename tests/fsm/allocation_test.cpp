@@ -1,0 +1,129 @@
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "fsm/allocation_count.h"
+#include "fsm/fsm_event_data_stream_communicator.h"
+#include "fsm/fsm_stream_communicator_if.h"
+#include "fsm/recorder.h"
+#include "logging/qel_logging.h"
+#include "testing/virtual_time_dispatcher.h"
+
+namespace {
+
+using fsm::EventDispatcher;
+using fsm::FsmEventData;
+using fsm::FsmStreamCommunicatorIf;
+using qel_logging::QELLogging;
+using testing_support::VirtualTimeDispatcher;
+
+constexpr int kRounds = 100;
+
+/// Changes its state with each event, and asks for what the test wants next.
+class BusyMachine : public fsm::Fsm {
+public:
+    BusyMachine() : Fsm("BusyMachine") {}
+
+    void Start(const std::shared_ptr<EventDispatcher>& dispatcher) {
+        SetupFsm(dispatcher, nullptr, 0);
+        SetFsmState(&BusyMachine::FsmStateWithALongName, "FsmStateWithALongName");
+    }
+
+    std::function<void(EventDispatcher&)> onEvent = [](EventDispatcher&) {};
+    int events{0};
+
+protected:
+    void OnTerminate() override {}
+
+private:
+    void FsmStateWithALongName(int, int) {
+        ++events;
+        SetFsmState(&BusyMachine::FsmStateWithALongName, "FsmStateWithALongName");
+        onEvent(*GetDispatcher());
+    }
+};
+
+/// Without a registration of the application no level of the log is enabled.
+class AllocationTest : public testing::Test {
+protected:
+    AllocationTest() { machine->Start(dispatcher); }
+    ~AllocationTest() override {
+        machine->StopFsm();
+        dispatcher->TerminateDispatching();
+    }
+
+    /// How many allocations a round of the work takes once it has found its pace.
+    template <typename Work>
+    double PerRound(const Work& work) {
+        work();
+        work();
+        const std::size_t before = testing_support::AllocationCount();
+        for (int round = 0; round < kRounds; ++round) {
+            work();
+        }
+        return static_cast<double>(testing_support::AllocationCount() - before) / kRounds;
+    }
+
+    std::shared_ptr<EventDispatcher> dispatcher = std::make_shared<EventDispatcher>("D");
+    std::shared_ptr<BusyMachine> machine = std::make_shared<BusyMachine>();
+};
+
+TEST_F(AllocationTest, AnEventTakesItsNodeAndItsPayload) {
+    EXPECT_EQ(PerRound([&] {
+                  machine->RaiseEvent(1, 0, std::make_unique<FsmEventData>());
+                  dispatcher->DispatchStep();
+              }),
+              2);
+    EXPECT_EQ(machine->events, kRounds + 2);
+}
+
+TEST_F(AllocationTest, ATimerThatIsClearedTakesItsNode) {
+    EXPECT_EQ(PerRound([&] {
+                  machine->RaiseTimerEvent(1, 0, 60000, nullptr);
+                  EXPECT_TRUE(dispatcher->ClearEvent(machine, 1, true));
+              }),
+              1);
+}
+
+TEST_F(AllocationTest, AnAsynchronousEventTakesItsPayloadAndItsShareOfTheQueue) {
+    EXPECT_LT(PerRound([&] {
+                  machine->RaiseAsyncEvent(1, 0, std::make_unique<FsmEventData>());
+                  dispatcher->DispatchStep();
+              }),
+              1.2);
+    EXPECT_EQ(machine->events, kRounds + 2);
+}
+
+TEST_F(AllocationTest, AReadTakesTheBufferThePayloadAndTheEventOfItsReport) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const auto communicator = FsmStreamCommunicatorIf::Create(ends[0], "Communicator");
+    ASSERT_TRUE(communicator->StartFsm(dispatcher, machine, 1));
+    ASSERT_TRUE(communicator->SetupReadContinued(64));
+    machine->onEvent = [](EventDispatcher& current) { current.TakeEventData(); };
+    EXPECT_EQ(PerRound([&] {
+                  ASSERT_EQ(send(ends[1], "bytes", 5, MSG_NOSIGNAL), 5);
+                  dispatcher->DispatchStep();
+              }),
+              3);
+    EXPECT_EQ(machine->events, kRounds + 2);
+    communicator->StopFsm();
+    close(ends[1]);
+}
+
+TEST_F(AllocationTest, ALineThatIsNotEnabledTakesNothing) {
+    const std::string name(100, 'n');
+    EXPECT_EQ(PerRound([&] {
+                  QELLogging::LogDebug(name, " a text that is longer than a short string ", 4711);
+                  QELLogging::LogVerbose("a text that is longer than a short string");
+                  QELLogging::LogInfo(name);
+              }),
+              0);
+}
+
+}  // namespace
