@@ -214,9 +214,6 @@ void VintrelClientFsm::FsmStateWaitZemConnector(int eventId, int eventInfo) {
 }
 
 void VintrelClientFsm::HandleInvocationUrl() {
-    if (HasEnded()) {
-        return;
-    }
     auto [url, updateType] = HandleInvocationUrlEvent();
     mUrl = std::move(url);
     if (mUpdateType != kUpdateTypeTlsAlert) {

@@ -236,10 +236,10 @@ void VintrelClientFsm::TestDownload() {
 }
 
 void VintrelClientFsm::DownloadCertificate() {
+    QELLogging::LogInfo(mLogName, "Certificate Update started, type = ", mUpdateType);
     if (HasEnded()) {
         return;
     }
-    QELLogging::LogInfo(mLogName, "Certificate Update started, type = ", mUpdateType);
     mBackendRequestHandler = mFsmFactory.NewBackendRequestHandlerFsm();
     if (!mBackendRequestHandler->StartFsm(GetDispatcher(), shared_from_this(),
                                           kEventBackendResponse, mRequestBody, mZemConnector,
@@ -251,9 +251,6 @@ void VintrelClientFsm::DownloadCertificate() {
 }
 
 void VintrelClientFsm::HandleBackendResponse() {
-    if (HasEnded()) {
-        return;
-    }
     const auto data = TakeData<BackendResponseEventData>();
     QELLogging::LogInfo(mLogName,
                         "Backend response received, status: ", static_cast<int>(data->returnCode));

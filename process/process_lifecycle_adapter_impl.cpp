@@ -39,8 +39,9 @@ ProcessLifecycleAdapterImpl::~ProcessLifecycleAdapterImpl() {
     if (mKeepAliveThread.joinable()) {
         mKeepAliveThread.join();
     }
-    mCallback = nullptr;
+    // A SIGTERM on its way is still the application's to hear.
     mSignalHandler.reset();
+    mCallback = nullptr;
 }
 
 void ProcessLifecycleAdapterImpl::Initialize(const std::string& name,
@@ -98,7 +99,7 @@ void ProcessLifecycleAdapterImpl::StateChanged(bool changed) {
 
 void ProcessLifecycleAdapterImpl::Terminate() {
     QELLogging::LogDebug("ProcessLifecycleAdapterImpl::Terminate");
-    if (!mRunning) {
+    if (mTerminating.exchange(true)) {
         return;
     }
     if (mNotifyTerminating) {

@@ -56,7 +56,8 @@ private:
     std::unique_ptr<ProcessLifecycleAdapterApiIf> mApi;
     std::atomic<ProcessLifecycleAdapterCallbackIf*> mCallback;  ///< not owned; may be null
     std::thread mKeepAliveThread;
-    std::atomic<bool> mRunning{true};  ///< written under mMutex, so that no wake-up is missed
+    std::atomic<bool> mRunning{true};       ///< written under mMutex, so that no wake-up is missed
+    std::atomic<bool> mTerminating{false};  ///< one request is enough
     std::atomic<bool> mKeepAliveEnding{false};  ///< likewise; ends the thread but not the rest
     std::condition_variable mCondition;
     std::mutex mMutex;

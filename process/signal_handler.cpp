@@ -28,14 +28,12 @@ bool WriteMessage(int fd, unsigned char message) {
     return ::write(fd, &message, sizeof(message)) == sizeof(message);
 }
 
-void Catch(int signal, const char* failure) {
+bool SetDisposition(int signal, void (*handler)(int)) {
     struct sigaction action {};
-    action.sa_handler = &HandleSignal;
+    action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     ::sigemptyset(&action.sa_mask);
-    if (::sigaction(signal, &action, nullptr) != 0) {
-        QELLogging::LogError(failure);
-    }
+    return ::sigaction(signal, &action, nullptr) == 0;
 }
 
 }  // namespace
@@ -58,11 +56,40 @@ SignalHandler::SignalHandler(std::function<void()> terminate) : mTerminate(std::
         gWriteEnd = ends[1];
     }
     mThread = std::thread(&SignalHandler::HandleMessages, this);
-    Catch(SIGTERM, "SignalHandler: Failed to set SIGTERM handler");
-    Catch(SIGPIPE, "SignalHandler: Failed to set SIGPIPE handler");
+    if (!SetDisposition(SIGTERM, &HandleSignal)) {
+        QELLogging::LogError("SignalHandler: Failed to set SIGTERM handler");
+    }
+    if (!SetDisposition(SIGPIPE, &HandleSignal)) {
+        QELLogging::LogError("SignalHandler: Failed to set SIGPIPE handler");
+    }
 }
 
 SignalHandler::~SignalHandler() {
+    StopThread();
+    if (mSigtermHeard) {
+        return;
+    }
+    SetDisposition(SIGTERM, SIG_DFL);
+    if (HasLateSigterm()) {
+        SetDisposition(SIGTERM, &HandleSignal);
+        mTerminate();
+    }
+}
+
+bool SignalHandler::HasLateSigterm() const {
+    if (mReadEnd < 0 || ::fcntl(mReadEnd, F_SETFL, O_NONBLOCK) != 0) {
+        return false;
+    }
+    int signal = 0;
+    while ((signal = ReadMessage()) >= 0) {
+        if (signal == SIGTERM) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void SignalHandler::StopThread() {
     const int writeEnd = gWriteEnd;
     // A full pipe is either being emptied or of no interest to anybody.
     while (writeEnd >= 0 && !WriteMessage(writeEnd, StopMessage()) &&
@@ -94,6 +121,7 @@ void SignalHandler::HandleMessages() {
             QELLogging::LogInfo("SignalHandler: SIGTERM received.");
             // From here on nobody reads, whatever comes.
             mThreadEnded = true;
+            mSigtermHeard = true;
             mTerminate();
             break;
         }

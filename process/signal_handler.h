@@ -12,13 +12,15 @@ void HandleSignal(int signal);
 
 /// Turns SIGTERM into a function call on a thread of its own; SIGPIPE is only logged.
 ///
-/// One may exist at a time. The signals stay caught, and then go unheard, after its end.
+/// One may exist at a time. When it goes without having heard a SIGTERM, the next one ends the
+/// process; after one it has heard, further ones change nothing. SIGPIPE stays caught.
 class SignalHandler {
 public:
     /// `terminate` is called once at most, on the handler's thread, and must not destroy the
     /// handler. If the system refuses, an error is logged and signals go unheard.
     explicit SignalHandler(std::function<void()> terminate);
-    /// Waits for a call of `terminate` that is being made.
+    /// Waits for a call of `terminate` that is being made, and makes it itself for a SIGTERM that
+    /// has come too late for the thread.
     ~SignalHandler();
 
     SignalHandler(const SignalHandler&) = delete;
@@ -28,10 +30,13 @@ private:
     void HandleMessages();
     /// One byte of the pipe, or a negative value on failure.
     int ReadMessage() const;
+    void StopThread();
+    bool HasLateSigterm() const;
 
     std::function<void()> mTerminate;
     int mReadEnd = -1;  ///< stays open for good, like the write end: a late signal may use it
     std::atomic<bool> mThreadEnded{false};
+    bool mSigtermHeard = false;  ///< the thread's, and after its end the destructor's
     std::thread mThread;
 };
 

@@ -96,6 +96,14 @@ TEST_F(ProcessLifecycleAdapterTest, SigtermTellsThePlatformFirstAndTheApplicatio
     ExpectReady(mDone);
 }
 
+TEST_F(ProcessLifecycleAdapterTest, ASigtermRightBeforeTheEndIsStillHeard) {
+    EXPECT_CALL(*mApi, Terminating()).Times(1);
+    EXPECT_CALL(mApplication, ProcessLifecycleAdapterTerminate()).Times(1);
+    mAdapter->Initialize("unit", &mApplication);
+    ::raise(SIGTERM);
+    mAdapter.reset();
+}
+
 TEST_F(ProcessLifecycleAdapterTest, ASecondTerminationOnlyLogs) {
     EXPECT_CALL(*mApi, Terminating()).Times(1);
     EXPECT_CALL(mApplication, ProcessLifecycleAdapterTerminate()).Times(1);

@@ -44,15 +44,29 @@ TEST_F(SignalHandlerTest, SigtermCallsTheFunctionOnceAfterSigpipeWasOnlyLogged) 
 }
 
 TEST_F(SignalHandlerTest, DestructionStopsTheThreadAndALaterHandlerWorks) {
-    {
+    const auto makeUnused = [] {
         const SignalHandler unused([] { FAIL() << "nobody sent a signal"; });
-    }
+    };
+    makeUnused();
     EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SignalHandler: STOP message received."));
+    EXPECT_EXIT((makeUnused(), ::raise(SIGTERM)), testing::KilledBySignal(SIGTERM), "");
 
-    ::raise(SIGTERM);  // between two handlers: caught, and of no effect
     SignalHandler handler([this] { mTerminated.set_value(); });
     ::raise(SIGTERM);
     EXPECT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+}
+
+TEST_F(SignalHandlerTest, ASigtermBehindTheStopIsHeardAllTheSame) {
+    {
+        SignalHandler handler([this] { mTerminated.set_value(); });
+        // The thread ends at this byte as it does at the one of the destructor.
+        signal_handler::HandleSignal(SIGRTMIN);
+        ASSERT_TRUE(mLog.WaitFor("SignalHandler: STOP message received."));
+        ::raise(SIGTERM);
+    }
+    EXPECT_EQ(mTerminated.get_future().wait_for(std::chrono::seconds(0)),
+              std::future_status::ready);
+    ::raise(SIGTERM);  // of no effect: the first was heard
 }
 
 TEST_F(SignalHandlerTest, SignalsThatNobodyReadsNeverBlockOrChangeErrno) {
