@@ -36,6 +36,7 @@ constexpr std::chrono::milliseconds kPiecePause(1);
 /// As Beast counts versions.
 constexpr unsigned kHttp11 = 11;
 constexpr const char* kInterimResponse = "HTTP/1.1 100 Continue\r\n\r\n";
+constexpr const char* kBrokenStatusLine = "HTTP/1.1 abc\r\n\r\n";
 
 std::string HttpDate(std::chrono::system_clock::time_point time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
@@ -126,6 +127,11 @@ private:
                 mContext.journal.Write(mEntry);
                 mStream.expires_never();
                 Drain(SIZE_MAX);
+                return;
+            case ScenarioKind::kBrokenStatus:
+                mEntry.outcome = "broken-status";
+                mContext.journal.Write(mEntry);
+                Send(kBrokenStatusLine, &Connection::Finish);
                 return;
             case ScenarioKind::kNoInterim:
                 Refuse(http::status::expectation_failed, "refused by the scenario");

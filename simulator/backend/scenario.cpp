@@ -24,7 +24,7 @@ constexpr int kMaxDays = 36500;
 constexpr int kMinStatus = 200;
 constexpr int kMaxStatus = 599;
 
-constexpr std::array<KnownScenario, 15> kKnown{{
+constexpr std::array<KnownScenario, 16> kKnown{{
     {"ok", ScenarioKind::kOk, nullptr, 0, 0},
     {"expires", ScenarioKind::kExpires, "DAYS", 0, kMaxDays},
     {"refuse", ScenarioKind::kRefuse, "STATUS", kMinStatus, kMaxStatus},
@@ -40,6 +40,7 @@ constexpr std::array<KnownScenario, 15> kKnown{{
     {"untrusted-root", ScenarioKind::kUntrustedRoot, nullptr, 0, 0},
     {"garbage", ScenarioKind::kGarbage, nullptr, 0, 0},
     {"empty", ScenarioKind::kEmpty, nullptr, 0, 0},
+    {"broken-status", ScenarioKind::kBrokenStatus, nullptr, 0, 0},
 }};
 
 int ParseParameter(const KnownScenario& known, const std::string& text) {

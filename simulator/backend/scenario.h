@@ -35,6 +35,8 @@ enum class ScenarioKind {
     kGarbage,
     /// Status 200 without a body.
     kEmpty,
+    /// A status line without a number.
+    kBrokenStatus,
 };
 
 struct Scenario {

@@ -10,9 +10,8 @@ import unittest
 sys.dont_write_bytecode = True
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(PROJECT / "tools"))
+import unit_case  # noqa: E402
 import unit_day  # noqa: E402
-
-BINARIES = pathlib.Path()
 
 
 class DayTest(unittest.TestCase):
@@ -23,7 +22,7 @@ class DayTest(unittest.TestCase):
 
     def start_day(self, name):
         return subprocess.Popen(
-            [PROJECT / "tools" / "day", "--bin", BINARIES, "--dir", self.directory / name],
+            [PROJECT / "tools" / "day", "--bin", unit_case.binaries(), "--dir", self.directory / name],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
 
     def assert_nothing_left(self):
@@ -62,16 +61,8 @@ class DayTest(unittest.TestCase):
         self.assert_nothing_left()
 
 
-class UnitTest(unittest.TestCase):
+class UnitTest(unit_case.UnitCase):
     """One unit, driven step by step through what the day does not show."""
-
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="vintrel-e2e-")
-        self.addCleanup(directory.cleanup)
-        self.day = unit_day.Day(BINARIES, pathlib.Path(directory.name).resolve(), 60)
-        self.day.say = lambda text: None
-        self.day.seen_requests = 0
-        self.addCleanup(self.day.end_all)
 
     def test_refusals_and_bad_answers_leave_the_store_as_it_was(self):
         scenarios = ["refuse:403", "wrong-media-type", "other-key", "untrusted-root", "garbage"]
@@ -104,13 +95,6 @@ class UnitTest(unittest.TestCase):
         self.assertFalse(pathlib.Path("/var/lib/orv").exists())
         self.assertTrue((self.day.unit / "var/lib/orv/crypto/store.db").exists())
 
-    def test_a_termination_during_start_up_is_orderly(self):
-        self.day.provision()
-        self.day.start_client()
-        self.day.stop_client()
-        self.assertNotIn("Error", self.day.client_log.text().split("SIGTERM received.")[1])
-
 
 if __name__ == "__main__":
-    BINARIES = pathlib.Path(sys.argv.pop(1)).resolve()
-    unittest.main(verbosity=2)
+    unit_case.main()
