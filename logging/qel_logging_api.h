@@ -8,7 +8,7 @@
 namespace qel_logging {
 
 /// The one log service of the process; forwards everything to the back end.
-class QELLoggingApi : public QELLoggingIf {
+class QELLoggingApi final : public QELLoggingIf {
 public:
     QELLoggingApi();
 

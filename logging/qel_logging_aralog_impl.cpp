@@ -22,7 +22,7 @@ void QELLoggingAralogImpl::InitLogging(const std::string& appId, EQELLogLevel le
 }
 
 bool QELLoggingAralogImpl::IsLoggingEnabled(EQELLogLevel level) {
-    const ara::log::Logger* logger = mLogger;
+    const ara::log::Logger* logger = mLogger.load(std::memory_order_acquire);
     return logger != nullptr && logger->IsLogEnabled(ToAraLevel(level));
 }
 

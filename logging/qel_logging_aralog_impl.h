@@ -13,7 +13,7 @@ namespace qel_logging {
 
 /// Log back end on the platform's `ara::log`. Until `InitLogging` no level is enabled and nothing
 /// is written.
-class QELLoggingAralogImpl : public QELLoggingIf {
+class QELLoggingAralogImpl final : public QELLoggingIf {
 public:
     void InitLogging(const std::string& appId, EQELLogLevel level) override;
     bool IsLoggingEnabled(EQELLogLevel level) override;

@@ -16,8 +16,6 @@ namespace ara::log::internal {
 
 namespace {
 
-constexpr int kNotForced = -1;
-
 std::optional<LogLevel> LevelByName(const char* name) {
     static constexpr std::array<std::string_view, 7> kNames{"off",  "fatal", "error",  "warn",
                                                             "info", "debug", "verbose"};
@@ -51,21 +49,19 @@ Registry& Registry::Instance() {
     return registry;
 }
 
-Registry::Registry() : mForcedLevel(kNotForced) {
+Registry::Registry() {
     ReadEnvironment();
 }
 
 void Registry::ReadEnvironment() {
     mEnvironmentLevel = LevelByName(std::getenv("ARA_LOG_LEVEL"));
     mForJournal = ara_log_host::IsJournalStream(std::getenv("JOURNAL_STREAM"), STDERR_FILENO);
-    UpdateForcedLevel();
+    UpdateLoggers();
 }
 
-void Registry::UpdateForcedLevel() {
-    if (mSink.sink) {
-        mForcedLevel = static_cast<int>(mSink.level);
-    } else {
-        mForcedLevel = mEnvironmentLevel ? static_cast<int>(*mEnvironmentLevel) : kNotForced;
+void Registry::UpdateLoggers() {
+    for (const auto& [contextId, logger] : mLoggers) {
+        logger->mEffectiveLevel = EffectiveLevel(logger->mOwnLevel);
     }
 }
 
@@ -83,22 +79,22 @@ Logger& Registry::GetLogger(std::string_view contextId, std::optional<LogLevel> 
         return *known->second;
     }
     std::unique_ptr<Logger> logger(new Logger(level));
+    logger->mEffectiveLevel = EffectiveLevel(level);
     return *mLoggers.emplace(contextId, std::move(logger)).first->second;
 }
 
 ara_log_host::SinkSetting Registry::ExchangeSink(ara_log_host::SinkSetting setting) {
     const std::lock_guard<std::mutex> lock(mMutex);
     std::swap(mSink, setting);
-    UpdateForcedLevel();
+    UpdateLoggers();
     return setting;
 }
 
-LogLevel Registry::EffectiveLevel(std::optional<LogLevel> own) const noexcept {
-    const int forced = mForcedLevel.load(std::memory_order_relaxed);
-    if (forced != kNotForced) {
-        return static_cast<LogLevel>(forced);
+LogLevel Registry::EffectiveLevel(std::optional<LogLevel> own) const {
+    if (mSink.sink) {
+        return mSink.level;
     }
-    return own ? *own : mApplicationLevel.load(std::memory_order_relaxed);
+    return mEnvironmentLevel.value_or(own.value_or(mApplicationLevel));
 }
 
 void Registry::Write(LogLevel level, const std::string& text) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -24,20 +23,16 @@ public:
     Logger& GetLogger(std::string_view contextId, std::optional<LogLevel> level);
     ara_log_host::SinkSetting ExchangeSink(ara_log_host::SinkSetting setting);
 
-    LogLevel EffectiveLevel(std::optional<LogLevel> own) const noexcept;
     void Write(LogLevel level, const std::string& text);
 
 private:
     Registry();
     void ReadEnvironment();
-    void UpdateForcedLevel();
-
-    std::atomic<LogLevel> mApplicationLevel{LogLevel::kWarn};
-    /// The level of the sink, else that of the environment; what no logger can have if neither is
-    /// there.
-    std::atomic<int> mForcedLevel;
+    LogLevel EffectiveLevel(std::optional<LogLevel> own) const;
+    void UpdateLoggers();
 
     std::mutex mMutex;
+    LogLevel mApplicationLevel{LogLevel::kWarn};
     std::string mAppId{"----"};
     bool mForJournal{false};
     /// Nothing more is written then: each attempt would raise SIGPIPE, and a process that logs the

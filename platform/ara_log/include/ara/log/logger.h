@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <optional>
 
 #include <ara/log/common.h>
@@ -18,8 +19,10 @@ public:
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
 
-    /// Whether a line of this level would be written. Costs a few atomic loads.
-    bool IsLogEnabled(LogLevel level) const noexcept;
+    /// Whether a line of this level would be written. Costs one atomic load.
+    bool IsLogEnabled(LogLevel level) const noexcept {
+        return level != LogLevel::kOff && level <= mEffectiveLevel.load(std::memory_order_relaxed);
+    }
 
     LogStream LogFatal() const { return WithLevel(LogLevel::kFatal); }
     LogStream LogError() const { return WithLevel(LogLevel::kError); }
@@ -34,6 +37,8 @@ private:
     explicit Logger(std::optional<LogLevel> level) : mOwnLevel(level) {}
 
     const std::optional<LogLevel> mOwnLevel;
+    /// What results from this level, the application's and the ones that override both.
+    std::atomic<LogLevel> mEffectiveLevel{LogLevel::kOff};
 };
 
 }  // namespace ara::log
