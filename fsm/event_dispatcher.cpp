@@ -270,16 +270,16 @@ bool EventDispatcher::ServeReadyDescriptors() {
 bool EventDispatcher::DeliverDueEvents() {
     EventQueueModified();
     while (true) {
-        std::shared_ptr<Fsm> fsm;
-        int eventId = 0;
-        int eventInfo = 0;
-        std::unique_ptr<FsmEventData> data;
-        if (!PopNextEvent(fsm, eventId, eventInfo, data)) {
+        // Keeps the machine alive until its state method has returned.
+        Events::node_type node = TakeDueEvent();
+        if (node.empty()) {
             return false;
         }
-        QELLogging::LogVerbose(GetName(), " EVENT dispatch <EVENT QUEUE> -> ", fsm->GetName(),
-                               ", eventId ", eventId, " eventInfo ", eventInfo);
-        const bool exitRequested = Invoke(*fsm, eventId, eventInfo, std::move(data));
+        EventQueueEvent& event = node.value();
+        QELLogging::LogVerbose(GetName(), " EVENT dispatch <EVENT QUEUE> -> ", event.fsm->GetName(),
+                               ", eventId ", event.eventId, " eventInfo ", event.eventInfo);
+        const bool exitRequested =
+            Invoke(*event.fsm, event.eventId, event.eventInfo, std::move(event.data));
         mEventData.reset();
         if (exitRequested) {
             return true;

@@ -17,7 +17,7 @@ namespace {
 /// An event with less than a millisecond to go counts as due, since `poll` cannot wait for less.
 constexpr std::chrono::nanoseconds kDueMargin{999999};
 
-const char* SenderName(const std::shared_ptr<Fsm>& from) {
+const char* SenderName(const Fsm* from) {
     return from == nullptr ? "NOFSM" : from->GetName().c_str();
 }
 
@@ -35,6 +35,11 @@ void EventQueue::RaiseEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fs
         QELLogging::LogFatal(mName, " RaiseEvent: no receiver");
         return;
     }
+    Raise(from.get(), std::move(to), eventId, eventInfo, std::move(data));
+}
+
+void EventQueue::Raise(const Fsm* from, std::shared_ptr<Fsm> to, int eventId, int eventInfo,
+                       std::unique_ptr<FsmEventData> data) {
     QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from), " -> ", to->GetName(),
                            ", eventId ", eventId, " eventInfo ", eventInfo);
     Insert({std::move(to), eventId, eventInfo, std::move(data), ReadClock()});
@@ -47,22 +52,13 @@ void EventQueue::RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_p
         QELLogging::LogFatal(mName, " RaiseTimerEvent: no receiver");
         return;
     }
-    QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from), " -> ", to->GetName(),
+    QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from.get()), " -> ", to->GetName(),
                            ", eventId ", eventId, " eventInfo ", eventInfo, " msec ", msec);
     Insert({std::move(to), eventId, eventInfo, std::move(data),
             ReadClock() + std::chrono::milliseconds(msec)});
 }
 
-EventQueue::TimePoint EventQueue::ReadClock() const {
-    mLatestTime = GetCurrentTime();
-    return mLatestTime;
-}
-
-bool EventQueue::IsKnownToBeDue(const EventQueueEvent& event) const {
-    return event.time <= mLatestTime;
-}
-
-void EventQueue::Insert(EventQueueEvent event) {
+void EventQueue::Insert(EventQueueEvent&& event) {
     assert(IsOwnThread());
     // Most events are the last to fall due; with the end as hint these need no search. Behind equal
     // keys the new element is placed in either case.
@@ -95,22 +91,21 @@ template <typename Matches>
 bool EventQueue::ClearIf(Matches matches, bool all) {
     assert(IsOwnThread());
     // What is removed is destroyed after the walk: a destructor may come back to this queue.
-    decltype(mEvents) removed;
+    Events::node_type first;
+    Events others;
     for (auto event = mEvents.begin(); event != mEvents.end();) {
         const auto next = std::next(event);
         if (matches(*event)) {
-            removed.insert(removed.end(), mEvents.extract(event));
+            mModified = true;
             if (!all) {
-                break;
+                first = mEvents.extract(event);
+                return true;
             }
+            others.insert(others.end(), mEvents.extract(event));
         }
         event = next;
     }
-    if (removed.empty()) {
-        return false;
-    }
-    mModified = true;
-    return true;
+    return !others.empty();
 }
 
 int EventQueue::NextTimeoutMillisec() const {
@@ -130,17 +125,24 @@ int EventQueue::NextTimeoutMillisec() const {
         std::min<std::chrono::milliseconds::rep>(millisec, std::numeric_limits<int>::max()));
 }
 
-bool EventQueue::PopNextEvent(std::shared_ptr<Fsm>& fsm, int& eventId, int& eventInfo,
-                              std::unique_ptr<FsmEventData>& data) {
+EventQueue::Events::node_type EventQueue::TakeDueEvent() {
     assert(IsOwnThread());
     if (mEvents.empty()) {
-        return false;
+        return {};
     }
     const EventQueueEvent& first = *mEvents.begin();
     if (!IsKnownToBeDue(first) && first.time - ReadClock() > kDueMargin) {
+        return {};
+    }
+    return mEvents.extract(mEvents.begin());
+}
+
+bool EventQueue::PopNextEvent(std::shared_ptr<Fsm>& fsm, int& eventId, int& eventInfo,
+                              std::unique_ptr<FsmEventData>& data) {
+    Events::node_type node = TakeDueEvent();
+    if (node.empty()) {
         return false;
     }
-    auto node = mEvents.extract(mEvents.begin());
     EventQueueEvent& event = node.value();
     fsm = std::move(event.fsm);
     eventId = event.eventId;

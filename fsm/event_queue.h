@@ -59,6 +59,8 @@ public:
     const std::string& GetName() const { return mName; }
 
 protected:
+    friend class Fsm;
+
     struct EventQueueEvent {
         std::shared_ptr<Fsm> fsm;
         int eventId;
@@ -73,21 +75,30 @@ protected:
         }
     };
 
-    const std::multiset<EventQueueEvent, CompareEvents>& PendingEvents() const { return mEvents; }
+    using Events = std::multiset<EventQueueEvent, CompareEvents>;
+
+    const Events& PendingEvents() const { return mEvents; }
+
+    /// As `RaiseEvent`; there is a receiver.
+    void Raise(const Fsm* from, std::shared_ptr<Fsm> to, int eventId, int eventInfo,
+               std::unique_ptr<FsmEventData> data);
+
+    /// The first event if it is due, else an empty handle.
+    Events::node_type TakeDueEvent();
 
     /// Whether the caller is on the thread that the queue belongs to.
     bool IsOwnThread() const { return mThread.IsCurrent(); }
     void AdoptThread() { mThread.Adopt(); }
 
 private:
-    TimePoint ReadClock() const;
-    bool IsKnownToBeDue(const EventQueueEvent& event) const;
-    void Insert(EventQueueEvent event);
+    TimePoint ReadClock() const { return mLatestTime = GetCurrentTime(); }
+    bool IsKnownToBeDue(const EventQueueEvent& event) const { return event.time <= mLatestTime; }
+    void Insert(EventQueueEvent&& event);
     template <typename Matches>
     bool ClearIf(Matches matches, bool all);
 
     std::string mName;
-    std::multiset<EventQueueEvent, CompareEvents> mEvents;
+    Events mEvents;
     bool mModified{false};
     /// What the clock said when it was last read: what is due by then needs no further look.
     mutable TimePoint mLatestTime{TimePoint::min()};

@@ -51,6 +51,7 @@ void Fsm::SetupFsm(const std::shared_ptr<EventDispatcher>& dispatcher, std::shar
     }
     const std::shared_ptr<Fsm> self = shared_from_this();
     mDispatcher = dispatcher;
+    mDispatcherAddress = dispatcher.get();
     dispatcher->AddFsm(self);
     {
         const std::lock_guard<std::mutex> lock(mAsyncDoorMutex);
@@ -82,16 +83,16 @@ bool Fsm::IsOnDispatcherThread() const {
     return dispatcher == nullptr || dispatcher->IsOwnThread();
 }
 
-std::shared_ptr<EventDispatcher> Fsm::DispatcherFor(const char* function) const {
-    std::shared_ptr<EventDispatcher> dispatcher = GetDispatcher();
-    if (dispatcher == nullptr) {
+EventDispatcher* Fsm::DispatcherFor(const char* function) const {
+    if (mDispatcher.expired()) {
         LogFailure(function, ": No EventDispatcher");
+        return nullptr;
     }
-    return dispatcher;
+    return mDispatcherAddress;
 }
 
 std::shared_ptr<AsyncEventQueueIf> Fsm::GetAsyncEventQueue() const {
-    const std::shared_ptr<EventDispatcher> dispatcher = DispatcherFor("GetAsyncEventQueue");
+    const EventDispatcher* dispatcher = DispatcherFor("GetAsyncEventQueue");
     if (dispatcher == nullptr) {
         return nullptr;
     }
@@ -103,9 +104,8 @@ std::shared_ptr<AsyncEventQueueIf> Fsm::GetAsyncEventQueue() const {
 }
 
 void Fsm::RaiseEvent(int eventId, int eventInfo, std::unique_ptr<FsmEventData> data) {
-    if (const auto dispatcher = DispatcherFor("RaiseEvent")) {
-        const std::shared_ptr<Fsm> self = shared_from_this();
-        dispatcher->RaiseEvent(self, self, eventId, eventInfo, std::move(data));
+    if (EventDispatcher* dispatcher = DispatcherFor("RaiseEvent")) {
+        dispatcher->Raise(this, shared_from_this(), eventId, eventInfo, std::move(data));
     }
 }
 
@@ -114,14 +114,14 @@ void Fsm::RaiseEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventI
     if (target == nullptr) {
         return;
     }
-    if (const auto dispatcher = DispatcherFor("RaiseEvent")) {
-        dispatcher->RaiseEvent(shared_from_this(), target, eventId, eventInfo, std::move(data));
+    if (EventDispatcher* dispatcher = DispatcherFor("RaiseEvent")) {
+        dispatcher->Raise(this, target, eventId, eventInfo, std::move(data));
     }
 }
 
 void Fsm::RaiseTimerEvent(int eventId, int eventInfo, int msec,
                           std::unique_ptr<FsmEventData> data) {
-    if (const auto dispatcher = DispatcherFor("RaiseTimerEvent")) {
+    if (EventDispatcher* dispatcher = DispatcherFor("RaiseTimerEvent")) {
         const std::shared_ptr<Fsm> self = shared_from_this();
         dispatcher->RaiseTimerEvent(self, self, eventId, eventInfo, std::move(data), msec);
     }
@@ -192,7 +192,7 @@ bool Fsm::ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate) {
 }
 
 void Fsm::ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType type, bool enable) {
-    if (const auto dispatcher = DispatcherFor("ConfigureIoDescriptor")) {
+    if (EventDispatcher* dispatcher = DispatcherFor("ConfigureIoDescriptor")) {
         dispatcher->ConfigureIoDescriptor(shared_from_this(), ioDescriptor, type, enable);
     }
 }
@@ -218,8 +218,10 @@ void Fsm::Terminate() {
         mAsyncDoor.reset();
     }
     mTarget.reset();
-    if (const auto dispatcher = DispatcherFor("Terminate")) {
+    if (const auto dispatcher = GetDispatcher()) {
         dispatcher->RemoveFsm(self);
+    } else {
+        LogFailure("Terminate", ": No EventDispatcher");
     }
     SetFsmState(&Fsm::FsmStateTerminated, "FsmStateTerminated");
     mDispatcher.reset();

@@ -116,13 +116,15 @@ private:
     template <typename Action>
     bool EnterAsyncDoor(const Action& action) const;
     bool ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate);
-    std::shared_ptr<EventDispatcher> DispatcherFor(const char* function) const;
+    EventDispatcher* DispatcherFor(const char* function) const;
     bool IsOnDispatcherThread() const;
     void LogFailure(const char* function, const char* text) const;
 
     StateMethod mState;
     std::string mStateName;
     std::weak_ptr<EventDispatcher> mDispatcher;
+    /// The same, for calls that it outlives; good as long as `mDispatcher` has not expired.
+    EventDispatcher* mDispatcherAddress{nullptr};
 
 protected:
     std::shared_ptr<Fsm> mTarget;
