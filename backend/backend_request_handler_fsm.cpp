@@ -101,9 +101,7 @@ void BackendRequestHandlerFsm::FsmStateWaitingConnect(int eventId, int eventInfo
 }
 
 void BackendRequestHandlerFsm::HandleSocket() {
-    const auto dispatcher = GetDispatcher();
-    const auto data =
-        CastData<ZemConnectorFsmIf::SocketConnectEventData>(dispatcher->TakeEventData());
+    const auto data = CastData<ZemConnectorFsmIf::SocketConnectEventData>(TakeEventData());
     if (!data || data->socketStatus != 0) {
         QELLogging::LogError(mLogName, "Connection failed!");
         EndFsm({}, ReturnCode::kConnectionFailed);
@@ -111,7 +109,7 @@ void BackendRequestHandlerFsm::HandleSocket() {
     }
     mStreamCommunicator = data->streamCommunicator;
     if (!mStreamCommunicator ||
-        !mStreamCommunicator->StartFsm(dispatcher, shared_from_this(), kStreamEvent)) {
+        !mStreamCommunicator->StartFsm(GetDispatcher(), shared_from_this(), kStreamEvent)) {
         QELLogging::LogError(mLogName, "Cannot start FsmStreamCommunicator!");
         EndFsm({}, ReturnCode::kInternalError);
         return;
@@ -250,8 +248,7 @@ bool BackendRequestHandlerFsm::WriteAll(const std::string& text) {
 }
 
 bool BackendRequestHandlerFsm::AppendResponse() {
-    const auto data =
-        CastData<fsm::FsmEventDataStreamCommunicator>(GetDispatcher()->TakeEventData());
+    const auto data = CastData<fsm::FsmEventDataStreamCommunicator>(TakeEventData());
     if (!data) {
         DefaultEventHandler(kStreamEvent, FsmStreamCommunicatorIf::eReadContinuedData);
         return false;

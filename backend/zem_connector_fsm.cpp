@@ -294,7 +294,7 @@ void ZemConnectorFsm::ReportState(Info info) {
 
 template <typename Data>
 std::unique_ptr<Data> ZemConnectorFsm::TakeData() {
-    std::unique_ptr<fsm::FsmEventData> data = GetDispatcher()->TakeEventData();
+    std::unique_ptr<fsm::FsmEventData> data = TakeEventData();
     auto* const wanted = dynamic_cast<Data*>(data.get());
     if (wanted == nullptr) {
         QELLogging::LogError(mLogName, "Event without its payload dropped");

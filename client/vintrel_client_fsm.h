@@ -203,7 +203,7 @@ private:
 
 template <typename Data>
 std::unique_ptr<Data> VintrelClientFsm::TakeData() {
-    std::unique_ptr<fsm::FsmEventData> data = GetDispatcher()->TakeEventData();
+    std::unique_ptr<fsm::FsmEventData> data = TakeEventData();
     if (!data) {
         return std::make_unique<Data>();
     }

@@ -197,6 +197,10 @@ void Fsm::ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType t
     }
 }
 
+std::unique_ptr<FsmEventData> Fsm::TakeEventData() const {
+    return mDispatcher.expired() ? nullptr : mDispatcherAddress->TakeEventData();
+}
+
 void Fsm::StopFsm() {
     QELLogging::LogDebug(mLogName, "StopFsm");
     if (mStopping || GetDispatcher() == nullptr) {

@@ -95,6 +95,10 @@ protected:
         EnterState(method, invoker, name);
     }
 
+    /// The payload of the event that the state method is handling, as the dispatcher hands it out;
+    /// null if there is none, or none any more.
+    std::unique_ptr<FsmEventData> TakeEventData() const;
+
     bool IsInState(const char* name) const { return mStateName == name; }
 
     /// Releases the target, unregisters the machine and enters `FsmStateTerminated`. Events that
