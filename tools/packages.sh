@@ -7,7 +7,7 @@ readonly BUILD_PACKAGES=(
     libboost-dev nlohmann-json3-dev libcli11-dev libsystemd-dev
     bubblewrap openssl python3)
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
-readonly BENCH_PACKAGES=()
+readonly BENCH_PACKAGES=(libuv1-dev)
 readonly LINT_PACKAGES=(clang-format clang-tidy)
 
 # install_packages PACKAGE...: installs those that are missing; touches no network if none is.
