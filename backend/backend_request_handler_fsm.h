@@ -56,8 +56,8 @@ private:
     void HandleHttpResponse(const std::string& response);
     void EndFsm(const std::string& response, ReturnCode code);
 
-    /// Sends all of `text`, or ends the exchange and returns false.
     void LogHeader(const char* what, const std::string& header) const;
+    /// Sends all of `text`, or ends the exchange and returns false.
     bool WriteAll(const std::string& text);
 
     /// Appends the data of the current stream event to `mResponse`, or ends the exchange and

@@ -24,7 +24,9 @@ SocketConnectCb::~SocketConnectCb() {
 void SocketConnectCb::ZemSocketResult(zem_connector::SocketResult result) {
     if (!Accept(result)) {
         QELLogging::LogError(mTraceName, ": Unexpected socket result dropped");
-        CloseSocket(result.socketFileDescriptor);
+        if (!IsAcceptedSocket(result.socketFileDescriptor)) {
+            CloseSocket(result.socketFileDescriptor);
+        }
         return;
     }
     if (result.status != 0) {
@@ -42,8 +44,14 @@ bool SocketConnectCb::Accept(const zem_connector::SocketResult& result) {
     }
     mHasResult = true;
     mSocketFileDescriptor = result.socketFileDescriptor;
+    mAcceptedSocket = result.socketFileDescriptor;
     mSocketStatus = result.status;
     return true;
+}
+
+bool SocketConnectCb::IsAcceptedSocket(int socketFileDescriptor) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return socketFileDescriptor == mAcceptedSocket;
 }
 
 void SocketConnectCb::Abandon() {

@@ -44,6 +44,7 @@ public:
 private:
     /// Stores the result; false if none is expected.
     bool Accept(const zem_connector::SocketResult& result);
+    bool IsAcceptedSocket(int socketFileDescriptor) const;
     void CloseSocket(int socketFileDescriptor) const;
 
     ZemConnectorFsm* mFsm;
@@ -51,6 +52,9 @@ private:
     int mEventId;
     int mId;
     int mSocketFileDescriptor{-1};
+    /// Kept for good: a repeated result with the same number is the socket that has an owner
+    /// already, and must not be closed under it.
+    int mAcceptedSocket{-1};
     int mSocketStatus{1};
     bool mHasResult{false};
     bool mAbandoned{false};

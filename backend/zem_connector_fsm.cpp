@@ -77,6 +77,8 @@ bool ZemConnectorFsm::Connect(const std::string& host, unsigned short port,
     attempt = std::make_unique<SocketConnectCbData>(std::move(client), clientEvent, this, id);
     if (!mConnector || !mConnector->SocketConnect(kOperationId, host, port, &attempt->callback)) {
         QELLogging::LogError(mLogName, "SocketConnect() failed!");
+        // The library may know the callback all the same.
+        Retire(std::move(attempt));
         mSocketConnectCbs.erase(id);
         return false;
     }
