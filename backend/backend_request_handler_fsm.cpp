@@ -12,7 +12,6 @@ namespace vintrel {
 using fsm::FsmStreamCommunicatorIf;
 using nuro_common::HttpOption;
 using nuro_common::HttpProtocol;
-using qel_logging::EQELLogLevel;
 using qel_logging::QELLogging;
 
 namespace {
@@ -230,10 +229,7 @@ void BackendRequestHandlerFsm::HandleHttpResponse(const std::string& response) {
 }
 
 void BackendRequestHandlerFsm::LogHeader(const char* what, const std::string& header) const {
-    // A peer's header may be long; it is copied only where it is wanted.
-    if (QELLogging::IsEnabled(EQELLogLevel::kDebug)) {
-        QELLogging::LogDebug(mLogName, what, "\n-----\n", header, "\n-----\n\n");
-    }
+    QELLogging::LogDebug(mLogName, what, "\n-----\n", header, "\n-----\n\n");
 }
 
 bool BackendRequestHandlerFsm::WriteAll(const std::string& text) {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "event_recorder.h"
+#include "fsm/fsm_stream_communicator.h"
 #include "socket_pair.h"
 #include "testing/captured_log.h"
 #include "testing/virtual_time_dispatcher.h"
@@ -42,8 +43,13 @@ public:
     }
 
     void EndAttempt(fsm::EventDispatcher& dispatcher, int status, int socket) {
+        EndAttempt(dispatcher, status,
+                   fsm::FsmStreamCommunicatorIf::Create(socket, "Communicator"));
+    }
+    void EndAttempt(fsm::EventDispatcher& dispatcher, int status,
+                    std::shared_ptr<fsm::FsmStreamCommunicatorIf> communicator) {
         auto data = std::make_unique<SocketConnectEventData>();
-        data->streamCommunicator = fsm::FsmStreamCommunicatorIf::Create(socket, "Communicator");
+        data->streamCommunicator = std::move(communicator);
         data->socketStatus = status;
         dispatcher.RaiseEvent(nullptr, mClient, mClientEvent, 0, std::move(data));
         mClient.reset();
@@ -158,6 +164,21 @@ TEST_F(BackendRequestHandlerFsmTest, AWholeExchangeIsExactOnTheWire) {
     ClosePeer();
     ExpectEnd(ReturnCode::kSuccess, body);
     EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "HTTP response received successfully"));
+    const std::vector<std::string> debug = mLog.Lines(EQELLogLevel::kDebug);
+    EXPECT_THAT(debug, testing::Contains(testing::HasSubstr("Sent Header \n-----\nPUT /api?x")));
+    EXPECT_THAT(debug, testing::Contains(testing::AllOf(testing::HasSubstr("Received Response"),
+                                                        testing::HasSubstr("100 Continue"))));
+    EXPECT_THAT(debug, testing::Contains(testing::AllOf(testing::HasSubstr("Received Response"),
+                                                        testing::HasSubstr("200 OK"))));
+}
+
+TEST_F(BackendRequestHandlerFsmTest, TheHeaderOfTheInterimResponseServesAnIncompleteFinalOne) {
+    StartAndConnect();
+    Answer("HTTP/1.1 100 Continue\r\nContent-Type: " + std::string(kErrorType) + "\r\n\r\n");
+    ClosePeer();
+    ExpectEnd(ReturnCode::kHttpError);
+    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unexpected HTTP response: 4095!"));
+    EXPECT_FALSE(Logged(EQELLogLevel::kInfo, "Unknown type of payload received"));
 }
 
 TEST_F(BackendRequestHandlerFsmTest, WithoutAConnectorItDoesNotStart) {
@@ -174,11 +195,40 @@ TEST_F(BackendRequestHandlerFsmTest, ARefusedConnectEndsTheExchange) {
 }
 
 TEST_F(BackendRequestHandlerFsmTest, AFailedSocketEndsTheExchange) {
-    Start();
-    mConnector->EndAttempt(*mDispatcher, 2, -1);
-    mDispatcher->RunPending();
-    ExpectEnd(ReturnCode::kConnectionFailed);
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Connection failed!"));
+    for (const int status : {2, -1}) {
+        mTarget->events.clear();
+        mLog.Clear();
+        mHandler = std::make_shared<BackendRequestHandlerFsm>();
+        Start();
+        mConnector->EndAttempt(*mDispatcher, status, -1);
+        mDispatcher->RunPending();
+        ExpectEnd(ReturnCode::kConnectionFailed);
+        EXPECT_TRUE(Logged(EQELLogLevel::kError, "Connection failed!"));
+    }
+}
+
+/// A communicator that does not start.
+class DeadCommunicator : public fsm::FsmStreamCommunicator {
+public:
+    DeadCommunicator() : FsmStreamCommunicator(-1, "Communicator") {}
+    bool StartFsm(std::shared_ptr<fsm::EventDispatcher> /*dispatcher*/,
+                  std::shared_ptr<fsm::Fsm> /*target*/, int /*targetEvent*/) override {
+        return false;
+    }
+};
+
+TEST_F(BackendRequestHandlerFsmTest, ACommunicatorThatIsMissingOrDoesNotStartEndsTheExchange) {
+    const std::shared_ptr<fsm::FsmStreamCommunicatorIf> dead = std::make_shared<DeadCommunicator>();
+    for (const auto& communicator : {dead, decltype(dead)()}) {
+        mTarget->events.clear();
+        mLog.Clear();
+        mHandler = std::make_shared<BackendRequestHandlerFsm>();
+        Start();
+        mConnector->EndAttempt(*mDispatcher, 0, communicator);
+        mDispatcher->RunPending();
+        ExpectEnd(ReturnCode::kInternalError);
+        EXPECT_TRUE(Logged(EQELLogLevel::kError, "Cannot start FsmStreamCommunicator!"));
+    }
 }
 
 TEST_F(BackendRequestHandlerFsmTest, AHeaderThatCannotBeWrittenIsATransferError) {
@@ -355,6 +405,8 @@ INSTANTIATE_TEST_SUITE_P(
                       ReturnCode::kHttpError,
                       "",
                       {"Unexpected HTTP response: 500!"}},
+        FinalResponse{
+            "ICY 200 OK\r\n\r\nx", ReturnCode::kHttpError, "", {"Unexpected HTTP response: 100!"}},
         FinalResponse{"", ReturnCode::kHttpError, "", {"Unexpected HTTP response: 4095!"}}));
 
 }  // namespace vintrel

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 
+#include <google/protobuf/descriptor.h>
 #include <gtest/gtest.h>
 
 #include "testing/temporary_directory.h"
@@ -28,17 +29,19 @@ CertificateRequestParams AllFields() {
     return params;
 }
 
-/// What the schema compiler itself makes of a message.
-std::string Decode(const std::string& message, const std::string& type, const std::string& schema) {
+/// What the schema compiler itself makes of a message or its text; `action` is "encode" or
+/// "decode".
+std::string Convert(const std::string& action, const std::string& input, const std::string& type,
+                    const std::string& schema) {
     const testing_support::TemporaryDirectory directory;
     const std::string file = directory.File("message");
-    std::ofstream(file, std::ios::binary) << message;
-    const std::string command = "'" PROTOC "' '--proto_path=" PROTO_DIRECTORY
-                                "' --decode=domain.backend.proto." +
-                                type + " " + schema + " < '" + file + "' > '" + file + ".txt'";
+    std::ofstream(file, std::ios::binary) << input;
+    const std::string command = "'" PROTOC "' '--proto_path=" PROTO_DIRECTORY "' --" + action +
+                                "=domain.backend.proto." + type + " " + schema + " < '" + file +
+                                "' > '" + file + ".out'";
     EXPECT_EQ(std::system(command.c_str()), 0);
-    std::ifstream text(file + ".txt");
-    return {std::istreambuf_iterator<char>(text), {}};
+    std::ifstream output(file + ".out", std::ios::binary);
+    return {std::istreambuf_iterator<char>(output), {}};
 }
 
 }  // namespace
@@ -60,8 +63,13 @@ TEST(CertificateRequest, IsExactOnTheWire) {
 }
 
 TEST(CertificateRequest, IsReadByTheSchemaCompiler) {
-    EXPECT_EQ(Decode(CreateProtobuffer(AllFields(), "csr"), "QUBACOKoruVintrelRequestV1",
-                     "QUBA_CO_KoruVintrelRequest_v1.proto"),
+    const std::string text =
+        Convert("decode", CreateProtobuffer(AllFields(), "csr"), "QUBACOKoruVintrelRequestV1",
+                "QUBA_CO_KoruVintrelRequest_v1.proto");
+    EXPECT_EQ(Convert("encode", text, "QUBACOKoruVintrelRequestV1",
+                      "QUBA_CO_KoruVintrelRequest_v1.proto"),
+              CreateProtobuffer(AllFields(), "csr"));
+    EXPECT_EQ(text,
               "activation_reason: 7\n"
               "csr_container: \"csr\"\n"
               "ecu_capability {\n"
@@ -105,6 +113,36 @@ TEST(CertificateResponseParsing, TakesTheThreeFieldsAndSkipsWhatItDoesNotKnow) {
     EXPECT_EQ(response.signed_vehicle_transaction_type_list, "");
 }
 
+TEST(CertificateResponseParsing, TakesWhatTheSchemaCompilerWrites) {
+    CertificateResponse response;
+    ASSERT_TRUE(ParseResponse(
+        Convert("encode",
+                "certificate: 'PEM'\nmsisdn: '1'\nsigned_vehicle_transaction_type_list: '\\377'\n"
+                "signed_vehicle_transaction_activation_type_list: 'a'\n",
+                "QUBACTKoruCertificateResponseV2", "QUBA_CT_KoruCertificateResponse_v2.proto"),
+        response));
+    EXPECT_EQ(response.certificate, "PEM");
+    EXPECT_EQ(response.signed_vehicle_transaction_type_list, "\xFF");
+    EXPECT_EQ(response.signed_vehicle_transaction_activation_type_list, "a");
+
+    std::string text;
+    ASSERT_TRUE(ParseErrorResponse(
+        Convert("encode", "error_code: -3\nerror_description: 'no'\ntransaction_id: 't'\n",
+                "GenericErrorV2", "GenericError_V2.proto"),
+        text));
+    EXPECT_EQ(text, "ErrorCode: -3\nErrorDescription: no\nTransactionId: t\n");
+}
+
+/// The name under which each schema registers itself is part of what others may look up.
+TEST(Schemas, AreRegisteredUnderTheirBareFileNames) {
+    for (const char* const name :
+         {"QUBA_CO_KoruVintrelRequest_v1.proto", "QUBA_CT_KoruCertificateResponse_v2.proto",
+          "GenericError_V2.proto"}) {
+        EXPECT_NE(google::protobuf::DescriptorPool::generated_pool()->FindFileByName(name), nullptr)
+            << name;
+    }
+}
+
 TEST(CertificateResponseParsing, LeavesTheResultAloneOnBadBytes) {
     CertificateResponse response;
     response.certificate = "kept";
@@ -130,6 +168,7 @@ TEST(ErrorResponseParsing, GivesThreeLines) {
                            text));
     EXPECT_EQ(text, "ErrorCode: -5\nErrorDescription: bad\nTransactionId: id\n");
     EXPECT_FALSE(ParseErrorResponse("\x12\x01\xFF", text));
+    EXPECT_FALSE(ParseErrorResponse("\x1A\x01\xFF", text));
     EXPECT_EQ(text, "ErrorCode: -5\nErrorDescription: bad\nTransactionId: id\n");
 }
 

@@ -1,5 +1,6 @@
 #include "backend/zem_connector_fsm.h"
 
+#include <limits>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -204,6 +205,9 @@ TEST_F(ZemConnectorFsmTest, ActivationAndConnectionAreKeptAndReported) {
     EXPECT_EQ(report.connectionState, SCConnectionState::kOnDemand);
     EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "'type' Activation State changed to Activated"));
     EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "'type' Connection State changed to OnDemand"));
+    connection.connectionState = static_cast<SCConnectionState>(9);
+    Call([&] { mMachine->ZemSCConnectionState(connection); });
+    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "'type' Connection State changed to Unknown"));
     activation.disabledReasons.emplace_back();
     Call([&] { mMachine->ZemSCActivationState(activation); });
     EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "'type' Activation State changed to Disabled"));
@@ -230,10 +234,13 @@ TEST_F(ZemConnectorFsmTest, OnlyOneUrlQueryRunsAtATime) {
 TEST_F(ZemConnectorFsmTest, AFailedOrMisdirectedUrlIsDeliveredAsAFailure) {
     StartReadyToConnect();
     mMachine->GetUrl();
-    CallUrl(1, kOperation, "x");
+    CallUrl(1, "elsewhere", "x");
     mMachine->GetUrl();
     CallUrl(0, "other", "https://a");
     ASSERT_THAT(TargetInfos(), ElementsAre(3, 3));
+    EXPECT_TRUE(
+        Logged(EQELLogLevel::kError, "Received URL for incorrect OperationTypeId: 'elsewhere'!"))
+        << "both are checked in any case";
     EXPECT_FALSE(mTarget->events[0].As<ZemConnectorFsmIf::InvocationUrlEventData>().success);
     const auto& second = mTarget->events[1].As<ZemConnectorFsmIf::InvocationUrlEventData>();
     EXPECT_FALSE(second.success);
@@ -282,6 +289,28 @@ TEST_F(ZemConnectorFsmTest, AnAttemptThatTheLibraryRefusesDoesNotUseUpItsId) {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "SocketConnectCb_0_ started."));
     EXPECT_EQ(mScript.calls[1], std::string("socket ") + kOperation + " host:443");
+    SocketPair pair;
+    Call([&] { mScript.sockets[0]->ZemSocketResult({0, pair.Give()}); });
+    EXPECT_TRUE(pair.OtherEndClosed()) << "an answer to the refused attempt";
+    EXPECT_TRUE(mClient->events.empty());
+}
+
+TEST_F(ZemConnectorFsmTest, ARepeatedResultLeavesItsSocketToTheOwner) {
+    StartReadyToConnect();
+    ASSERT_TRUE(Connect());
+    SocketPair pair;
+    const int socket = pair.Give();
+    std::thread([&] {
+        mScript.sockets[0]->ZemSocketResult({0, socket});
+        mScript.sockets[0]->ZemSocketResult({0, socket});
+    }).join();
+    mDispatcher->RunPending();
+    Call([&] { mScript.sockets[0]->ZemSocketResult({0, socket}); });
+    EXPECT_FALSE(pair.OtherEndClosed());
+    EXPECT_EQ(mLog.Count("Unexpected socket result dropped"), 2U);
+    mClient->events.clear();
+    EXPECT_TRUE(pair.OtherEndClosed());
+    EXPECT_EQ(mLog.Count("close() failed"), 0U);
 }
 
 TEST_F(ZemConnectorFsmTest, AttemptsEndIndependently) {
@@ -341,6 +370,9 @@ TEST_F(ZemConnectorFsmTest, TheEndClosesSocketsThatNobodyHasTaken) {
     Call([&] { mScript.sockets[1]->ZemSocketResult({0, late.Give()}); });
     EXPECT_TRUE(late.OtherEndClosed());
     EXPECT_TRUE(mClient->events.empty());
+    Call([&] { mScript.sockets[1]->ZemSocketResult({0, std::numeric_limits<int>::max()}); });
+    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
+                              "SocketConnectCb_1_: Failed to close the SocketFileDescriptor!"));
 }
 
 TEST_F(ZemConnectorFsmTest, AnUnknownEventEndsTheMachine) {

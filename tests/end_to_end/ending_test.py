@@ -118,6 +118,13 @@ class EndingTest(unit_case.UnitCase):
         self.assertEqual(self.day.processes.pop("vintrel-client").wait(60), 1)
         self.assertIn("Dispatcher Error, exception: stoi", self.day.client_log.new_text())
         self.assertEqual(self.day.stored_certificate(), before)
+        requests = len(self.day.requests())
+        self.day.command("clamp off")
+        self.day.start_client()
+        self.day.client_log.mark()
+        self.day.command("clamp on")
+        self.day.wait_log("No TIV certificate update needed.")
+        self.assertEqual(len(self.day.requests()), requests, "key and certificate still fit")
 
 
 if __name__ == "__main__":
