@@ -1,7 +1,7 @@
 #include "connector_core.h"
 
-#include <cerrno>
-#include <cstring>
+#include <array>
+#include <csignal>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -9,11 +9,13 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include "host_name.h"
 #include "library_log.h"
+#include "read_file.h"
 
 namespace zem_connector {
 
@@ -22,42 +24,12 @@ namespace {
 using SCConnectionState = ZemServiceControllerCallbackIf::SCConnectionState;
 
 constexpr int kMaxAttempts = 16;
+constexpr std::size_t kMaxRelays = 64;
 constexpr std::size_t kMaxHostSize = 255;
 constexpr std::uint8_t kUrlFailed = 1;
 constexpr SCDisabledReasonInfo kSwitchedOff{1, 0};
 /// A transaction type that the file does not name.
 constexpr host::TransactionType kUnknownType{false, SCConnectionState::kNotAvailable};
-
-/// The file's content; throws std::runtime_error with the cause.
-std::string ReadFile(const std::string& path) {
-    // Non-blocking, or a pipe in the file's place would hold us up.
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
-        throw std::runtime_error(std::strerror(errno));
-    }
-    struct stat status {};
-    std::string text;
-    ssize_t size = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? 1 : -1;
-    errno = 0;
-    // One byte over the limit, so that what is too long is seen to be.
-    text.resize(host::ConnectorFile::kMaxSize + 1);
-    std::size_t used = 0;
-    while (size > 0 && used < text.size()) {
-        size = read(descriptor, text.data() + used, text.size() - used);
-        if (size < 0 && errno == EINTR) {
-            size = 1;
-            continue;
-        }
-        used += size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
-    const int error = errno;
-    close(descriptor);
-    if (size < 0) {
-        throw std::runtime_error(error == 0 ? "not a regular file" : std::strerror(error));
-    }
-    text.resize(used);
-    return text;
-}
 
 /// A look-up that throws is one that failed.
 NameLookupResult LookUp(const NameLookup& lookup, const std::string& host, unsigned short port) {
@@ -66,6 +38,14 @@ NameLookupResult LookUp(const NameLookup& lookup, const std::string& host, unsig
     } catch (const std::exception& exception) {
         return {{}, host::kSocketFailed, exception.what()};
     }
+}
+
+/// OpenSSL writes to sockets in a way that raises SIGPIPE for a peer that has gone. Blocked, it
+/// stays with this thread and never gets to the process's handler.
+void BlockBrokenPipes() {
+    sigset_t signals{};
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 }  // namespace
@@ -91,8 +71,14 @@ SessionStatus ConnectorCore::Open() {
 
 void ConnectorCore::Run() {
     mThreadId = std::this_thread::get_id();
+    BlockBrokenPipes();
     const auto work = boost::asio::make_work_guard(mContext);
     mContext.run();
+    if (!mRelays.empty()) {
+        LogWarning(std::to_string(mRelays.size()) + " protected connections end with the session");
+    }
+    mRelays.clear();
+    mAttempts.clear();
 }
 
 void ConnectorCore::Close() {
@@ -120,9 +106,12 @@ bool ConnectorCore::Deliver(const Callback& callback) {
 bool ConnectorCore::Load() {
     try {
         std::vector<std::string> warnings;
-        host::ParseConnectorFile(ReadFile(mPath), mFile, warnings);
+        host::ParseConnectorFile(ReadFile(mPath, host::ConnectorFile::kMaxSize), mFile, warnings);
         for (const auto& warning : warnings) {
             LogWarning(mPath + ": " + warning);
+        }
+        for (const auto& operation : mFile.UnprotectedHttpsOperations()) {
+            LogWarning("The URL of " + operation + " says https, but its sockets are in clear");
         }
         return true;
     } catch (const std::runtime_error& error) {
@@ -237,7 +226,7 @@ bool ConnectorCore::CanAnswerUrlQueries() const {
 }
 
 void ConnectorCore::AddUrlQuery(std::string operationId, ZemServiceControllerCallbackIf* callback) {
-    const int id = mNextUrlQueryId++;
+    const int id = mNextId++;
     UrlQuery& query = mUrlQueries[id];
     query.operationId = std::move(operationId);
     query.callback = callback;
@@ -301,18 +290,42 @@ bool ConnectorCore::Connect(std::string operationId, std::string host, unsigned 
 
 void ConnectorCore::StartAttempt(const std::string& operationId, const std::string& host,
                                  unsigned short port, ZemSocketCallbackIf* callback) {
-    const int id = mNextAttemptId++;
+    const int id = mNextId++;
     const std::string peer = host + ":" + std::to_string(port) + " for " + operationId;
-    const auto attempt = std::make_shared<SocketAttempt>(
-        mContext, [this, id, peer, callback](SocketResult result, const std::string& detail) {
-            if (result.status != host::kSocketConnected) {
-                LogWarning("Can't connect to " + peer + ": " + detail);
-            }
-            OnAttemptDone(id, result, callback);
-        });
+    const auto done = [this, id, peer, callback](ConnectionResult result) {
+        OnAttemptDone(id, peer, std::move(result), callback);
+    };
+    ConnectionPlan plan;
+    try {
+        plan = PlanFor(operationId, {host, port});
+    } catch (const std::runtime_error& error) {
+        ConnectionResult failed;
+        failed.detail = error.what();
+        done(std::move(failed));
+        return;
+    }
+    const std::string nextHost = plan.NextHost();
+    const unsigned short nextPort = plan.NextPort();
+    const auto attempt = std::make_shared<SocketAttempt>(mContext, std::move(plan), done);
     mAttempts[id] = attempt;
     attempt->Start(mFile.connectTimeout);
-    StartLookup(id, host, port);
+    if (!IsHostName(host)) {
+        attempt->UseAddresses({{}, host::kSocketNameNotFound, "not a host's name"});
+        return;
+    }
+    StartLookup(id, nextHost, nextPort);
+}
+
+ConnectionPlan ConnectorCore::PlanFor(const std::string& operationId, ProxyTarget target) const {
+    ConnectionPlan plan;
+    const auto found = mFile.operations.find(operationId);
+    if (found != mFile.operations.end()) {
+        plan.proxy = found->second.proxy;
+        const auto& tls = found->second.tls;
+        plan.tls = tls ? NewTlsClient(*tls, target.host) : nullptr;
+    }
+    plan.target = std::move(target);
+    return plan;
 }
 
 void ConnectorCore::StartLookup(int attemptId, const std::string& host, unsigned short port) {
@@ -344,14 +357,47 @@ void ConnectorCore::StartLookup(int attemptId, const std::string& host, unsigned
     }
 }
 
-void ConnectorCore::OnAttemptDone(int attemptId, SocketResult result,
+void ConnectorCore::OnAttemptDone(int attemptId, const std::string& peer, ConnectionResult result,
                                   ZemSocketCallbackIf* callback) {
     mAttempts.erase(attemptId);
     --mAttemptCount;
-    const bool delivered = Deliver([&] { callback->ZemSocketResult(result); });
-    if (!delivered && result.socketFileDescriptor >= 0) {
-        close(result.socketFileDescriptor);
+    if (result.stream) {
+        result = StartRelay(peer, std::move(result.stream));
     }
+    if (result.status != host::kSocketConnected) {
+        LogWarning("Can't connect to " + peer + ": " + result.detail);
+    }
+    const bool delivered = Deliver([&] {
+        callback->ZemSocketResult({result.status, result.descriptor});
+    });
+    if (!delivered && result.descriptor >= 0) {
+        close(result.descriptor);
+    }
+}
+
+ConnectionResult ConnectorCore::StartRelay(const std::string& peer,
+                                           std::unique_ptr<TlsStream> stream) {
+    ConnectionResult result;
+    if (mRelays.size() >= kMaxRelays) {
+        result.detail = "too many protected connections";
+        return result;
+    }
+    std::array<int, 2> ends{-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        result.detail = std::generic_category().message(errno);
+        return result;
+    }
+    LogInfo("Connected to " + peer + " by " + stream->Version());
+    TlsRelay::Client ours(mContext, boost::asio::local::stream_protocol(), ends[0]);
+    const int id = mNextId++;
+    const auto relay =
+        std::make_shared<TlsRelay>(mContext, peer, std::move(stream), std::move(ours),
+                                   mFile.closeTimeout, [this, id] { mRelays.erase(id); });
+    mRelays[id] = relay;
+    relay->Start();
+    result.status = host::kSocketConnected;
+    result.descriptor = ends[1];
+    return result;
 }
 
 }  // namespace zem_connector

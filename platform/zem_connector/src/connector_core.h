@@ -16,6 +16,7 @@
 #include "file_watcher.h"
 #include "name_lookup.h"
 #include "socket_attempt.h"
+#include "tls_relay.h"
 
 namespace zem_connector {
 
@@ -44,7 +45,7 @@ public:
 
     bool Subscribe(std::string transactionType, ZemServiceControllerCallbackIf* callback);
     bool QueryUrl(std::string operationId, ZemServiceControllerCallbackIf* callback);
-    /// The operation only stands in the log.
+    /// The operation's entry in the file says how.
     bool Connect(std::string operationId, std::string host, unsigned short port,
                  ZemSocketCallbackIf* callback);
 
@@ -83,7 +84,11 @@ private:
     void StartAttempt(const std::string& operationId, const std::string& host, unsigned short port,
                       ZemSocketCallbackIf* callback);
     void StartLookup(int attemptId, const std::string& host, unsigned short port);
-    void OnAttemptDone(int attemptId, SocketResult result, ZemSocketCallbackIf* callback);
+    /// Throws std::runtime_error if what the operation's entry asks for can't be had.
+    ConnectionPlan PlanFor(const std::string& operationId, ProxyTarget target) const;
+    void OnAttemptDone(int attemptId, const std::string& peer, ConnectionResult result,
+                       ZemSocketCallbackIf* callback);
+    ConnectionResult StartRelay(const std::string& peer, std::unique_ptr<TlsStream> stream);
 
     /// Runs a callback, unless closed; false if nobody was called.
     template <typename Callback>
@@ -106,8 +111,9 @@ private:
     std::list<Subscription> mSubscriptions;
     std::map<int, UrlQuery> mUrlQueries;
     std::map<int, std::shared_ptr<SocketAttempt>> mAttempts;
-    int mNextUrlQueryId{0};
-    int mNextAttemptId{0};
+    std::map<int, std::shared_ptr<TlsRelay>> mRelays;
+    /// For the keys of the three above.
+    int mNextId{0};
 };
 
 }  // namespace zem_connector

@@ -1,9 +1,9 @@
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -13,6 +13,9 @@
 #include <unistd.h>
 #include <zem_connector_host/connector_file.h>
 
+#include "json_members.h"
+#include "operation_settings_json.h"
+
 namespace zem_connector::host {
 
 namespace {
@@ -20,8 +23,8 @@ namespace {
 using nlohmann::json;
 using SCConnectionState = ZemServiceControllerCallbackIf::SCConnectionState;
 
-constexpr std::int64_t kMaxTimeoutMs = std::int64_t{10} * 60 * 1000;
 constexpr mode_t kFileMode = 0644;
+constexpr mode_t kSecretFileMode = 0600;
 /// More than the format needs; a text that is nothing but brackets must not cost anything.
 constexpr int kMaxDepth = 8;
 
@@ -30,84 +33,26 @@ constexpr std::array<const char*, 4> kSessionNames{"idle", "starting", "started"
 constexpr std::array<const char*, 4> kConnectionNames{"notAvailable", "disconnected", "onDemand",
                                                       "connected"};
 
-/// Takes the members of one JSON object out by key; what nobody took is unknown.
-class Members {
-public:
-    Members(const json& object, std::string where) : mWhere(std::move(where)) {
-        if (!object.is_object()) {
-            throw std::runtime_error(mWhere + " must be an object");
-        }
-        for (const auto& item : object.items()) {
-            mMembers.emplace(item.key(), &item.value());
-        }
-    }
-
-    void Take(const std::string& key, const std::function<void(const json&)>& read) {
-        const auto found = mMembers.find(key);
-        if (found == mMembers.end()) {
-            return;
-        }
-        try {
-            read(*found->second);
-        } catch (const json::exception&) {
-            throw std::runtime_error(Name(key) + " has the wrong type");
-        }
-        mMembers.erase(found);
-    }
-
-    template <typename Enum>
-    void TakeEnum(const std::string& key, const std::array<const char*, 4>& names, Enum& value) {
-        Take(key, [&](const json& member) {
-            const auto& name = member.get_ref<const std::string&>();
-            for (std::size_t i = 0; i < names.size(); ++i) {
-                if (name == names.at(i)) {
-                    value = static_cast<Enum>(i);
-                    return;
-                }
-            }
-            throw std::runtime_error(Name(key) + " is unknown: " + name);
-        });
-    }
-
-    void TakeTimeout(const std::string& key, std::int64_t least, std::chrono::milliseconds& value) {
-        Take(key, [&](const json& member) {
-            const bool inRange =
-                member.is_number_integer() && member >= least && member <= kMaxTimeoutMs;
-            if (!inRange) {
-                throw std::runtime_error(Name(key) + " must be a number of milliseconds from " +
-                                         std::to_string(least) + " to " +
-                                         std::to_string(kMaxTimeoutMs));
-            }
-            value = std::chrono::milliseconds(member.get<std::int64_t>());
-        });
-    }
-
-    void WarnOfRest(std::vector<std::string>& warnings) const {
-        for (const auto& member : mMembers) {
-            warnings.push_back("unknown key " + Name(member.first));
-        }
-    }
-
-    std::string Name(const std::string& key) const { return mWhere + "." + key; }
-
-private:
-    std::string mWhere;
-    std::map<std::string, const json*> mMembers;
-};
-
 void ReadTransactionTypes(const json& object, ConnectorFile& file,
                           std::vector<std::string>& warnings) {
     if (!object.is_object()) {
         throw std::runtime_error("file.transactionTypes must be an object");
     }
     for (const auto& item : object.items()) {
-        Members members(item.value(), "file.transactionTypes." + item.key());
+        JsonMembers members(item.value(), "file.transactionTypes." + item.key());
         TransactionType& type = file.transactionTypes[item.key()];
         members.Take("activated",
                      [&type](const json& member) { type.activated = member.get<bool>(); });
         members.TakeEnum("connectionState", kConnectionNames, type.connectionState);
         members.WarnOfRest(warnings);
     }
+}
+
+bool HoldsPassword(const ConnectorFile& file) {
+    return std::any_of(file.operations.begin(), file.operations.end(), [](const auto& operation) {
+        const auto& proxy = operation.second.proxy;
+        return proxy && !proxy->password.empty();
+    });
 }
 
 class TemporaryFile {
@@ -127,7 +72,7 @@ public:
         errno = error;
     }
 
-    bool Write(const std::string& text) {
+    bool Write(const std::string& text, mode_t mode) {
         std::size_t written = 0;
         while (mDescriptor >= 0 && written < text.size()) {
             const ssize_t count = write(mDescriptor, text.data() + written, text.size() - written);
@@ -136,7 +81,7 @@ public:
             }
             written += count > 0 ? static_cast<std::size_t>(count) : 0;
         }
-        return mDescriptor >= 0 && fchmod(mDescriptor, kFileMode) == 0 && fsync(mDescriptor) == 0;
+        return mDescriptor >= 0 && fchmod(mDescriptor, mode) == 0 && fsync(mDescriptor) == 0;
     }
 
     bool RenameTo(const std::string& target) {
@@ -161,19 +106,38 @@ std::string ConnectorFile::ToJson() const {
              kConnectionNames.at(static_cast<std::size_t>(type.connectionState))},
         };
     }
+    json entries = json::object();
+    for (const auto& [id, settings] : operations) {
+        entries[id] = JsonOf(settings);
+    }
     const json root = {
         {"sessionStatus", kSessionNames.at(static_cast<std::size_t>(sessionStatus))},
         {"connectTimeoutMs", connectTimeout.count()},
         {"urlTimeoutMs", urlTimeout.count()},
+        {"closeTimeoutMs", closeTimeout.count()},
         {"transactionTypes", types},
         {"invocationUrls", invocationUrls},
+        {"operations", entries},
     };
     return root.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
+std::vector<std::string> ConnectorFile::UnprotectedHttpsOperations() const {
+    std::vector<std::string> result;
+    for (const auto& [id, url] : invocationUrls) {
+        const auto entry = operations.find(id);
+        const bool isProtected = entry != operations.end() && entry->second.tls;
+        if (url.rfind("https:", 0) == 0 && !isProtected) {
+            result.push_back(id);
+        }
+    }
+    return result;
+}
+
 bool ConnectorFile::WriteAtomically(const std::string& path) const {
     TemporaryFile file(path);
-    return file.Write(ToJson()) && file.RenameTo(path);
+    return file.Write(ToJson(), HoldsPassword(*this) ? kSecretFileMode : kFileMode) &&
+           file.RenameTo(path);
 }
 
 void ParseConnectorFile(const std::string& text, ConnectorFile& file,
@@ -198,15 +162,18 @@ void ParseConnectorFile(const std::string& text, ConnectorFile& file,
         throw std::runtime_error(std::string("no usable JSON: ") + error.what());
     }
     ConnectorFile result;
-    Members members(root, "file");
+    JsonMembers members(root, "file");
     members.TakeEnum("sessionStatus", kSessionNames, result.sessionStatus);
     members.TakeTimeout("connectTimeoutMs", 1, result.connectTimeout);
     members.TakeTimeout("urlTimeoutMs", 0, result.urlTimeout);
+    members.TakeTimeout("closeTimeoutMs", 0, result.closeTimeout);
     members.Take("transactionTypes",
                  [&](const json& object) { ReadTransactionTypes(object, result, warnings); });
     members.Take("invocationUrls", [&result](const json& object) {
         result.invocationUrls = object.get<std::map<std::string, std::string>>();
     });
+    members.Take("operations",
+                 [&](const json& object) { result.operations = ReadOperations(object, warnings); });
     members.WarnOfRest(warnings);
     file = std::move(result);
 }

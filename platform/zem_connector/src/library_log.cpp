@@ -14,6 +14,10 @@ const ara::log::Logger& Log() {
 
 }  // namespace
 
+void LogInfo(const std::string& text) {
+    Log().LogInfo() << "ZemConnector: " << text;
+}
+
 void LogWarning(const std::string& text) {
     Log().LogWarn() << "ZemConnector: " << text;
 }

@@ -1,5 +1,6 @@
 #include "name_lookup.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -32,10 +33,27 @@ NameLookupResult SystemNameLookup(const std::string& host, unsigned short port) 
         if (result.addresses.size() == kMaxAddresses) {
             break;
         }
-        SocketAddress address;
-        std::memcpy(&address.storage, entry->ai_addr, entry->ai_addrlen);
-        address.length = entry->ai_addrlen;
-        result.addresses.push_back(address);
+        boost::asio::ip::tcp::endpoint address;
+        if (entry->ai_addrlen <= address.capacity()) {
+            std::memcpy(address.data(), entry->ai_addr, entry->ai_addrlen);
+            address.resize(entry->ai_addrlen);
+            result.addresses.push_back(address);
+        }
+    }
+    result.addresses = InterleaveFamilies(result.addresses);
+    return result;
+}
+
+Endpoints InterleaveFamilies(const Endpoints& addresses) {
+    Endpoints rest = addresses;
+    Endpoints result;
+    while (!rest.empty()) {
+        const auto turn = std::find_if(rest.begin(), rest.end(), [&result](const auto& address) {
+            return result.empty() || address.protocol() != result.back().protocol();
+        });
+        const auto next = turn == rest.end() ? rest.begin() : turn;
+        result.push_back(*next);
+        rest.erase(next);
     }
     return result;
 }

@@ -4,19 +4,15 @@
 #include <system_error>
 #include <utility>
 
-#include <boost/asio/post.hpp>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace zem_connector {
 
 namespace {
 
-host::SocketStatus StatusOf(int error) {
-    switch (error) {
+host::SocketStatus StatusOf(const boost::system::error_code& error) {
+    switch (error.value()) {
         case ECONNREFUSED:
             return host::kSocketRefused;
         case ETIMEDOUT:
@@ -33,27 +29,24 @@ host::SocketStatus StatusOf(int error) {
     }
 }
 
-/// Makes the socket what the receiver expects; 0, or the error.
-int Finalize(int descriptor) {
-    const int enabled = 1;
-    if (setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &enabled, sizeof(enabled)) != 0) {
-        return errno;
-    }
+bool MakeBlocking(int descriptor) {
     const int flags = fcntl(descriptor, F_GETFL);
-    if (flags < 0 || fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {
-        return errno;
-    }
-    return 0;
+    return flags >= 0 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 }  // namespace
 
-SocketAttempt::SocketAttempt(boost::asio::io_context& context, Done done)
-    : mDone(std::move(done)), mSocket(context), mTimer(context) {}
+SocketAttempt::SocketAttempt(boost::asio::io_context& context, ConnectionPlan plan, Done done)
+    : mContext(context), mPlan(std::move(plan)), mDone(std::move(done)), mTimer(context) {}
 
 void SocketAttempt::Start(std::chrono::milliseconds limit) {
-    mDeadline = Clock::now() + limit;
-    StartTimer(mDeadline);
+    mTimer.expires_after(limit);
+    mTimer.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
+        const auto self = weak.lock();
+        if (self && !error && self->mDone) {
+            self->Fail(host::kSocketTimeout, std::string(self->mStep) + " not ended in time");
+        }
+    });
 }
 
 void SocketAttempt::UseAddresses(const NameLookupResult& lookup) {
@@ -61,127 +54,113 @@ void SocketAttempt::UseAddresses(const NameLookupResult& lookup) {
         return;
     }
     if (lookup.addresses.empty()) {
-        mLastDetail = lookup.detail;
-        Finish(lookup.status == host::kSocketConnected ? host::kSocketNameNotFound : lookup.status,
-               -1);
+        Fail(lookup.status == host::kSocketConnected ? host::kSocketNameNotFound : lookup.status,
+             lookup.detail);
         return;
     }
-    mAddresses = lookup.addresses;
-    TryNextAddress();
+    mStep = "connecting";
+    mRace = std::make_shared<AddressRace>(
+        mContext, lookup.addresses,
+        [weak = weak_from_this()](const boost::system::error_code& error, Socket socket) {
+            const auto self = weak.lock();
+            if (self) {
+                self->OnConnected(error, std::move(socket));
+            }
+        });
+    mRace->Start();
 }
 
-void SocketAttempt::TryNextAddress() {
-    if (mNextAddress == mAddresses.size()) {
-        Finish(mLastStatus, -1);
-        return;
-    }
-    const auto left = static_cast<Clock::rep>(mAddresses.size() - mNextAddress);
-    const auto now = Clock::now();
-    StartTimer(now + (mDeadline - now) / left);
-    const SocketAddress& address = mAddresses[mNextAddress];
-    ++mNextAddress;
-
-    const int descriptor =
-        socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
-    if (descriptor < 0) {
-        OnFailed(errno);
-        return;
-    }
-    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address.storage), address.length) ==
-        0) {
-        Succeed(descriptor);
-        return;
-    }
-    if (errno != EINPROGRESS) {
-        const int error = errno;
-        close(descriptor);
-        OnFailed(error);
-        return;
-    }
-    AwaitConnected(descriptor);
-}
-
-void SocketAttempt::AwaitConnected(int descriptor) {
-    boost::system::error_code error;
-    mSocket.assign(descriptor, error);
+void SocketAttempt::OnConnected(const boost::system::error_code& error, Socket socket) {
     if (error) {
-        close(descriptor);
-        OnFailed(error.value());
+        Fail(StatusOf(error), error.message());
         return;
     }
-    mSocket.async_wait(
-        boost::asio::posix::stream_descriptor::wait_write,
-        [weak = weak_from_this(), id = mWaitId](const boost::system::error_code& waitError) {
+    if (!mPlan.proxy) {
+        OnReached(std::move(socket));
+        return;
+    }
+    mStep = "the proxy's part";
+    mProxyHandshake = std::make_shared<ProxyHandshake>(
+        std::move(socket), *mPlan.proxy, mPlan.target,
+        [weak = weak_from_this()](host::SocketStatus status, const std::string& detail,
+                                  Socket reached) {
             const auto self = weak.lock();
-            if (self && !waitError && id == self->mWaitId) {
-                self->OnWritable();
+            if (!self) {
+                return;
             }
+            if (status != host::kSocketConnected) {
+                self->Fail(status, detail);
+                return;
+            }
+            self->OnReached(std::move(reached));
         });
+    mProxyHandshake->Start();
 }
 
-void SocketAttempt::OnWritable() {
-    int error = 0;
-    socklen_t size = sizeof(error);
-    if (getsockopt(mSocket.native_handle(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        OnFailed(error);
+void SocketAttempt::OnReached(Socket socket) {
+    if (!mPlan.tls) {
+        HandOver(std::move(socket));
         return;
     }
-    Succeed(mSocket.release());
+    mStep = "the TLS handshake";
+    mStream = std::make_unique<TlsStream>(std::move(mPlan.tls), std::move(socket));
+    Handshake();
 }
 
-void SocketAttempt::OnFailed(int error) {
-    mLastStatus = StatusOf(error);
-    mLastDetail = std::generic_category().message(error);
-    boost::system::error_code ignored;
-    mSocket.close(ignored);
-    // By way of the queue, so that a long list of addresses that fail at once does not recurse.
-    ++mWaitId;
-    boost::asio::post(mTimer.get_executor(), [weak = weak_from_this(), id = mWaitId] {
-        const auto self = weak.lock();
-        if (self && self->mDone && id == self->mWaitId) {
-            self->TryNextAddress();
+void SocketAttempt::Handshake() {
+    const TlsStream::Result result = mStream->Handshake();
+    switch (result) {
+        case TlsStream::Result::kDone: {
+            ConnectionResult connected;
+            connected.status = host::kSocketConnected;
+            connected.stream = std::move(mStream);
+            Finish(std::move(connected));
+            return;
         }
-    });
+        case TlsStream::Result::kWantRead:
+        case TlsStream::Result::kWantWrite:
+            mStream->AsyncWait(
+                result, [weak = weak_from_this()](const boost::system::error_code& error) {
+                    const auto self = weak.lock();
+                    if (self && self->mDone && error != boost::asio::error::operation_aborted) {
+                        self->Handshake();
+                    }
+                });
+            return;
+        default:
+            Fail(mStream->HandshakeStatus(), mStream->Detail());
+    }
 }
 
-void SocketAttempt::OnTimeout() {
-    if (mAddresses.empty()) {
-        Finish(mLastStatus, -1);
+void SocketAttempt::HandOver(Socket socket) {
+    boost::system::error_code error;
+    const int descriptor = socket.release(error);
+    if (error) {
+        Fail(host::kSocketFailed, error.message());
         return;
     }
-    OnFailed(ETIMEDOUT);
-}
-
-void SocketAttempt::StartTimer(Clock::time_point end) {
-    ++mWaitId;
-    mTimer.expires_at(end);
-    mTimer.async_wait(
-        [weak = weak_from_this(), id = mWaitId](const boost::system::error_code& error) {
-            const auto self = weak.lock();
-            if (self && !error && self->mDone && id == self->mWaitId) {
-                self->OnTimeout();
-            }
-        });
-}
-
-void SocketAttempt::Succeed(int descriptor) {
-    const int error = Finalize(descriptor);
-    if (error != 0) {
+    if (!MakeBlocking(descriptor)) {
+        const int cause = errno;
         close(descriptor);
-        OnFailed(error);
+        Fail(host::kSocketFailed, std::generic_category().message(cause));
         return;
     }
-    Finish(host::kSocketConnected, descriptor);
+    ConnectionResult connected;
+    connected.status = host::kSocketConnected;
+    connected.descriptor = descriptor;
+    Finish(std::move(connected));
 }
 
-void SocketAttempt::Finish(host::SocketStatus status, int descriptor) {
-    ++mWaitId;
+void SocketAttempt::Fail(host::SocketStatus status, const std::string& detail) {
+    ConnectionResult result;
+    result.status = status;
+    result.detail = detail;
+    Finish(std::move(result));
+}
+
+void SocketAttempt::Finish(ConnectionResult result) {
     mTimer.cancel();
-    const Done done = std::exchange(mDone, nullptr);
-    done({status, descriptor}, mLastDetail);
+    std::exchange(mDone, nullptr)(std::move(result));
 }
 
 }  // namespace zem_connector

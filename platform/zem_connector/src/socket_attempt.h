@@ -3,61 +3,82 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <zem_connector_host/operation_settings.h>
 #include <zem_connector_host/socket_status.h>
 
-#include <zem_connector/zem_socket_callback_if.h>
-
+#include "address_race.h"
 #include "name_lookup.h"
+#include "proxy_handshake.h"
+#include "tls_stream.h"
 
 namespace zem_connector {
 
-/// Connects one TCP socket within a time limit, trying a host's addresses in turn.
+/// What is to be connected, and how.
+struct ConnectionPlan {
+    ProxyTarget target;
+    std::optional<host::ProxySettings> proxy;
+    /// Null for a connection in clear.
+    SslPtr tls;
+
+    /// The host whose addresses are to be looked up.
+    const std::string& NextHost() const { return proxy ? proxy->host : target.host; }
+    unsigned short NextPort() const { return proxy ? proxy->port : target.port; }
+};
+
+/// How an attempt ended.
+struct ConnectionResult {
+    host::SocketStatus status{host::kSocketFailed};
+    /// The cause of a failure, for the log.
+    std::string detail;
+    /// On success one of the two: a connected, blocking, close-on-exec socket that has TCP_NODELAY
+    /// set and belongs to the receiver, or a stream after its handshake.
+    int descriptor{-1};
+    std::unique_ptr<TlsStream> stream;
+};
+
+/// Makes one connection within a time limit: to the host or its proxy, through the proxy, and
+/// protected where that is asked for. A step that fails ends the attempt; there is no way round it.
 ///
-/// An address gets an equal share of the time that is left, so that one that swallows packets does
-/// not keep the others from their turn. All happens on the thread that runs the context; a socket
-/// that nobody took over is closed.
+/// All happens on the thread that runs the context. Whoever drops the last reference ends the
+/// attempt; a socket that nobody took over is closed.
 class SocketAttempt : public std::enable_shared_from_this<SocketAttempt> {
 public:
-    /// Called once, with the result and, on failure, its cause for the log. The socket is
-    /// connected, blocking, close-on-exec and has TCP_NODELAY set; it belongs to the callee.
-    using Done = std::function<void(SocketResult, const std::string& detail)>;
+    /// Called once.
+    using Done = std::function<void(ConnectionResult)>;
 
-    SocketAttempt(boost::asio::io_context& context, Done done);
+    SocketAttempt(boost::asio::io_context& context, ConnectionPlan plan, Done done);
 
     /// The limit runs from here on; the look-up counts.
     void Start(std::chrono::milliseconds limit);
 
-    /// The look-up has ended. Does nothing if the limit has.
+    /// The look-up has ended. Does nothing if the attempt has.
     void UseAddresses(const NameLookupResult& lookup);
 
 private:
-    using Clock = std::chrono::steady_clock;
+    using Socket = boost::asio::ip::tcp::socket;
 
-    void TryNextAddress();
-    void AwaitConnected(int descriptor);
-    void OnWritable();
-    void OnFailed(int error);
-    void OnTimeout();
-    void StartTimer(Clock::time_point end);
-    void Succeed(int descriptor);
-    void Finish(host::SocketStatus status, int descriptor);
+    void OnConnected(const boost::system::error_code& error, Socket socket);
+    void OnReached(Socket socket);
+    void Handshake();
+    void HandOver(Socket socket);
+    void Fail(host::SocketStatus status, const std::string& detail);
+    void Finish(ConnectionResult result);
 
+    boost::asio::io_context& mContext;
+    ConnectionPlan mPlan;
     Done mDone;
-    boost::asio::posix::stream_descriptor mSocket;
     boost::asio::steady_timer mTimer;
-    Clock::time_point mDeadline;
-    std::vector<SocketAddress> mAddresses;
-    std::size_t mNextAddress{0};
-    /// Tells the wait under way from those that were given up but are queued already.
-    unsigned int mWaitId{0};
-    host::SocketStatus mLastStatus{host::kSocketTimeout};
-    std::string mLastDetail{"name look-up not ended in time"};
+    /// What is under way, for the log.
+    const char* mStep{"name look-up"};
+    std::shared_ptr<AddressRace> mRace;
+    std::shared_ptr<ProxyHandshake> mProxyHandshake;
+    std::unique_ptr<TlsStream> mStream;
 };
 
 }  // namespace zem_connector

@@ -1,6 +1,5 @@
 #include "connector_core.h"
 
-#include <cstring>
 #include <future>
 #include <thread>
 
@@ -33,13 +32,6 @@ protected:
         mThread.join();
     }
 
-    static SocketAddress AddressOf(const TcpListener& listener) {
-        SocketAddress address;
-        std::memcpy(&address.storage, &listener.SocketAddress(), sizeof(sockaddr_in));
-        address.length = sizeof(sockaddr_in);
-        return address;
-    }
-
     static std::string Status(host::SocketStatus status) {
         return "socket " + std::to_string(status);
     }
@@ -52,23 +44,52 @@ protected:
     std::thread mThread;
 };
 
-TEST_F(ConnectorCoreTest, AddressesAreTriedInTurnUntilOneAnswers) {
+TEST_F(ConnectorCoreTest, AnAddressThatFailsOrKeepsSilentDoesNotHoldUpTheNext) {
     TcpListener refusing;
     refusing.Close();
     TcpListener silent(0);
     silent.StopAnswering();
     TcpListener answering;
-    NameLookupResult found;
-    found.addresses = {AddressOf(refusing), AddressOf(silent), AddressOf(answering)};
-    // An address family that no system has: the attempt fails before it begins.
-    found.addresses.emplace_back(found.addresses.front()).storage.ss_family = AF_MAX;
-    std::rotate(found.addresses.begin(), found.addresses.end() - 1, found.addresses.end());
+    const Endpoints found = {refusing.Endpoint(), silent.Endpoint(), refusing.Endpoint(),
+                             answering.Endpoint()};
 
-    Start([found](const std::string&, unsigned short) { return found; },
-          std::chrono::milliseconds(2000));
+    Start(
+        [found](const std::string&, unsigned short) {
+            return NameLookupResult{found, {}, {}};
+        },
+        kLong);
     ASSERT_TRUE(mCore->Connect("type.op", "backend", 1, &mRecorder));
     EXPECT_EQ(mRecorder.Next(), Status(host::kSocketConnected));
     close(mRecorder.Socket());
+}
+
+TEST_F(ConnectorCoreTest, IfAllAddressesFailTheLastOneGivesTheStatus) {
+    TcpListener refusing;
+    refusing.Close();
+    const Endpoints found(3, refusing.Endpoint());
+    Start(
+        [found](const std::string&, unsigned short) {
+            return NameLookupResult{found, {}, {}};
+        },
+        kLong);
+    ASSERT_TRUE(mCore->Connect("type.op", "backend", 1, &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), Status(host::kSocketRefused));
+}
+
+TEST(InterleaveFamilies, TakesThemInTurn) {
+    using boost::asio::ip::make_address;
+    const auto lined = [](const std::vector<const char*>& texts) {
+        Endpoints result;
+        for (const char* text : texts) {
+            result.emplace_back(make_address(text), 1);
+        }
+        return result;
+    };
+    EXPECT_EQ(InterleaveFamilies(lined({"::1", "::2", "::3", "1.1.1.1", "2.2.2.2"})),
+              lined({"::1", "1.1.1.1", "::2", "2.2.2.2", "::3"}));
+    EXPECT_EQ(InterleaveFamilies(lined({"1.1.1.1", "2.2.2.2", "::1"})),
+              lined({"1.1.1.1", "::1", "2.2.2.2"}));
+    EXPECT_EQ(InterleaveFamilies({}), Endpoints());
 }
 
 TEST_F(ConnectorCoreTest, AFailedLookupGivesItsStatus) {

@@ -1,7 +1,10 @@
 #include <stdexcept>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <zem_connector_host/connector_file.h>
+
+#include "testing/temporary_directory.h"
 
 namespace zem_connector::host {
 
@@ -10,11 +13,15 @@ TEST(ConnectorFile, WhatIsWrittenIsReadBack) {
     written.sessionStatus = SessionStatus::kRejected;
     written.connectTimeout = std::chrono::milliseconds(1);
     written.urlTimeout = std::chrono::milliseconds(0);
+    written.closeTimeout = std::chrono::milliseconds(7);
     written.transactionTypes["a"] = {
         false, ZemServiceControllerCallbackIf::SCConnectionState::kNotAvailable};
     written.transactionTypes["b"] = {true,
                                      ZemServiceControllerCallbackIf::SCConnectionState::kConnected};
     written.invocationUrls["a.op"] = "https://backend:8443/x?y=\"1\"";
+    written.operations["a.op"] = {TlsSettings{"/ca.pem", "backend", TlsVersion::kTls13},
+                                  ProxySettings{ProxyType::kSocks5, "::1", 1080, "u", "p"}};
+    written.operations["b.op"] = {};
 
     ConnectorFile read;
     std::vector<std::string> warnings;
@@ -23,6 +30,9 @@ TEST(ConnectorFile, WhatIsWrittenIsReadBack) {
     EXPECT_EQ(read.sessionStatus, SessionStatus::kRejected);
     EXPECT_FALSE(read.transactionTypes.at("a").activated);
     EXPECT_EQ(read.invocationUrls.at("a.op"), "https://backend:8443/x?y=\"1\"");
+    EXPECT_EQ(read.operations.at("a.op").tls->minimumVersion, TlsVersion::kTls13);
+    EXPECT_EQ(read.closeTimeout, std::chrono::milliseconds(7));
+    EXPECT_EQ(read.operations.at("a.op").proxy->password, "p");
     EXPECT_TRUE(warnings.empty());
 }
 
@@ -39,6 +49,25 @@ TEST(ConnectorFile, MissingKeysStandForDefaultsAndUnknownOnesAreNamed) {
     EXPECT_EQ(warnings[1], "unknown key file.sessionState");
 }
 
+TEST(ConnectorFile, AnHttpsUrlWithoutProtectionIsFound) {
+    ConnectorFile file;
+    std::vector<std::string> warnings;
+    ParseConnectorFile(R"({"invocationUrls": {"a": "https:", "b": "https:", "c": "http:"},
+                           "operations": {"a": {"tls": {"trustAnchors": "/ca"}}}})",
+                       file, warnings);
+    EXPECT_EQ(file.UnprotectedHttpsOperations(), std::vector<std::string>{"b"});
+    EXPECT_EQ(file.operations.at("a").tls->minimumVersion, TlsVersion::kTls12);
+}
+
+/// A file with one operation whose entry is this.
+std::string Operation(const std::string& entry) {
+    return R"({"operations": {"a": )" + entry + "}}";
+}
+
+std::string Proxy(const std::string& members) {
+    return Operation(R"({"tls": false, "proxy": {)" + members + "}}");
+}
+
 class BadConnectorFile : public testing::TestWithParam<std::string> {};
 
 TEST_P(BadConnectorFile, IsRefusedAndLeavesTheRecordAlone) {
@@ -51,16 +80,40 @@ TEST_P(BadConnectorFile, IsRefusedAndLeavesTheRecordAlone) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, BadConnectorFile,
-    testing::Values(std::string(), "{", "[]", "{} {}", R"({"sessionStatus": "Started"})",
-                    R"({"sessionStatus": 2})", R"({"connectTimeoutMs": 0})",
-                    R"({"connectTimeoutMs": 1.5})", R"({"connectTimeoutMs": 1e999})",
-                    R"({"unknown": 1e999})", R"({"connectTimeoutMs": 18446744073709551615})",
-                    R"({"urlTimeoutMs": 600001})", R"({"transactionTypes": []})",
-                    R"({"transactionTypes": {"a": true}})",
-                    R"({"transactionTypes": {"a": {"activated": "yes"}}})",
-                    R"({"transactionTypes": {"a": {"connectionState": "OnDemand"}}})",
-                    R"({"invocationUrls": {"a": 1}})", "{\"invocationUrls\": {\"\xff\": \"\"}}",
-                    std::string(200000, '['), "{}" + std::string(ConnectorFile::kMaxSize, ' ')));
+    testing::Values(
+        std::string(), "{", "[]", "{} {}", R"({"sessionStatus": "Started"})",
+        R"({"sessionStatus": 2})", R"({"connectTimeoutMs": 0})", R"({"connectTimeoutMs": 1.5})",
+        R"({"connectTimeoutMs": 1e999})", R"({"unknown": 1e999})",
+        R"({"connectTimeoutMs": 18446744073709551615})", R"({"urlTimeoutMs": 600001})",
+        R"({"transactionTypes": []})", R"({"transactionTypes": {"a": true}})",
+        R"({"transactionTypes": {"a": {"activated": "yes"}}})",
+        R"({"transactionTypes": {"a": {"connectionState": "OnDemand"}}})",
+        R"({"invocationUrls": {"a": 1}})", "{\"invocationUrls\": {\"\xff\": \"\"}}",
+        R"({"operations": []})", Operation("{}"), Operation(R"({"tls": true})"),
+        Operation(R"({"tsl": {"trustAnchors": "/ca"}})"), Operation(R"({"tls": {}})"),
+        Operation(R"({"tls": {"trustAnchors": "ca"}})"),
+        Operation(R"({"tls": {"trustAnchors": "/ca", "serverName": ""}})"),
+        Operation(R"({"tls": {"trustAnchors": "/ca", "minimumVersion": "1.1"}})"), Proxy(""),
+        Proxy(R"("host": "h", "port": 1)"), Proxy(R"("type": "socks4", "host": "h", "port": 1)"),
+        Proxy(R"("type": "http", "host": "a b", "port": 1)"),
+        Proxy(R"("type": "http", "host": "h", "port": 65536)"),
+        Proxy(R"("type": "http", "host": "h", "port": 1, "user": "u")"),
+        Proxy(R"("type": "http", "host": "h", "port": 1, "user": "a:b", "password": "p")"),
+        Proxy(R"("type": "socks5", "host": "h", "port": 1, "user": "u\n", "password": "p")"),
+        std::string(200000, '['), "{}" + std::string(ConnectorFile::kMaxSize, ' ')));
+
+TEST(ConnectorFile, OneWithAPasswordIsForItsOwnerOnly) {
+    const testing_support::TemporaryDirectory directory;
+    const std::string path = directory.File("file.json");
+    ConnectorFile file;
+    for (const mode_t mode : {0644U, 0600U}) {
+        ASSERT_TRUE(file.WriteAtomically(path));
+        struct stat status {};
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, mode);
+        file.operations["op"].proxy = ProxySettings{ProxyType::kHttp, "h", 1, "user", "secret"};
+    }
+}
 
 TEST(ConnectorFile, AWriteThatFailsReportsSo) {
     EXPECT_FALSE(ConnectorFile().WriteAtomically("/nonexistent/directory/file.json"));

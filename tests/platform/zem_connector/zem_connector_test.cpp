@@ -137,6 +137,7 @@ TEST_F(ZemConnectorTest, AUrlQueryIsAnsweredOnceWhetherKnownOrNot) {
 TEST_F(ZemConnectorTest, AUrlQueryFailsIfNoSessionComesInTime) {
     mFile.urlTimeout = std::chrono::milliseconds(1);
     StartWith(SessionStatus::kStarting);
+    EXPECT_EQ(mLog.Count("The URL of type.op says https, but its sockets are in clear"), 1U);
     ASSERT_TRUE(mConnector.GetInvocationUrl("type.op", &mRecorder));
     EXPECT_EQ(mRecorder.Next(), "url 1 type.op ");
 }

@@ -26,7 +26,9 @@ public:
     /// Opens the session; returns its present status. Changes come by `ZemConnectorStatus`.
     virtual SessionStatus Start();
 
-    /// Ends the session and all that is under way. No callback runs or comes afterwards.
+    /// Ends the session and all that is under way. No callback runs or comes afterwards, unless
+    /// it is called from inside one: then that is the last. Waits for a callback that runs, and
+    /// for nothing else. Sockets that the library carries bytes for end, too.
     virtual void Stop();
 
     /// Asks for the activation and connection state of a transaction type: the present one, and
@@ -40,7 +42,8 @@ public:
                                   ZemServiceControllerCallbackIf* callback);
 
     /// Connects a stream socket on behalf of an operation. True: exactly one `ZemSocketResult`
-    /// follows.
+    /// follows. The library may protect the connection, and then carries the bytes until either
+    /// side ends.
     virtual bool SocketConnect(std::string operationId, std::string host, unsigned short port,
                                ZemSocketCallbackIf* callback);
 

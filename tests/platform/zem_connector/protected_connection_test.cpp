@@ -1,0 +1,594 @@
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <zem_connector_host/connector_file.h>
+#include <zem_connector_host/socket_status.h>
+
+#include <zem_connector/zem_connector.h>
+
+#include "callback_recorder.h"
+#include "scripted_peer.h"
+#include "testing/captured_log.h"
+#include "testing/temporary_directory.h"
+
+namespace zem_connector {
+
+using host::ProxySettings;
+using host::ProxyType;
+using host::SocketStatus;
+using host::TlsSettings;
+using host::TlsVersion;
+using testing_support::CertificateTraits;
+using testing_support::Identity;
+
+constexpr const char* kServerName = "backend.test";
+
+/// A server's certificate under a root of its own.
+struct ServerFamily {
+    static CertificateTraits Traits(const std::string& names) {
+        CertificateTraits traits;
+        traits.commonName = kServerName;
+        traits.extensions["subjectAltName"] = names;
+        return traits;
+    }
+    static const ServerFamily& Get() {
+        static const ServerFamily family;
+        return family;
+    }
+
+    Identity root = SelfSigned(testing_support::CaTraits("Root"));
+    Identity server = IssuedBy(root, Traits("DNS:backend.test,IP:127.0.0.1"));
+};
+
+/// A connector whose one operation is protected, and the client's end of its connections.
+class ProtectedConnectionTest : public testing::Test {
+protected:
+    void SetUp() override {
+        setenv("ZEM_CONNECTOR_CONFIG", mDirectory.File("file.json").c_str(), 1);
+        mTls.trustAnchors = WriteAnchors("root.pem", ServerFamily::Get().root.Pem());
+        mTls.serverName = kServerName;
+        mFile.connectTimeout = std::chrono::minutes(10);
+    }
+
+    void TearDown() override {
+        if (mSocket >= 0) {
+            close(mSocket);
+        }
+    }
+
+    std::string WriteAnchors(const std::string& name, const std::string& pem) {
+        std::ofstream(mDirectory.File(name)) << pem;
+        return mDirectory.File(name);
+    }
+
+    void Start() {
+        mFile.operations["op"] = {mTls, mProxy};
+        if (mInClear) {
+            mFile.operations["op"].tls.reset();
+        }
+        ASSERT_TRUE(mFile.WriteAtomically(mDirectory.File("file.json")));
+        mConnector = std::make_unique<ZemConnector>(nullptr, nullptr);
+        ASSERT_EQ(mConnector->Start(), SessionStatus::kStarted);
+    }
+
+    void BeginConnect(unsigned short port) {
+        if (!mConnector) {
+            Start();
+        }
+        ASSERT_TRUE(mConnector->SocketConnect("op", "127.0.0.1", port, &mRecorder));
+    }
+
+    /// The status of an attempt to connect.
+    std::string Connect(unsigned short port) {
+        BeginConnect(port);
+        std::string status = mRecorder.Next();
+        mSocket = mRecorder.Socket();
+        return status;
+    }
+
+    static std::string Status(SocketStatus status) { return "socket " + std::to_string(status); }
+
+    testing_support::TemporaryDirectory mDirectory;
+    testing_support::CapturedLog mLog;
+    host::ConnectorFile mFile;
+    TlsSettings mTls;
+    std::optional<ProxySettings> mProxy;
+    bool mInClear{false};
+    CallbackRecorder mRecorder;
+    std::unique_ptr<ZemConnector> mConnector;
+    int mSocket{-1};
+};
+
+/// Says back what comes, to the client's proper end.
+void Echo(TlsServer& server) {
+    for (std::string text = server.Read(65536); !text.empty(); text = server.Read(65536)) {
+        server.Write(text);
+    }
+    server.End();
+}
+
+ScriptedPeer::Script EchoBy(const Identity& identity, int maxVersion = 0) {
+    return [identity, maxVersion](int socket) {
+        TlsServer server(socket, identity, maxVersion);
+        Echo(server);
+    };
+}
+
+struct RefusalCase {
+    const char* name;
+    ScriptedPeer::Script peer;
+    SocketStatus status;
+    const char* log;
+    TlsSettings settings{"", kServerName, TlsVersion::kTls12};
+};
+
+std::vector<RefusalCase> Refusals() {
+    const ServerFamily& family = ServerFamily::Get();
+    const auto issued = [&family](const std::function<void(CertificateTraits&)>& change) {
+        CertificateTraits traits = ServerFamily::Traits("DNS:backend.test");
+        change(traits);
+        return EchoBy(IssuedBy(family.root, traits));
+    };
+    const auto day = std::chrono::hours(24);
+    const auto now = std::chrono::system_clock::now();
+    constexpr auto kCertificate = host::kSocketCertificateRejected;
+    constexpr auto kHandshake = host::kSocketHandshakeFailed;
+    return {
+        {"WrongName", issued([](auto& t) { t.extensions["subjectAltName"] = "DNS:other.test"; }),
+         kCertificate, "hostname mismatch"},
+        {"NameInTheSubjectOnly", issued([](auto& t) { t.extensions["subjectAltName"] = ""; }),
+         kCertificate, "hostname mismatch"},
+        {"WrongAddress",
+         EchoBy(family.server),
+         kCertificate,
+         "IP address mismatch",
+         {"", "127.0.0.2", TlsVersion::kTls12}},
+        {"Expired", issued([&](auto& t) {
+             t.notBefore = now - 2 * day;
+             t.notAfter = now - day;
+         }),
+         kCertificate, "certificate has expired"},
+        {"NotYetValid", issued([&](auto& t) { t.notBefore = now + day; }), kCertificate,
+         "certificate is not yet valid"},
+        {"NotForServers", issued([](auto& t) { t.extendedKeyUsage = "clientAuth"; }), kCertificate,
+         "certificate purpose"},
+        {"BrokenSignature", issued([](auto& t) { t.hasBrokenSignature = true; }), kCertificate,
+         "certificate signature failure"},
+        {"Untrusted", EchoBy(SelfSigned(ServerFamily::Traits("DNS:backend.test"))), kCertificate,
+         "self-signed certificate"},
+        {"OldVersionOnly", EchoBy(family.server, TLS1_1_VERSION), kHandshake, "protocol version"},
+        {"BelowTheMinimum",
+         EchoBy(family.server, TLS1_2_VERSION),
+         kHandshake,
+         "protocol version",
+         {"", kServerName, TlsVersion::kTls13}},
+        {"NoTls",
+         [](int socket) {
+             SendText(socket, "HTTP/1.1 400 Bad Request\r\n\r\n");
+             ReceiveUpTo(socket, 65536);
+         },
+         kHandshake, "wrong version number"},
+        {"EndsAtOnce", [](int socket) { ReceiveUpTo(socket, 100); }, kHandshake, ""},
+        {"NoAnchors",
+         [](int) { ADD_FAILURE() << "connected"; },
+         host::kSocketFailed,
+         "/nonexistent: No such file",
+         {"/nonexistent", kServerName, TlsVersion::kTls12}},
+        {"AnchorsThatAreNone",
+         [](int) { ADD_FAILURE() << "connected"; },
+         host::kSocketFailed,
+         "certificates in PEM expected",
+         {"/etc/passwd", kServerName, TlsVersion::kTls12}},
+    };
+}
+
+class RefusedConnectionTest : public ProtectedConnectionTest,
+                              public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(RefusedConnectionTest, GivesAStatusAndNoSocket) {
+    const RefusalCase c = Refusals().at(GetParam());
+    SCOPED_TRACE(c.name);
+    const std::string anchors = mTls.trustAnchors;
+    mTls = c.settings;
+    mTls.trustAnchors = mTls.trustAnchors.empty() ? anchors : mTls.trustAnchors;
+    ScriptedPeer peer(c.peer);
+    EXPECT_EQ(Connect(peer.Port()), Status(c.status));
+    EXPECT_EQ(mSocket, -1);
+    EXPECT_EQ(mLog.Count("Can't connect to 127.0.0.1:" + std::to_string(peer.Port()) + " for op"),
+              1U);
+    EXPECT_GE(mLog.Count(c.log), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Causes, RefusedConnectionTest,
+                         testing::Range(std::size_t{0}, Refusals().size()),
+                         [](const auto& c) { return Refusals().at(c.param).name; });
+
+TEST_F(ProtectedConnectionTest, APeerThatKeepsSilentInTheHandshakeTimesOut) {
+    TcpListener silent;
+    mFile.connectTimeout = std::chrono::milliseconds(100);
+    EXPECT_EQ(Connect(silent.Port()), Status(host::kSocketTimeout));
+    EXPECT_EQ(mLog.Count("the TLS handshake not ended in time"), 1U);
+}
+
+TEST_F(ProtectedConnectionTest, BytesGoBothWaysOnceThePeerIsKnown) {
+    const Identity& server = ServerFamily::Get().server;
+    const std::string bundle =
+        testing_support::PemOf({SelfSigned(testing_support::CaTraits("Other")), server});
+    const std::string pinned = WriteAnchors("pinned.pem", bundle);
+    struct Case {
+        TlsSettings settings;
+        int maxVersion;
+        std::string version;
+    };
+    const std::vector<Case> cases = {
+        {mTls, 0, "TLSv1.3"},
+        {mTls, TLS1_2_VERSION, "TLSv1.2"},
+        {{mTls.trustAnchors, "", TlsVersion::kTls13}, 0, "TLSv1.3"},
+        {{pinned, kServerName, TlsVersion::kTls13}, 0, "TLSv1.3"},
+    };
+    for (const Case& c : cases) {
+        mTls = c.settings;
+        mConnector.reset();
+        mLog.Clear();
+        ScriptedPeer peer(EchoBy(server, c.maxVersion));
+        ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+        EXPECT_EQ(mLog.Count(" by " + c.version), 1U);
+        SendText(mSocket, "hello");
+        EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
+        close(mSocket);
+    }
+    mSocket = -1;
+}
+
+TEST_F(ProtectedConnectionTest, AnIpV6PeerIsReachedToo) {
+    const int probe = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in6 loopback{};
+    loopback.sin6_family = AF_INET6;
+    loopback.sin6_addr = in6addr_loopback;
+    const bool usable =
+        bind(probe, reinterpret_cast<const sockaddr*>(&loopback), sizeof(loopback)) == 0;
+    close(probe);
+    if (!usable) {
+        GTEST_SKIP() << "no IPv6 here";
+    }
+    const ScriptedPeer peer(EchoBy(ServerFamily::Get().server), AF_INET6);
+    Start();
+    ASSERT_TRUE(mConnector->SocketConnect("op", "::1", peer.Port(), &mRecorder));
+    EXPECT_EQ(mRecorder.Next(), Status(host::kSocketConnected));
+    close(mRecorder.Socket());
+}
+
+TEST_F(ProtectedConnectionTest, WhoIsSlowHoldsTheOthersBackAndNothingIsLost) {
+    ScriptedPeer peer(EchoBy(ServerFamily::Get().server));
+    ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+    // As long as we do not read, the echo stands still, and then what is on its way to it.
+    constexpr std::size_t kMoreThanAnyBuffer = std::size_t{64} * 1024 * 1024;
+    std::string sent;
+    std::string part(8192, '\0');
+    pollfd writable{mSocket, POLLOUT, 0};
+    while (poll(&writable, 1, 300) == 1 && sent.size() < kMoreThanAnyBuffer) {
+        for (char& c : part) {
+            c = static_cast<char>(sent.size() * 31 +
+                                  static_cast<std::size_t>(&c - part.data()) / 7);
+        }
+        const ssize_t size = send(mSocket, part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        sent.append(part, 0, size > 0 ? static_cast<std::size_t>(size) : 0);
+    }
+    EXPECT_LT(sent.size(), kMoreThanAnyBuffer);
+    EXPECT_TRUE(ReceiveUpTo(mSocket, sent.size()) == sent);
+    close(std::exchange(mSocket, -1));
+}
+
+TEST_F(ProtectedConnectionTest, TheEndOfTheStreamComesAndACutOneIsNoticed) {
+    for (const bool proper : {true, false}) {
+        ScriptedPeer peer([proper](int socket) {
+            TlsServer server(socket, ServerFamily::Get().server);
+            server.Write("answer");
+            if (proper) {
+                server.End();
+            }
+        });
+        ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "answer");
+        EXPECT_TRUE(proper || mLog.WaitFor("may lack its end: the connection ended in the middle"));
+        EXPECT_EQ(mLog.Count("may lack its end"), proper ? 0U : 1U);
+        close(std::exchange(mSocket, -1));
+    }
+}
+
+TEST_F(ProtectedConnectionTest, AClientThatEndsItsDirectionStillGetsTheAnswer) {
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        ScriptedPeer peer([version](int socket) {
+            TlsServer server(socket, ServerFamily::Get().server, version);
+            const std::string request = server.ReadToEnd();
+            server.Write("got " + request);
+            server.End();
+        });
+        ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+        SendText(mSocket, "request");
+        ASSERT_EQ(shutdown(mSocket, SHUT_WR), 0);
+        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "got request");
+        close(std::exchange(mSocket, -1));
+    }
+}
+
+TEST_F(ProtectedConnectionTest, WhatAClientSentBeforeItClosedArrives) {
+    std::promise<std::string> seen;
+    ScriptedPeer peer([&seen](int socket) {
+        TlsServer server(socket, ServerFamily::Get().server);
+        const std::string text = server.ReadToEnd();
+        // Nobody listens any more, so the connection goes, whether we end our direction or not.
+        char byte = 0;
+        seen.set_value(recv(socket, &byte, 1, 0) == 0 ? text : "still open");
+    });
+    ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+    const std::string text(100000, 'x');
+    SendText(mSocket, text);
+    close(std::exchange(mSocket, -1));
+    EXPECT_TRUE(seen.get_future().get() == text);
+}
+
+TEST_F(ProtectedConnectionTest, APeerThatNeverTakesItIsWaitedForWithinALimit) {
+    std::promise<void> done;
+    ScriptedPeer peer([&done](int socket) {
+        TlsServer server(socket, ServerFamily::Get().server);
+        done.get_future().wait();
+    });
+    mFile.closeTimeout = std::chrono::milliseconds(0);
+    ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+    const std::string part(65536, 'x');
+    pollfd writable{mSocket, POLLOUT, 0};
+    while (poll(&writable, 1, 300) == 1) {
+        send(mSocket, part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    close(std::exchange(mSocket, -1));
+    EXPECT_TRUE(mLog.WaitFor("did not take all that the client had sent"));
+    done.set_value();
+}
+
+TEST_F(ProtectedConnectionTest, APeerThatAnswersWithoutReadingIsHeardNevertheless) {
+    std::promise<void> done;
+    ScriptedPeer peer([&done](int socket) {
+        TlsServer server(socket, ServerFamily::Get().server);
+        server.Write("enough");
+        server.End();
+        done.get_future().wait();
+    });
+    ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+    SendText(mSocket, std::string(100000, 'x'));
+    EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "enough");
+    done.set_value();
+}
+
+TEST_F(ProtectedConnectionTest, APeerThatHasGoneTakesNoMoreAndRaisesNoSignal) {
+    for (const bool resets : {true, false}) {
+        ScriptedPeer peer([resets](int socket) {
+            TlsServer server(socket, ServerFamily::Get().server);
+            if (resets) {
+                const linger reset{1, 0};
+                setsockopt(socket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+            } else {
+                server.End();
+            }
+        });
+        ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
+        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "");
+        const std::string text(65536, 'x');
+        while (send(mSocket, text.data(), text.size(), MSG_NOSIGNAL) > 0) {
+        }
+        close(std::exchange(mSocket, -1));
+    }
+}
+
+TEST_F(ProtectedConnectionTest, PeersThatTrickleOrFloodHarmNobodyElse) {
+    std::promise<void> done;
+    const std::shared_future<void> released = done.get_future().share();
+    const Identity& server = ServerFamily::Get().server;
+    ScriptedPeer flooding([&server](int socket) {
+        TlsServer tls(socket, server);
+        while (tls.Write(std::string(65536, 'x'))) {
+        }
+    });
+    ScriptedPeer trickling([released](int socket) {
+        SendText(socket, "\x16");
+        released.wait();
+    });
+    ScriptedPeer good(EchoBy(server));
+    ASSERT_EQ(Connect(flooding.Port()), Status(host::kSocketConnected));
+    const int flooded = mSocket;
+    CallbackRecorder waiting;
+    ASSERT_TRUE(mConnector->SocketConnect("op", "127.0.0.1", trickling.Port(), &waiting));
+
+    EXPECT_EQ(ReceiveUpTo(flooded, 1000000), std::string(1000000, 'x'));
+    ASSERT_EQ(Connect(good.Port()), Status(host::kSocketConnected));
+    SendText(mSocket, "hello");
+    EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
+    close(flooded);
+    mConnector->Stop();
+    EXPECT_EQ(waiting.Waiting(), 0U);
+    done.set_value();
+}
+
+enum class Moment { kConnect, kProxy, kHandshake, kIdle, kFlood };
+
+class StopTest : public ProtectedConnectionTest, public testing::WithParamInterface<Moment> {};
+
+TEST_P(StopTest, EndsWhateverIsUnderWay) {
+    const Moment moment = GetParam();
+    const bool connects = moment == Moment::kIdle || moment == Moment::kFlood;
+    TcpListener listener(moment == Moment::kConnect ? 0 : 8);
+    if (moment == Moment::kConnect) {
+        listener.StopAnswering();
+    }
+    if (moment == Moment::kProxy) {
+        mProxy = ProxySettings{ProxyType::kSocks5, "127.0.0.1", listener.Port(), "", ""};
+    }
+    std::promise<void> done;
+    ScriptedPeer peer([&](int socket) {
+        TlsServer server(socket, ServerFamily::Get().server);
+        while (moment == Moment::kFlood && server.Write(std::string(65536, 'x'))) {
+        }
+        done.get_future().wait();
+    });
+    BeginConnect(connects ? peer.Port() : listener.Port());
+    if (connects) {
+        ASSERT_EQ(mRecorder.Next(), Status(host::kSocketConnected));
+        mSocket = mRecorder.Socket();
+    } else if (moment != Moment::kConnect) {
+        const int accepted = listener.Accept();
+        EXPECT_EQ(ReceiveUpTo(accepted, 1).size(), 1U);
+        close(accepted);
+    }
+    if (moment == Moment::kFlood) {
+        ReceiveUpTo(mSocket, 1000000);
+    }
+    mConnector->Stop();
+    const std::size_t callbacks = mRecorder.Waiting();
+    if (connects) {
+        const std::string rest = ReceiveUpTo(mSocket, std::size_t{64} * 1024 * 1024);
+        EXPECT_EQ(rest.empty(), moment == Moment::kIdle);
+        EXPECT_EQ(mLog.Count("1 protected connections end with the session"), 1U);
+    }
+    mConnector.reset();
+    EXPECT_EQ(mRecorder.Waiting(), callbacks);
+    done.set_value();
+}
+
+INSTANTIATE_TEST_SUITE_P(Moments, StopTest,
+                         testing::Values(Moment::kConnect, Moment::kProxy, Moment::kHandshake,
+                                         Moment::kIdle, Moment::kFlood));
+
+/// One request that a proxy expects, and what it says to that.
+struct Exchange {
+    std::string request;
+    std::string answer;
+};
+
+void Converse(int socket, const std::vector<Exchange>& exchanges) {
+    for (const Exchange& exchange : exchanges) {
+        EXPECT_EQ(ReceiveUpTo(socket, exchange.request.size()), exchange.request);
+        // In pieces, since a stream has no borders.
+        for (const char c : exchange.answer) {
+            SendText(socket, std::string(1, c));
+        }
+    }
+}
+
+const std::string kSocksGranted("\5\0\0\1\0\0\0\0\0\0", 10);
+
+class ProxiedConnectionTest : public ProtectedConnectionTest {
+protected:
+    void UseProxy(ProxyType type, const ScriptedPeer& proxy, const std::string& user) {
+        mProxy = ProxySettings{type, "127.0.0.1", proxy.Port(), user, user.empty() ? "" : "secret"};
+    }
+
+    /// Names are the proxy's to look up.
+    std::string ConnectToBackend() {
+        Start();
+        EXPECT_TRUE(mConnector->SocketConnect("op", kServerName, 443, &mRecorder));
+        std::string status = mRecorder.Next();
+        mSocket = mRecorder.Socket();
+        return status;
+    }
+};
+
+TEST_F(ProxiedConnectionTest, ProxiesOfBothKindsLeadToAProtectedPeer) {
+    const std::string head = "CONNECT backend.test:443 HTTP/1.1\r\nHost: backend.test:443\r\n";
+    const std::string socksConnect = std::string("\5\1\0\3\14", 5) + kServerName + "\1\xbb";
+    struct Case {
+        ProxyType type;
+        std::string user;
+        std::vector<Exchange> exchanges;
+    };
+    const std::vector<Case> cases = {
+        {ProxyType::kHttp, "", {{head + "\r\n", "HTTP/1.1 200 OK\r\n\r\n"}}},
+        {ProxyType::kHttp,
+         "user",
+         {{head + "Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n\r\n",
+           "HTTP/1.0 200 Connected\r\nVia: x\r\n\r\n"}}},
+        {ProxyType::kSocks5,
+         "",
+         {{std::string("\5\1\0", 3), std::string("\5\0", 2)}, {socksConnect, kSocksGranted}}},
+        {ProxyType::kSocks5,
+         "user",
+         {{std::string("\5\2\0\2", 4), "\5\2"},
+          {"\1\4user\6secret", std::string("\1\0", 2)},
+          {socksConnect, kSocksGranted}}},
+    };
+    for (const Case& c : cases) {
+        ScriptedPeer proxy([&c](int socket) {
+            Converse(socket, c.exchanges);
+            TlsServer server(socket, ServerFamily::Get().server);
+            Echo(server);
+        });
+        UseProxy(c.type, proxy, c.user);
+        ASSERT_EQ(ConnectToBackend(), Status(host::kSocketConnected));
+        SendText(mSocket, "hello");
+        EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
+        close(std::exchange(mSocket, -1));
+    }
+}
+
+TEST_F(ProxiedConnectionTest, InClearThePeersFirstBytesAreNotLost) {
+    mInClear = true;
+    ScriptedPeer proxy([](int socket) {
+        SendText(socket, "HTTP/1.1 200 OK\r\n\r\nhello");
+        ReceiveUpTo(socket, 65536);
+    });
+    UseProxy(ProxyType::kHttp, proxy, "");
+    ASSERT_EQ(ConnectToBackend(), Status(host::kSocketConnected));
+    EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
+    close(std::exchange(mSocket, -1));
+}
+
+TEST_F(ProxiedConnectionTest, AProxyThatRefusesOrTalksNonsenseGivesAStatusAndNoSocket) {
+    struct Case {
+        ProxyType type;
+        std::string answer;
+        SocketStatus status;
+        std::string log;
+    };
+    const std::vector<Case> cases = {
+        {ProxyType::kHttp, "HTTP/1.1 407 \r\n\r\n", host::kSocketProxyFailed, "refused with 407"},
+        {ProxyType::kHttp, "HTTP/1.1 200 " + std::string(100000, 'x'), host::kSocketProxyFailed,
+         "makes no sense"},
+        {ProxyType::kHttp, "HTTP/1.1 200 OK\r\n", host::kSocketProxyFailed, "End of file"},
+        {ProxyType::kHttp, "SSH-2.0-x\r\n\r\n", host::kSocketProxyFailed, "makes no sense"},
+        {ProxyType::kSocks5, "\5\xff", host::kSocketProxyFailed, "refused with 255"},
+        {ProxyType::kSocks5, "\5\2", host::kSocketProxyFailed, "makes no sense"},
+        {ProxyType::kSocks5, std::string("\5\0\5\5", 4), host::kSocketRefused, "refused with 5"},
+        {ProxyType::kSocks5, std::string("\5\0\5\4", 4), host::kSocketUnreachable, ""},
+        {ProxyType::kSocks5, std::string("\5\0\5\6", 4), host::kSocketTimeout, ""},
+        {ProxyType::kSocks5, std::string("\5\0\5\2", 4), host::kSocketProxyFailed, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.answer.substr(0, 20));
+        mLog.Clear();
+        ScriptedPeer proxy([&c](int socket) {
+            ReceiveUpTo(socket, 3);
+            send(socket, c.answer.data(), c.answer.size(), MSG_NOSIGNAL);
+            shutdown(socket, SHUT_WR);
+            ReceiveUpTo(socket, 65536);
+        });
+        UseProxy(c.type, proxy, "");
+        EXPECT_EQ(ConnectToBackend(), Status(c.status));
+        EXPECT_EQ(mSocket, -1);
+        EXPECT_GE(mLog.Count(c.log), 1U);
+    }
+}
+
+TEST_F(ProxiedConnectionTest, ATargetThatIsNoHostIsNotToldToTheProxy) {
+    ScriptedPeer proxy([](int) { ADD_FAILURE() << "connected"; });
+    UseProxy(ProxyType::kHttp, proxy, "");
+    Start();
+    for (const char* host : {"a/b", "a b", "a\r\nX: y"}) {
+        ASSERT_TRUE(mConnector->SocketConnect("op", host, 443, &mRecorder));
+        EXPECT_EQ(mRecorder.Next(), Status(host::kSocketNameNotFound));
+    }
+}
+
+}  // namespace zem_connector

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include <openssl/ssl.h>
+#include <pthread.h>
+#include <sys/time.h>
+
+#include "certificate_zoo/certificate_zoo.h"
+#include "tcp_listener.h"
+
+namespace zem_connector {
+
+/// A listener whose connections run a script on a thread, one after the other.
+class ScriptedPeer {
+public:
+    using Script = std::function<void(int socket)>;
+
+    explicit ScriptedPeer(Script script, int family = AF_INET)
+        : mListener(8, family), mScript(std::move(script)), mThread([this] { Run(); }) {}
+    ScriptedPeer(const ScriptedPeer&) = delete;
+    ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+    ~ScriptedPeer() {
+        mListener.Shutdown();
+        mThread.join();
+    }
+
+    unsigned short Port() const { return mListener.Port(); }
+
+private:
+    void Run() {
+        sigset_t pipe{};
+        sigaddset(&pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+        for (int socket = mListener.Accept(); socket >= 0; socket = mListener.Accept()) {
+            const timeval hangGuard{30, 0};
+            setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &hangGuard, sizeof(hangGuard));
+            mScript(socket);
+            close(socket);
+        }
+    }
+
+    TcpListener mListener;
+    Script mScript;
+    std::thread mThread;
+};
+
+/// The server's end of a TLS connection.
+class TlsServer {
+public:
+    TlsServer(int socket, const testing_support::Identity& identity, int maxVersion = 0)
+        : mContext(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
+        // For the versions of old.
+        SSL_CTX_set_security_level(mContext.get(), 0);
+        SSL_CTX_set_min_proto_version(mContext.get(), TLS1_VERSION);
+        SSL_CTX_set_max_proto_version(mContext.get(), maxVersion);
+        SSL_CTX_use_certificate(mContext.get(), identity.certificate.get());
+        SSL_CTX_use_PrivateKey(mContext.get(), identity.key.get());
+        mSsl.reset(SSL_new(mContext.get()), SSL_free);
+        SSL_set_fd(mSsl.get(), socket);
+        accepted = SSL_accept(mSsl.get()) == 1;
+    }
+
+    std::string Read(int limit = 4096) {
+        std::string text(static_cast<std::size_t>(limit), '\0');
+        const int size = SSL_read(mSsl.get(), text.data(), limit);
+        text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        return text;
+    }
+    /// All up to the client's proper end; "cut" if there is none.
+    std::string ReadToEnd() {
+        std::string text;
+        for (std::string part = Read(); !part.empty(); part = Read()) {
+            text += part;
+        }
+        return (SSL_get_shutdown(mSsl.get()) & SSL_RECEIVED_SHUTDOWN) != 0 ? text : "cut";
+    }
+    bool Write(const std::string& text) {
+        return SSL_write(mSsl.get(), text.data(), static_cast<int>(text.size())) > 0;
+    }
+    void End() { SSL_shutdown(mSsl.get()); }
+
+    SSL* Get() { return mSsl.get(); }
+    bool accepted{false};
+
+private:
+    std::shared_ptr<SSL_CTX> mContext;
+    std::shared_ptr<SSL> mSsl;
+};
+
+/// Reads until so many bytes, or the end, have come.
+inline std::string ReceiveUpTo(int socket, std::size_t limit) {
+    std::string text(limit, '\0');
+    std::size_t used = 0;
+    ssize_t size = 1;
+    while (size > 0 && used < limit) {
+        size = recv(socket, text.data() + used, limit - used, 0);
+        used += size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+    text.resize(used);
+    return text;
+}
+
+inline void SendText(int socket, const std::string& text) {
+    EXPECT_EQ(send(socket, text.data(), text.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(text.size()));
+}
+
+}  // namespace zem_connector
