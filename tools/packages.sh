@@ -9,6 +9,8 @@ readonly BUILD_PACKAGES=(
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
 readonly BENCH_PACKAGES=(libuv1-dev)
 readonly LINT_PACKAGES=(clang-format clang-tidy)
+# libFuzzer is in libclang-rt-dev; llvm has the symbolizer.
+readonly FUZZ_PACKAGES=(clang libclang-rt-dev llvm)
 
 # install_packages PACKAGE...: installs those that are missing; touches no network if none is.
 install_packages() {
