@@ -1,0 +1,41 @@
+#pragma once
+
+#include <deque>
+
+#include <zem_connector/zem_connector.h>
+
+#include "client/scripted_unit.h"
+
+namespace simulation {
+
+/// The connector library in the hands of the simulation: what it answers at once, and what it still
+/// owes an answer. One exists at a time.
+class ConnectorLibrary {
+public:
+    struct Attempt {
+        zem_connector::ZemSocketCallbackIf* callback;
+        int id;
+    };
+
+    explicit ConnectorLibrary(testing_support::ScriptedUnit& unit);
+    ConnectorLibrary(const ConnectorLibrary&) = delete;
+    ConnectorLibrary& operator=(const ConnectorLibrary&) = delete;
+    ~ConnectorLibrary();
+
+    static ConnectorLibrary& Current();
+
+    testing_support::ScriptedUnit& unit;
+    zem_connector::SessionStatus startStatus{zem_connector::SessionStatus::kStarted};
+    bool acceptsUrlQuery{true};
+    bool acceptsSocket{true};
+
+    /// Null while there is no session.
+    zem_connector::ZemSessionCallbackIf* session{nullptr};
+    /// Null until something was asked for.
+    zem_connector::ZemServiceControllerCallbackIf* controller{nullptr};
+    bool owesUrl{false};
+    std::deque<Attempt> owesSockets;
+    int acceptedSockets{0};
+};
+
+}  // namespace simulation
