@@ -199,8 +199,7 @@ void VintrelClientFsm::FsmStateWaitZemConnector(int eventId, int eventInfo) {
         HandleInvocationUrl();
         return;
     }
-    if (eventInfo != ZemConnectorFsmIf::kInfoStatusUpdate || !CheckZemConnectorStatus() ||
-        HasEnded()) {
+    if (eventInfo != ZemConnectorFsmIf::kInfoStatusUpdate || !CheckZemConnectorStatus()) {
         return;
     }
     if (mUrl.empty()) {

@@ -138,6 +138,9 @@ bool ScriptedConnectorFsm::Connect(const std::string&, unsigned short, std::shar
 
 void ScriptedConnectorFsm::OnTerminate() {
     ScriptedUnit::Current().Note("Connector stopped");
+    if (ScriptedUnit::Current().atConnectorStop) {
+        ScriptedUnit::Current().atConnectorStop();
+    }
 }
 
 void ScriptedConnectorFsm::FsmStateRunning(int, int) {}
@@ -223,6 +226,9 @@ std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> ScriptedUnit::NewBackendReq
 
 std::shared_ptr<vintrel::HsmIf> ScriptedUnit::NewHsm() const {
     Current().Note("NewHsm");
+    if (atNewHsm) {
+        atNewHsm();
+    }
     return std::make_shared<ScriptedHsm>();
 }
 

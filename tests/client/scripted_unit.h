@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,6 +92,10 @@ public:
     std::size_t CountCalls(const std::string& call) const;
 
     std::vector<std::string> calls;
+
+    /// What happens while the connector machine is being stopped, and while the store is opened.
+    std::function<void()> atConnectorStop;
+    std::function<void()> atNewHsm;
 
     bool withAdapter{true};
     bool connectorStarts{true};
