@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <limits>
+#include <regex>
 #include <utility>
 #include <vector>
 
@@ -14,6 +16,10 @@ namespace simulator::vehicle {
 namespace {
 
 using zem_connector::SessionStatus;
+using zem_connector::host::OperationSettings;
+using zem_connector::host::ProxySettings;
+using zem_connector::host::ProxyType;
+using zem_connector::host::TlsSettings;
 
 constexpr std::array<std::pair<const char*, SessionStatus>, 4> kSessions{
     {{"idle", SessionStatus::kIdle},
@@ -81,6 +87,53 @@ constexpr std::array<UnitPath, 6> kPaths{{
      "control socket"},
 }};
 
+/// TYPE://HOST:PORT, as of a command line; nothing for any other text.
+std::optional<ProxySettings> ParseProxy(const std::string& text) {
+    static const std::regex pattern("(http|socks5)://([^:/]+|\\[[^\\]]+\\]):([0-9]{1,5})");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, pattern)) {
+        return std::nullopt;
+    }
+    const unsigned long port = std::stoul(parts[3]);
+    if (port == 0 || port > std::numeric_limits<unsigned short>::max()) {
+        return std::nullopt;
+    }
+    ProxySettings proxy;
+    proxy.type = parts[1] == "http" ? ProxyType::kHttp : ProxyType::kSocks5;
+    proxy.host = parts[2];
+    proxy.port = static_cast<unsigned short>(port);
+    return proxy;
+}
+
+/// Adds the options for the sockets between unit and backend.
+void AddSocketOptions(CLI::App& app, OperationSettings& sockets) {
+    auto* anchors = app.add_option_function<std::string>(
+        "--tls-anchors",
+        [&sockets](const std::string& path) {
+            sockets.tls = sockets.tls.value_or(TlsSettings{});
+            sockets.tls->trustAnchors = path;
+        },
+        "PEM file, by its absolute path in the unit, of the certificates that vouch for the "
+        "backend: its sockets then speak TLS");
+    app.add_option_function<std::string>(
+           "--tls-name",
+           [&sockets](const std::string& name) {
+               sockets.tls = sockets.tls.value_or(TlsSettings{});
+               sockets.tls->serverName = name;
+           },
+           "name in the backend's certificate (default: the host of its URL)")
+        ->needs(anchors);
+    app.add_option_function<std::string>(
+        "--proxy",
+        [&sockets](const std::string& text) {
+            sockets.proxy = ParseProxy(text);
+            if (!sockets.proxy) {
+                throw CLI::ValidationError("--proxy", "takes TYPE://HOST:PORT");
+            }
+        },
+        "http://HOST:PORT or socks5://HOST:PORT between unit and backend");
+}
+
 std::string Absolute(const std::string& path) {
     return std::filesystem::absolute(path).lexically_normal().string();
 }
@@ -130,6 +183,7 @@ std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& 
     app.add_flag("--stdin", options.endWithInput, "end at the end of standard input");
     app.add_option("--backend-url", options.backendUrl, "invocation URL of the backend")
         ->default_val("https://localhost:8443/certificates");
+    AddSocketOptions(app, options.backendSockets);
     app.add_option("--vin", options.vin, "VIN of the immobilizer")
         ->default_val("VNTREL00000000001");
     app.add_option("--clamp", clamp, "Clamp 15 at start")

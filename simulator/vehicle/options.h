@@ -7,6 +7,8 @@
 #include <zem_connector/session_status.h>
 #include <zem_connector/zem_service_controller_callback_if.h>
 
+#include "zem_connector_host/operation_settings.h"
+
 namespace simulator::vehicle {
 
 using ConnectionState = zem_connector::ZemServiceControllerCallbackIf::SCConnectionState;
@@ -34,6 +36,8 @@ struct Options {
     bool activated{true};
     ConnectionState connection{ConnectionState::kConnected};
     std::string backendUrl;
+    /// How the unit's sockets to the backend are made.
+    zem_connector::host::OperationSettings backendSockets;
     std::uint16_t diagnosticAddress{0};
     std::string swVersion;
     std::string hwVersion;

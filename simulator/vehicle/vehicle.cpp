@@ -63,6 +63,7 @@ Vehicle::Vehicle(const Options& options)
     connector.sessionStatus = options.session;
     connector.transactionTypes[kTransactionType] = {options.activated, options.connection};
     connector.invocationUrls[kOperationId] = options.backendUrl;
+    connector.operations[kOperationId] = options.backendSockets;
     WriteConnectorFile(std::move(connector));
 }
 

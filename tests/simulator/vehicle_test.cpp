@@ -76,6 +76,23 @@ TEST(VehicleOptions, PathsStandBelowTheRootUnlessTheyAreGiven) {
               simulator::vehicle::ConnectionState::kOnDemand);
 }
 
+TEST(VehicleOptions, TheSocketsToTheBackendAreMadeAsTheOptionsSay) {
+    const auto sockets = OptionsFor({"--tls-anchors", "/etc/roots.pem", "--tls-name", "backend",
+                                     "--proxy", "socks5://proxy:1080"})
+                             .backendSockets;
+    ASSERT_TRUE(sockets.tls && sockets.proxy);
+    EXPECT_EQ(sockets.tls->trustAnchors, "/etc/roots.pem");
+    EXPECT_EQ(sockets.tls->serverName, "backend");
+    EXPECT_EQ(sockets.proxy->type, zem_connector::host::ProxyType::kSocks5);
+    EXPECT_EQ(sockets.proxy->host, "proxy");
+    EXPECT_EQ(sockets.proxy->port, 1080);
+    EXPECT_FALSE(OptionsFor({}).backendSockets.tls);
+    for (const char* const wrong : {"proxy:1080", "ftp://proxy:1", "http://proxy:65536"}) {
+        EXPECT_THROW(OptionsFor({"--proxy", wrong}), std::runtime_error) << wrong;
+    }
+    EXPECT_THROW(OptionsFor({"--tls-name", "backend"}), std::runtime_error);
+}
+
 class VehicleCommandTest : public testing::Test {
 protected:
     std::string Execute(const std::string& line) { return mInterpreter.Execute(line); }
