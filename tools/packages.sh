@@ -7,10 +7,12 @@ readonly BUILD_PACKAGES=(
     libboost-dev nlohmann-json3-dev libcli11-dev libsystemd-dev
     bubblewrap openssl python3)
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
-readonly BENCH_PACKAGES=(libuv1-dev)
+readonly BENCH_PACKAGES=(libuv1-dev curl haproxy)
 readonly LINT_PACKAGES=(clang-format clang-tidy)
 # libFuzzer is in libclang-rt-dev; llvm has the symbolizer.
 readonly FUZZ_PACKAGES=(clang libclang-rt-dev llvm)
+# Servers that tests/peers starts itself. apache2-bin is Apache without its service.
+readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy)
 
 # install_packages PACKAGE...: installs those that are missing; touches no network if none is.
 install_packages() {
@@ -33,9 +35,25 @@ install_packages() {
     fi
     echo "Installing: ${missing[*]}"
     "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    install_without_services "${missing[@]}"
 }
+
+# install_without_services PACKAGE...: no service of these packages is started, now or with the
+# machine. Takes `as_root` from its caller.
+install_without_services() (
+    policy=/usr/sbin/policy-rc.d
+    if [[ ! -e $policy ]]; then
+        trap '"${as_root[@]}" rm -f "$policy"' EXIT
+        printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" install -m 755 /dev/stdin "$policy"
+    fi
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "$@" >/dev/null
+    for package in "$@"; do
+        if [[ -e /etc/init.d/$package ]]; then
+            "${as_root[@]}" update-rc.d "$package" disable >/dev/null
+        fi
+    done
+)
 
 # build PRESET [CMAKE-OPTION...]: configures and builds into build/PRESET.
 build() {
