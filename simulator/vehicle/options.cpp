@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <filesystem>
-#include <limits>
-#include <regex>
 #include <utility>
 #include <vector>
 
@@ -32,6 +31,9 @@ constexpr std::array<std::pair<const char*, ConnectionState>, 4> kConnections{
      {"disconnected", ConnectionState::kDisconnected},
      {"onDemand", ConnectionState::kOnDemand},
      {"connected", ConnectionState::kConnected}}};
+
+constexpr std::array<std::pair<const char*, ProxyType>, 2> kProxyTypes{
+    {{"http", ProxyType::kHttp}, {"socks5", ProxyType::kSocks5}}};
 
 template <typename Table>
 auto Find(const Table& table, const std::string& text)
@@ -89,19 +91,20 @@ constexpr std::array<UnitPath, 6> kPaths{{
 
 /// TYPE://HOST:PORT, as of a command line; nothing for any other text.
 std::optional<ProxySettings> ParseProxy(const std::string& text) {
-    static const std::regex pattern("(http|socks5)://([^:/]+|\\[[^\\]]+\\]):([0-9]{1,5})");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, pattern)) {
+    const auto typeEnd = text.find("://");
+    const auto hostEnd = text.rfind(':');
+    if (typeEnd == std::string::npos || hostEnd < typeEnd + 4) {
         return std::nullopt;
     }
-    const unsigned long port = std::stoul(parts[3]);
-    if (port == 0 || port > std::numeric_limits<unsigned short>::max()) {
-        return std::nullopt;
-    }
+    const auto type = Find(kProxyTypes, text.substr(0, typeEnd));
     ProxySettings proxy;
-    proxy.type = parts[1] == "http" ? ProxyType::kHttp : ProxyType::kSocks5;
-    proxy.host = parts[2];
-    proxy.port = static_cast<unsigned short>(port);
+    const char* const end = text.data() + text.size();
+    const auto port = std::from_chars(text.data() + hostEnd + 1, end, proxy.port);
+    if (!type || port.ec != std::errc() || port.ptr != end || proxy.port == 0) {
+        return std::nullopt;
+    }
+    proxy.type = *type;
+    proxy.host = text.substr(typeEnd + 3, hostEnd - typeEnd - 3);
     return proxy;
 }
 
