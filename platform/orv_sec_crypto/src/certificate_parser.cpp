@@ -6,6 +6,7 @@
 
 #include <openssl/pem.h>
 
+#include "certificate_cache.h"
 #include "crypto_error.h"
 
 namespace orv::sec::crypto {
@@ -26,6 +27,9 @@ CryptoError InvalidFormat(const std::string& why) {
 }
 
 X509Ptr ParseDer(const unsigned char* bytes, std::size_t size) {
+    if (X509Ptr known = CertificateCache::Instance().Find(bytes, size)) {
+        return known;
+    }
     const unsigned char* position = bytes;
     X509Ptr certificate(d2i_X509(nullptr, &position, static_cast<long>(size)));
     if (certificate == nullptr) {
@@ -34,6 +38,7 @@ X509Ptr ParseDer(const unsigned char* bytes, std::size_t size) {
     if (position != bytes + size) {
         throw InvalidFormat("bytes after the certificate");
     }
+    CertificateCache::Instance().Keep(bytes, size, *certificate);
     return certificate;
 }
 

@@ -9,6 +9,7 @@
 #include <openssl/pem.h>
 
 #include "crypto_error.h"
+#include "p256_encoding.h"
 
 namespace orv::sec::crypto {
 
@@ -94,6 +95,9 @@ ByteVector EncodePrivateKey(const EVP_PKEY& key) {
 }
 
 PkeyPtr DecodePrivateKey(const ByteVector& der) {
+    if (PkeyPtr usual = DecodeP256PrivateKey(der)) {
+        return usual;
+    }
     const unsigned char* position = der.data();
     const Pkcs8Ptr info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(der.size())));
     PkeyPtr key(info == nullptr ? nullptr : EVP_PKCS82PKEY(info.get()));
@@ -105,6 +109,9 @@ PkeyPtr DecodePrivateKey(const ByteVector& der) {
 }
 
 ByteVector EncodePublicKey(EVP_PKEY& key) {
+    if (ByteVector usual = EncodeP256PublicKey(key); !usual.empty()) {
+        return usual;
+    }
     if (EVP_PKEY_is_a(&key, kEcKeyType) == 1 &&
         (EVP_PKEY_set_utf8_string_param(&key, OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT,
                                         OSSL_PKEY_EC_POINT_CONVERSION_FORMAT_UNCOMPRESSED) != 1 ||
@@ -122,6 +129,9 @@ ByteVector EncodePublicKey(EVP_PKEY& key) {
 }
 
 PkeyPtr DecodePublicKey(const ByteVector& der) {
+    if (PkeyPtr usual = DecodeP256PublicKey(der)) {
+        return usual;
+    }
     const unsigned char* position = der.data();
     PkeyPtr key(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
     if (key == nullptr) {

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <mutex>
+
+#include <orv/sec/crypto/common/crypto_allocator.h>
+
+#include "openssl_ptr.h"
+
+namespace orv::sec::crypto {
+
+/// Keeps the last few certificates in their parsed form, since a judgement looks at the same ones
+/// again and again and OpenSSL takes longer to parse one than to verify its signature.
+///
+/// A certificate is found by its bytes alone, so what comes out is what a parse would give; callers
+/// share it and do not change it. Any thread.
+class CertificateCache {
+public:
+    static constexpr std::size_t kMaxEntries = 16;
+    /// A longer one is not kept.
+    static constexpr std::size_t kMaxEntryBytes = std::size_t{8} * 1024;
+
+    /// The one of the process. Never destroyed: the library may be used while it ends.
+    static CertificateCache& Instance();
+
+    /// Null if the certificate is not there.
+    X509Ptr Find(const unsigned char* der, std::size_t size);
+    void Keep(const unsigned char* der, std::size_t size, X509& certificate);
+
+private:
+    struct Entry {
+        common::ByteVector der;
+        X509Ptr certificate;
+    };
+
+    std::mutex mMutex;
+    /// The one used last first.
+    std::list<Entry> mEntries;
+};
+
+}  // namespace orv::sec::crypto

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <orv/sec/crypto/common/crypto_allocator.h>
+
+#include "openssl_ptr.h"
+
+/// The usual encodings of P-256 keys, read and written directly: OpenSSL's general decoders try
+/// every format of every provider, which takes about twenty times as long. Whatever is not exactly
+/// of the usual form is left to them.
+namespace orv::sec::crypto {
+
+/// From PKCS #8 (RFC 5208, RFC 5915) as `EncodePrivateKey` writes it; null for any other bytes.
+PkeyPtr DecodeP256PrivateKey(const common::ByteVector& der);
+
+/// From SubjectPublicKeyInfo (RFC 5480) with the named curve and an uncompressed point; null for
+/// any other bytes.
+PkeyPtr DecodeP256PublicKey(const common::ByteVector& der);
+
+/// The same of `key`; empty unless that is a P-256 key whose point comes uncompressed.
+common::ByteVector EncodeP256PublicKey(const EVP_PKEY& key);
+
+}  // namespace orv::sec::crypto
