@@ -329,6 +329,13 @@ ConnectionPlan ConnectorCore::PlanFor(const std::string& operationId, ProxyTarge
 }
 
 void ConnectorCore::StartLookup(int attemptId, const std::string& host, unsigned short port) {
+    boost::system::error_code notNumeric;
+    const auto address = boost::asio::ip::make_address(host, notNumeric);
+    if (!notNumeric) {
+        const auto attempt = mAttempts.at(attemptId);
+        attempt->UseAddresses({{{address, port}}, host::kSocketConnected, {}});
+        return;
+    }
     // The system's resolver can't be interrupted, so its thread is left to itself: it holds
     // nothing of ours but a weak reference.
     const auto run = [weak = weak_from_this(), count = mLookupCount, lookup = mLookup, attemptId,
