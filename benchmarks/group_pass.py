@@ -48,50 +48,66 @@ def stamp(line):
     return datetime.datetime.fromisoformat(line.split("Z", 1)[0])
 
 
-def pass_times_ms(log):
-    times, start = [], None
+def spans_ms(log, start_text, end_text):
+    """The time from each line with the one text to the next one with the other."""
+    spans, start = [], None
     for line in log.splitlines():
-        if START in line:
+        if start_text in line:
             start = stamp(line)
-        elif STORED in line and start:
-            times.append((stamp(line) - start).total_seconds() * 1000 - FIXED_DELAY_MS)
+        elif end_text in line and start:
+            spans.append((stamp(line) - start).total_seconds() * 1000)
             start = None
-    return times
+    return spans
 
 
-def live(day):
-    """Enrols again and again; CPU time of a pass and peak memory of the service."""
+def quiet_day(binaries, directory):
+    day = unit_day.Day(binaries, pathlib.Path(directory).resolve(), 60)
+    day.say = lambda text: None
+    day.print_certificate = lambda: None
     day.seen_requests = 0
-    day.provision()
-    day.start_simulators()
+    return day
+
+
+def live(day, between=lambda: None):
+    """Enrols again and again; CPU time of a pass and peak memory of the service."""
     day.ignition_on()
     client = process_of(day.processes["vintrel-client"].pid, "vintrel-client")
     before = cpu_ms(client)
     for _ in range(PASSES):
         day.tls_alert()
         day.ignition_again()
+        between()
     # Each alert's pass has a clamp pass without an update behind it.
     return (cpu_ms(client) - before) / PASSES, peak_kib(client)
 
 
+def bare(binaries, directory):
+    """The figures of the bare calls, on a store in memory and on one beside the unit's."""
+    with tempfile.TemporaryDirectory(dir=directory) as store:
+        result = subprocess.run([str(binaries / "bench-bare-pass"), "--directory", store],
+                                capture_output=True, check=True, text=True)
+    return json.loads(result.stdout)
+
+
 def run(binaries):
     with tempfile.TemporaryDirectory(prefix="vintrel-bench-") as directory:
-        day = unit_day.Day(binaries, pathlib.Path(directory).resolve(), 60)
-        day.say = lambda text: None
-        day.print_certificate = lambda: None
+        day = quiet_day(binaries, directory)
         try:
+            day.provision()
+            day.start_simulators()
             cpu, peak = live(day)
-            wall = statistics.median(pass_times_ms(day.client_log.text()))
+            wall = statistics.median(
+                span - FIXED_DELAY_MS
+                for span in spans_ms(day.client_log.text(), START, STORED))
         finally:
             day.end_all()
-    bare = json.loads(subprocess.run([str(binaries / "bench-bare-pass")], capture_output=True,
-                                     check=True, text=True).stdout)
+        calls = bare(binaries, directory)
     baseline = "bare OpenSSL calls"
     return [
         {"item": "trigger to stored certificate", "unit": "ms", "ours": wall,
-         "baseline": baseline, "value": bare["wall_ms"]},
+         "baseline": baseline, "value": calls["memory"]["wall_ms"]},
         {"item": "CPU time of update and check", "unit": "ms", "ours": cpu,
-         "baseline": baseline, "value": bare["cpu_ms"]},
+         "baseline": baseline, "value": calls["memory"]["cpu_ms"]},
         {"item": "peak memory of the service", "unit": "KiB", "ours": peak,
-         "baseline": baseline, "value": bare["peak_kib"]},
+         "baseline": baseline, "value": calls["peak_kib"]},
     ]
