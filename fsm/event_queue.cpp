@@ -38,11 +38,11 @@ void EventQueue::RaiseEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fs
     Raise(from.get(), std::move(to), eventId, eventInfo, std::move(data));
 }
 
-void EventQueue::Raise(const Fsm* from, std::shared_ptr<Fsm> to, int eventId, int eventInfo,
-                       std::unique_ptr<FsmEventData> data) {
+void EventQueue::Raise(const Fsm* from, std::shared_ptr<Fsm>&& to, int eventId, int eventInfo,
+                       std::unique_ptr<FsmEventData>&& data) {
     QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from), " -> ", to->GetName(),
                            ", eventId ", eventId, " eventInfo ", eventInfo);
-    Insert({std::move(to), eventId, eventInfo, std::move(data), ReadClock()});
+    Insert(std::move(to), eventId, eventInfo, std::move(data), ReadClock());
 }
 
 void EventQueue::RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_ptr<Fsm> to,
@@ -54,15 +54,16 @@ void EventQueue::RaiseTimerEvent(const std::shared_ptr<Fsm>& from, std::shared_p
     }
     QELLogging::LogVerbose(mName, " EVENT raised ", SenderName(from.get()), " -> ", to->GetName(),
                            ", eventId ", eventId, " eventInfo ", eventInfo, " msec ", msec);
-    Insert({std::move(to), eventId, eventInfo, std::move(data),
-            ReadClock() + std::chrono::milliseconds(msec)});
+    Insert(std::move(to), eventId, eventInfo, std::move(data),
+           ReadClock() + std::chrono::milliseconds(msec));
 }
 
-void EventQueue::Insert(EventQueueEvent&& event) {
+void EventQueue::Insert(std::shared_ptr<Fsm>&& to, int eventId, int eventInfo,
+                        std::unique_ptr<FsmEventData>&& data, TimePoint time) {
     assert(IsOwnThread());
     // Most events are the last to fall due; with the end as hint these need no search. Behind equal
     // keys the new element is placed in either case.
-    mEvents.insert(mEvents.end(), std::move(event));
+    mEvents.emplace_hint(mEvents.end(), std::move(to), eventId, eventInfo, std::move(data), time);
     mModified = true;
 }
 

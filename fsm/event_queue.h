@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "fsm/fsm_event_data.h"
 #include "fsm/owning_thread.h"
@@ -62,6 +63,14 @@ protected:
     friend class Fsm;
 
     struct EventQueueEvent {
+        EventQueueEvent(std::shared_ptr<Fsm>&& receiver, int id, int info,
+                        std::unique_ptr<FsmEventData>&& payload, TimePoint due)
+            : fsm(std::move(receiver)),
+              eventId(id),
+              eventInfo(info),
+              data(std::move(payload)),
+              time(due) {}
+
         std::shared_ptr<Fsm> fsm;
         int eventId;
         int eventInfo;
@@ -80,8 +89,8 @@ protected:
     const Events& PendingEvents() const { return mEvents; }
 
     /// As `RaiseEvent`; there is a receiver.
-    void Raise(const Fsm* from, std::shared_ptr<Fsm> to, int eventId, int eventInfo,
-               std::unique_ptr<FsmEventData> data);
+    void Raise(const Fsm* from, std::shared_ptr<Fsm>&& to, int eventId, int eventInfo,
+               std::unique_ptr<FsmEventData>&& data);
 
     /// The first event if it is due, else an empty handle.
     Events::node_type TakeDueEvent();
@@ -93,7 +102,8 @@ protected:
 private:
     TimePoint ReadClock() const { return mLatestTime = GetCurrentTime(); }
     bool IsKnownToBeDue(const EventQueueEvent& event) const { return event.time <= mLatestTime; }
-    void Insert(EventQueueEvent&& event);
+    void Insert(std::shared_ptr<Fsm>&& to, int eventId, int eventInfo,
+                std::unique_ptr<FsmEventData>&& data, TimePoint time);
     template <typename Matches>
     bool ClearIf(Matches matches, bool all);
 

@@ -115,7 +115,7 @@ void Fsm::RaiseEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventI
         return;
     }
     if (EventDispatcher* dispatcher = DispatcherFor("RaiseEvent")) {
-        dispatcher->Raise(this, target, eventId, eventInfo, std::move(data));
+        dispatcher->Raise(this, std::shared_ptr<Fsm>(target), eventId, eventInfo, std::move(data));
     }
 }
 
