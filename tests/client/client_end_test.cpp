@@ -32,6 +32,12 @@ void CallEverything(VintrelClientFsm& client) {
     EXPECT_EQ(client.ProcessLifecycleAdapterGetHealthStatus(), 0);
 }
 
+/// The loop ends, and the machine with it.
+void ExpectEnd(ClientLife& life) {
+    EXPECT_FALSE(life.dispatcher->RunPending());
+    EXPECT_EQ(life.State(), client_table::kTerminated);
+}
+
 std::ptrdiff_t CountDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                          std::filesystem::directory_iterator());
@@ -41,8 +47,7 @@ TEST(ClientTerminationTest, IsHeardFromWithinTheConstructor) {
     ClientLife life;
     life.unit.atNewHsm = [&life] { life.unit.lifecycle->ProcessLifecycleAdapterTerminate(); };
     ASSERT_TRUE(life.Start());
-    EXPECT_FALSE(life.dispatcher->RunPending());
-    EXPECT_EQ(life.State(), client_table::kTerminated);
+    ExpectEnd(life);
     EXPECT_EQ(life.log.Count(kRequestLine), 1U);
 }
 
@@ -53,8 +58,7 @@ TEST(ClientTerminationTest, IsHeardBeforeTheMachineHasAnOwner) {
     std::thread([&owned] { owned->ProcessLifecycleAdapterTerminate(); }).join();
     life.client = std::move(owned);
     ASSERT_TRUE(life.client->StartFsm(life.dispatcher));
-    EXPECT_FALSE(life.dispatcher->RunPending());
-    EXPECT_EQ(life.State(), client_table::kTerminated);
+    ExpectEnd(life);
 }
 
 TEST(ClientTerminationTest, IsHeardBetweenStartAndLoop) {
@@ -67,14 +71,13 @@ TEST(ClientTerminationTest, IsHeardBetweenStartAndLoop) {
 
 TEST(ClientTerminationTest, IsHeardBehindAFullQueue) {
     ClientLife life;
-    life.Arrange(client_table::kWaitVin, {});
+    life.Arrange(client_table::kWaitVin);
     for (int count = 0; count < 70000; ++count) {
         life.client->ClampStateChangeCb(true);
     }
     life.client->ProcessLifecycleAdapterTerminate();
     life.log.Clear();
-    EXPECT_FALSE(life.dispatcher->RunPending());
-    EXPECT_EQ(life.State(), client_table::kTerminated);
+    ExpectEnd(life);
     EXPECT_EQ(life.log.Count(kRequestLine), 1U);
     EXPECT_LT(life.log.Count("HandleClampControlEvent"), 70000U) << "the request does not queue up";
 }
@@ -82,7 +85,7 @@ TEST(ClientTerminationTest, IsHeardBehindAFullQueue) {
 TEST(ClientTerminationTest, IsHeardWhileTheMachineEndsOtherwise) {
     for (const bool rejected : {true, false}) {
         ClientLife life;
-        life.Arrange(client_table::kCheckServices, {});
+        life.Arrange(client_table::kCheckServices);
         life.unit.atConnectorStop = [&life] {
             std::thread([&life] { life.client->ProcessLifecycleAdapterTerminate(); }).join();
         };
@@ -91,8 +94,7 @@ TEST(ClientTerminationTest, IsHeardWhileTheMachineEndsOtherwise) {
         } else {
             life.client->ImmobilizerVinReceivedCb(kVin);
         }
-        EXPECT_FALSE(life.dispatcher->RunPending());
-        EXPECT_EQ(life.State(), client_table::kTerminated);
+        ExpectEnd(life);
     }
 }
 
@@ -118,7 +120,7 @@ TEST(ClientEndTest, ARejectionWhileTheStoreIsReadStartsNothingMore) {
 
 TEST(ClientEndTest, LateAndConcurrentCallbacksAreHarmless) {
     ClientLife life;
-    life.Arrange(client_table::kDownload, {"exchange runs"});
+    life.Arrange(client_table::kDownload, {}, {"connection 3"});
     std::atomic<bool> done{false};
     std::atomic<int> rounds{0};
     std::thread caller([&] {
@@ -149,7 +151,7 @@ TEST(ClientEndTest, ARunningExchangeLeaksNothing) {
     const auto descriptors = CountDescriptors();
     {
         ClientLife life;
-        life.Arrange(client_table::kDownload, {"exchange runs"});
+        life.Arrange(client_table::kDownload, {}, {"connection 3"});
         ASSERT_TRUE(life.ExchangeRuns());
         client = life.client;
         exchange = life.unit.exchanges.back();

@@ -11,10 +11,7 @@
 
 namespace testing_support {
 
-using client_table::On;
 using client_table::Trigger;
-using vintrel::ReturnCode;
-using vintrel::StatusCode;
 using vintrel::ZemConnectorFsmIf;
 
 namespace {
@@ -31,36 +28,34 @@ template struct UrlDoor<&vintrel::VintrelClientFsm::mUrl>;
 const std::string kOwnPrefix = "VintrelClientFsm: ";
 const std::string kTransition = "State transition to ";
 
-std::string LevelLetter(qel_logging::EQELLogLevel level) {
-    static const std::map<qel_logging::EQELLogLevel, std::string> letters = {
-        {qel_logging::EQELLogLevel::kFatal, "F "},   {qel_logging::EQELLogLevel::kError, "E "},
-        {qel_logging::EQELLogLevel::kWarning, "W "}, {qel_logging::EQELLogLevel::kInfo, "I "},
-        {qel_logging::EQELLogLevel::kDebug, "D "},   {qel_logging::EQELLogLevel::kVerbose, "V "},
-    };
-    return letters.at(level);
-}
+using Change = void (*)(ClientLife& life);
 
-using Change = void (*)(ScriptedUnit& unit);
-
-/// What a neighbour may be like.
-const std::map<std::string, Change>& Neighbours() {
-    static const std::map<std::string, Change> neighbours = {
-        {"check fails", [](ScriptedUnit& unit) { unit.checkFails = true; }},
-        {"clock not set", [](ScriptedUnit& unit) { unit.timeSet = false; }},
-        {"deletion fails", [](ScriptedUnit& unit) { unit.deleteFails = true; }},
-        {"no CSR", [](ScriptedUnit& unit) { unit.csr.clear(); }},
-        {"no KORU VIN", [](ScriptedUnit& unit) { unit.koruVin.clear(); }},
-        {"no container", [](ScriptedUnit& unit) { unit.container.clear(); }},
-        {"no exchange", [](ScriptedUnit& unit) { unit.exchangeStarts = false; }},
-        {"no hardware version",
-         [](ScriptedUnit& unit) { unit.ecuCapabilities.hardwareVersion = ""; }},
-        {"no part number", [](ScriptedUnit& unit) { unit.ecuCapabilities.partNumber = ""; }},
-        {"no request", [](ScriptedUnit& unit) { unit.container = kNoRequest; }},
-        {"no software version",
-         [](ScriptedUnit& unit) { unit.ecuCapabilities.softwareVersion = ""; }},
-        {"storing fails", [](ScriptedUnit& unit) { unit.storeFails = true; }},
+/// What a situation may be like, beside what has happened and two words with numbers.
+const std::map<std::string, Change>& Changes() {
+    static const std::map<std::string, Change> changes = {
+        {"VIN matches", [](ClientLife& life) { life.Deliver("VIN"); }},
+        {"URL there", [](ClientLife& life) { UrlOf(*life.client) = client_table::kUrl; }},
+        {"two more checks pending",
+         [](ClientLife& life) {
+             life.dispatcher->RaiseEvent(nullptr, life.client, 0, 0, nullptr);
+             life.dispatcher->RaiseEvent(nullptr, life.client, 0, 0, nullptr);
+         }},
+        // The constructor was told.
+        {"factory reset", [](ClientLife&) {}},
+        {"check fails", [](ClientLife& life) { life.unit.checkFails = true; }},
+        {"clock not set", [](ClientLife& life) { life.unit.timeSet = false; }},
+        {"deletion fails", [](ClientLife& life) { life.unit.deleteFails = true; }},
+        {"no CSR", [](ClientLife& life) { life.unit.csr.clear(); }},
+        {"no KORU VIN", [](ClientLife& life) { life.unit.koruVin.clear(); }},
+        {"no container", [](ClientLife& life) { life.unit.container.clear(); }},
+        {"no exchange", [](ClientLife& life) { life.unit.exchangeStarts = false; }},
+        {"no hardware version", [](ClientLife& life) { life.unit.ecu.hardwareVersion.clear(); }},
+        {"no part number", [](ClientLife& life) { life.unit.ecu.partNumber.clear(); }},
+        {"no request", [](ClientLife& life) { life.unit.container = kNoRequest; }},
+        {"no software version", [](ClientLife& life) { life.unit.ecu.softwareVersion.clear(); }},
+        {"storing fails", [](ClientLife& life) { life.unit.storeFails = true; }},
     };
-    return neighbours;
+    return changes;
 }
 
 bool StartsWith(const std::string& text, const std::string& start) {
@@ -122,62 +117,33 @@ bool ClientLife::Start(bool factoryReset) {
     return client->StartFsm(dispatcher);
 }
 
-void ClientLife::Arrange(const std::string& state, const std::vector<std::string>& given) {
+void ClientLife::Arrange(const std::string& state, const std::vector<std::string>& given,
+                         const std::vector<std::string>& there) {
     const bool factoryReset = std::count(given.begin(), given.end(), "factory reset") > 0;
-    client = std::make_shared<vintrel::VintrelClientFsm>(unit, factoryReset);
     if (state == client_table::kNotStarted) {
+        client = std::make_shared<vintrel::VintrelClientFsm>(unit, factoryReset);
         return;
     }
-    client->StartFsm(dispatcher);
+    Start(factoryReset);
     for (const std::string& word : given) {
-        ApplyBefore(word);
+        Apply(word);
     }
     DriveTo(state);
-    for (const std::string& word : given) {
-        ApplyThere(word);
+    for (const std::string& word : there) {
+        Apply(word);
     }
 }
 
-/// What has its effect before the state is reached.
-void ClientLife::ApplyBefore(const std::string& word) {
+void ClientLife::Apply(const std::string& word) {
     const int number = word.back() - '0';
-    if (word == "alert pass") {
-        Happen(On::Alert());
-    } else if (word == "service connected early") {
-        Happen(On::Immobilizer(true));
-    } else if (word == "session started early") {
-        Happen(On::Status(2));
-    } else if (StartsWith(word, "connection ")) {
-        Happen(On::Connection(number));
-    } else if (StartsWith(word, "first status ")) {
-        unit.status = static_cast<StatusCode>(number);
+    if (StartsWith(word, "status ")) {
+        unit.status = static_cast<vintrel::StatusCode>(number);
     } else if (StartsWith(word, "retries ")) {
         mRetriesBefore = number;
-    }
-}
-
-/// What has its effect in the state, or in what follows.
-void ClientLife::ApplyThere(const std::string& word) {
-    static const std::map<std::string, std::vector<Trigger>> events = {
-        {"Clamp 15 on", {On::Clamp(true), On::NoUrl()}},
-        {"alert handled", {On::Clamp(true), On::NoUrl(), On::Alert(), On::NoUrl()}},
-        {"clamp cycle", {On::Clamp(false), On::Clamp(true), On::NoUrl()}},
-        {"exchange runs", {On::Connection(3)}},
-        {"session started", {On::Status(2)}},
-    };
-    if (const auto happened = events.find(word); happened != events.end()) {
-        Happen(happened->second);
-    } else if (const auto change = Neighbours().find(word); change != Neighbours().end()) {
-        change->second(unit);
-    } else if (StartsWith(word, "status ")) {
-        unit.status = static_cast<StatusCode>(word.back() - '0');
-    } else if (word == "VINs matched") {
-        Deliver(On::Vin());
-    } else if (word == "URL there") {
-        UrlOf(*client) = client_table::kUrl;
-    } else if (word == "two more checks pending") {
-        dispatcher->RaiseEvent(nullptr, client, 0, 0, nullptr);
-        dispatcher->RaiseEvent(nullptr, client, 0, 0, nullptr);
+    } else if (const auto change = Changes().find(word); change != Changes().end()) {
+        change->second(*this);
+    } else {
+        Happen(word);
     }
 }
 
@@ -187,91 +153,86 @@ void ClientLife::DriveTo(const std::string& target) {
     }
     constexpr int kMostSteps = 100;
     for (int step = 0; step < kMostSteps && (State() != target || mRetriesBefore > 0); ++step) {
-        if (mRetriesBefore > 0 && State() == client_table::kWaitVin) {
-            Deliver(On::Connection(3));
-            for (; mRetriesBefore > 0; --mRetriesBefore) {
-                Happen(On::Vin());
-                FailAttempt();
-            }
-        } else {
+        if (mRetriesBefore == 0 || State() != client_table::kWaitVin) {
             GoOn(target);
+            continue;
+        }
+        Deliver("connection 3");
+        for (; mRetriesBefore > 0; --mRetriesBefore) {
+            Happen("VIN");
+            FailAttempt();
         }
     }
 }
 
 /// Delivers what takes the machine one event further on the straight way.
 void ClientLife::GoOn(const std::string& target) {
-    namespace table = client_table;
+    static const std::map<std::string, std::string> triggers = {
+        {client_table::kWaitTrigger, "clamp on"},
+        {client_table::kWaitZemConnector, "URL"},
+        {client_table::kCheckServices, "service up"},
+        {client_table::kWaitVin, "VIN"},
+    };
     if (dispatcher->NextTimeoutMillisec() == 0) {
         dispatcher->DeliverNext();
-    } else if (State() == table::kWaitTrigger) {
-        Deliver(On::Clamp(true));
-    } else if (State() == table::kWaitZemConnector) {
-        Deliver(On::Url());
-    } else if (State() == table::kCheckServices) {
-        Deliver(On::Immobilizer(true));
-    } else if (State() == table::kWaitVin) {
-        Deliver(On::Vin());
-    } else if (State() == table::kDownload && unit.exchanges.empty()) {
-        Deliver(On::Connection(3));
+    } else if (const auto trigger = triggers.find(State()); trigger != triggers.end()) {
+        Deliver(trigger->second);
+    } else if (State() == client_table::kDownload && unit.exchanges.empty()) {
+        Deliver("connection 3");
     } else {
-        Deliver(target == table::kRetry ? On::Response(2) : On::Response(0, "certificate chain"));
+        Deliver(target == client_table::kRetry ? "response 2" : "response certificate");
     }
 }
 
-void ClientLife::Deliver(const Trigger& trigger) {
-    constexpr auto code = tls_alert_if::ETlsAlertCode::kCertificateRevoked;
-    const std::string name = client_table::EventName(trigger.event);
-    if (name == "kEventZemConnector") {
-        dispatcher->Invoke(*client, trigger.event, trigger.info, ConnectorData(trigger));
-        return;
-    }
-    if (name == "kEventBackendResponse" && ExchangeRuns()) {
-        unit.exchanges.back()->Answer(static_cast<ReturnCode>(trigger.value), trigger.text);
+void ClientLife::Deliver(const std::string& trigger) {
+    using Callback = void (*)(vintrel::VintrelClientFsm&, const Trigger&);
+    static const std::map<std::string, Callback> callbacks = {
+        {"kEventClampState",
+         [](auto& machine, auto& event) { machine.ClampStateChangeCb(event.info == 1); }},
+        {"kEventImmobilizerConnection",
+         [](auto& machine, auto& event) {
+             machine.ImmobilizerConnectionStateChangeCb(event.info == 1);
+         }},
+        {"kEventImmobilizerVin",
+         [](auto& machine, auto& event) { machine.ImmobilizerVinReceivedCb(event.text); }},
+        {"kEventTlsAlert",
+         [](auto& machine, auto& event) {
+             machine.TlsAlertNotifyCb(event.text, tls_alert_if::ETlsAlertCode::kCertificateRevoked);
+         }},
+        {"kEventShutdown",
+         [](auto& machine, auto&) { machine.ProcessLifecycleAdapterTerminate(); }},
+    };
+    const Trigger event = client_table::TriggerOf(trigger);
+    const std::string name = client_table::EventName(event.event);
+    if (const auto callback = callbacks.find(name); callback != callbacks.end()) {
+        callback->second(*client, event);
+        dispatcher->DeliverAsync();
+    } else if (name == "kEventZemConnector") {
+        dispatcher->Invoke(*client, event.event, event.info, ConnectorData(event));
+    } else if (name == "kEventBackendResponse" && ExchangeRuns()) {
+        unit.exchanges.back()->Answer(static_cast<vintrel::ReturnCode>(event.value), event.text);
         dispatcher->DeliverNext();
-        return;
-    }
-    if (name == "kEventClampState") {
-        client->ClampStateChangeCb(trigger.info == 1);
-    } else if (name == "kEventImmobilizerConnection") {
-        client->ImmobilizerConnectionStateChangeCb(trigger.info == 1);
-    } else if (name == "kEventImmobilizerVin") {
-        client->ImmobilizerVinReceivedCb(trigger.text);
-    } else if (name == "kEventTlsAlert") {
-        client->TlsAlertNotifyCb(trigger.text, code);
-    } else if (name == "kEventShutdown") {
-        client->ProcessLifecycleAdapterTerminate();
     } else {
-        const auto pending = dispatcher->AllPending();
-        if (!pending.empty() && pending.begin()->event == trigger.event) {
-            mMarkedPending.erase(mMarkedPending.find(*pending.begin()));
-            dispatcher->DeliverNext();
-        } else {
-            dispatcher->Invoke(*client, trigger.event, trigger.info, nullptr);
-        }
+        DeliverOwn(event);
+    }
+}
+
+void ClientLife::DeliverOwn(const Trigger& trigger) {
+    const auto pending = dispatcher->AllPending();
+    if (pending.empty() || pending.begin()->event != trigger.event) {
+        dispatcher->Invoke(*client, trigger.event, trigger.info, nullptr);
         return;
     }
-    dispatcher->DeliverAsync();
-}
-
-void ClientLife::Happen(const Trigger& trigger) {
-    Deliver(trigger);
-    dispatcher->RunPending();
-}
-
-void ClientLife::Happen(const std::vector<Trigger>& triggers) {
-    for (const Trigger& trigger : triggers) {
-        Happen(trigger);
-    }
+    mMarkedPending.erase(mMarkedPending.find(*pending.begin()));
+    dispatcher->DeliverNext();
 }
 
 void ClientLife::RunToExchange() {
-    Happen({On::Clamp(true), On::Status(2), On::Url(), On::Immobilizer(true), On::Vin(),
-            On::Connection(2)});
+    Happen("clamp on", "session started", "URL", "service up", "VIN", "connection 2");
 }
 
-void ClientLife::FailAttempt(int code) {
-    Happen(On::Response(code));
+void ClientLife::FailAttempt() {
+    Happen("response 2");
     if (const auto delay = dispatcher->NextDelay()) {
         Advance(*delay);
     }
@@ -285,13 +246,14 @@ void ClientLife::Mark() {
 }
 
 std::vector<std::string> ClientLife::OwnLines() const {
+    static const std::string letters = "OFEWIDV";
     std::vector<std::string> lines;
     for (const CapturedLog::Line& line : log.Lines()) {
         const bool own = StartsWith(line.text, kOwnPrefix);
         const std::string text = own ? line.text.substr(kOwnPrefix.size()) : "";
         // These two are every machine's.
         if (own && text != "StopFsm" && !StartsWith(text, kTransition)) {
-            lines.push_back(LevelLetter(line.level) + text);
+            lines.push_back(letters.at(static_cast<std::size_t>(line.level)) + (" " + text));
         }
     }
     return lines;

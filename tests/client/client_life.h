@@ -46,7 +46,7 @@ private:
 };
 
 /// One client machine among scripted neighbours: brings it into a situation, delivers events, and
-/// tells what was to be seen.
+/// tells what was to be seen. Triggers are named as in transitions.json.
 class ClientLife {
 public:
     ClientLife() = default;
@@ -56,20 +56,26 @@ public:
 
     bool Start(bool factoryReset = false);
 
-    /// Brings a machine that was not started into a state and a situation, which is given in the
-    /// words of the transition table.
-    void Arrange(const std::string& state, const std::vector<std::string>& given);
+    /// Makes the situation fit a word: a trigger that happens, "status N", "retries N", or what a
+    /// neighbour is like.
+    void Apply(const std::string& word);
+    /// Brings a machine that was not started into a state; some words apply before it is reached,
+    /// the others there.
+    void Arrange(const std::string& state, const std::vector<std::string>& given = {},
+                 const std::vector<std::string>& there = {});
 
     /// Delivers exactly this event, or all that follows from it too.
-    void Deliver(const client_table::Trigger& trigger);
-    void Happen(const client_table::Trigger& trigger);
-    void Happen(const std::vector<client_table::Trigger>& triggers);
+    void Deliver(const std::string& trigger);
+    template <typename... Triggers>
+    void Happen(const Triggers&... triggers) {
+        ((Deliver(triggers), dispatcher->RunPending()), ...);
+    }
     void Advance(std::chrono::milliseconds time) { dispatcher->AdvanceBy(time); }
 
     /// A pass from the trigger to the running exchange; what is known already is told once more.
     void RunToExchange();
     /// An exchange that fails, up to the VIN query of its retry.
-    void FailAttempt(int code = 2);
+    void FailAttempt();
 
     /// Forgets what was seen.
     void Mark();
@@ -94,8 +100,7 @@ public:
 private:
     void DriveTo(const std::string& target);
     void GoOn(const std::string& target);
-    void ApplyBefore(const std::string& word);
-    void ApplyThere(const std::string& word);
+    void DeliverOwn(const client_table::Trigger& trigger);
 
     int mRetriesBefore{0};
     std::size_t mMarkedExchanges{0};

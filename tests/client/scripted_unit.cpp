@@ -16,35 +16,28 @@ namespace {
 
 ScriptedUnit* gCurrent = nullptr;
 
+ScriptedUnit& Unit() {
+    return *gCurrent;
+}
+
 class ScriptedHsm : public vintrel::HsmIf {
 public:
     std::vector<std::uint8_t> GenerateCsr(const std::string& vin) override {
-        unit().Note("GenerateCsr " + vin);
-        return unit().csr;
+        return Noted("GenerateCsr " + vin, Unit().csr);
     }
-    std::string GetKoruVin() const override {
-        unit().Note("GetKoruVin");
-        return unit().koruVin;
-    }
+    std::string GetKoruVin() const override { return Noted("GetKoruVin", Unit().koruVin); }
     bool StoreTivCertificateToTrustStore(const std::string& chain) const override {
-        unit().Note("Store " + chain);
-        return unit().storeFails;
+        return Noted("Store " + chain, Unit().storeFails);
     }
     bool DeleteTivCertificateFromTrustStore() const override {
-        unit().Note("Delete");
-        return unit().deleteFails;
+        return Noted("Delete", Unit().deleteFails);
     }
     bool CheckTivCertificate(const std::string& chain, const std::string& vin) override {
-        unit().Note("Check " + chain + " " + vin);
-        return unit().checkFails;
+        return Noted("Check " + chain + " " + vin, Unit().checkFails);
     }
     vintrel::StatusCode CheckTrustStoreTivValidity(const std::string&) override {
-        unit().Note("CheckTrustStore");
-        return unit().status;
+        return Noted("CheckTrustStore", Unit().status);
     }
-
-private:
-    static ScriptedUnit& unit() { return ScriptedUnit::Current(); }
 };
 
 class ScriptedAdapter : public process_lifecycle_adapter::ProcessLifecycleAdapterIf {
@@ -52,9 +45,9 @@ public:
     using Callback = process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf;
     using StateCallback = process_lifecycle_adapter::ProcessLifecycleAdapterStateCallbackIf;
 
-    ~ScriptedAdapter() override { ScriptedUnit::Current().Note("Adapter released"); }
+    ~ScriptedAdapter() override { Noted("Adapter released"); }
     void Initialize(const std::string& name, Callback*) override {
-        ScriptedUnit::Current().Note("Adapter.Initialize " + name);
+        Noted("Adapter.Initialize " + name);
     }
     void Initialize(const std::string&, Callback*, StateCallback*) override {}
     void NotifyInit(const std::string&, StateCallback*) override {}
@@ -65,61 +58,48 @@ public:
 
 class ScriptedTime : public vintrel::SystemTimeIf {
 public:
-    void Initialize() override { ScriptedUnit::Current().Note("SystemTime.Initialize"); }
-    bool IsSystemTimeSet() const override { return ScriptedUnit::Current().timeSet; }
+    void Initialize() override { Noted("SystemTime.Initialize"); }
+    bool IsSystemTimeSet() const override { return Unit().timeSet; }
 };
 
 class ScriptedTive : public vintrel::TiveGeneratorIf {
 public:
     std::string ConstructContainer(const std::vector<std::uint8_t>&) override {
-        ScriptedUnit::Current().Note("ConstructContainer");
-        return ScriptedUnit::Current().container;
+        return Noted("ConstructContainer", Unit().container);
     }
 };
 
 class ScriptedAlerts : public vintrel::TlsAlertsIf {
 public:
     void Start(vintrel::TlsAlertsCbIf* callback) override {
-        ScriptedUnit::Current().alerts = callback;
-        ScriptedUnit::Current().Note("TlsAlerts.Start");
+        Unit().alerts = callback;
+        Noted("TlsAlerts.Start");
     }
-    void Stop() override { ScriptedUnit::Current().Note("TlsAlerts.Stop"); }
+    void Stop() override { Noted("TlsAlerts.Stop"); }
 };
 
 class ScriptedClamp : public vintrel::ClampControlIf {
 public:
-    bool Subscribe() override {
-        ScriptedUnit::Current().Note("Clamp.Subscribe");
-        return true;
-    }
+    bool Subscribe() override { return Noted("Clamp.Subscribe", true); }
 };
 
 class ScriptedImmobilizer : public vintrel::ImmobilizerIf {
 public:
-    bool ImmobilizerInit() override {
-        ScriptedUnit::Current().Note("Immobilizer.Init");
-        return true;
-    }
-    bool GetVin() override {
-        ScriptedUnit::Current().Note("GetVin");
-        return true;
-    }
+    bool ImmobilizerInit() override { return Noted("Immobilizer.Init", true); }
+    bool GetVin() override { return Noted("GetVin", true); }
 };
 
 class ScriptedEcu : public vintrel::EcuCapabilitiesIf {
 public:
-    void Initialize() override { ScriptedUnit::Current().Note("Ecu.Initialize"); }
-    vintrel::EcuCapabilities GetEcuCapabilities() override {
-        return ScriptedUnit::Current().ecuCapabilities;
-    }
+    void Initialize() override { Noted("Ecu.Initialize"); }
+    vintrel::EcuCapabilities GetEcuCapabilities() override { return Unit().ecu; }
 };
 
 }  // namespace
 
 bool ScriptedConnectorFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
                                     std::shared_ptr<fsm::Fsm> target, int targetEvent) {
-    ScriptedUnit::Current().Note("Connector.StartFsm");
-    if (!ScriptedUnit::Current().connectorStarts) {
+    if (!Noted("Connector.StartFsm", Unit().connectorStarts)) {
         return false;
     }
     SetupFsm(dispatcher, std::move(target), targetEvent);
@@ -128,53 +108,20 @@ bool ScriptedConnectorFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispat
 }
 
 void ScriptedConnectorFsm::GetUrl() {
-    ScriptedUnit::Current().Note("GetUrl");
-}
-
-bool ScriptedConnectorFsm::Connect(const std::string&, unsigned short, std::shared_ptr<fsm::Fsm>,
-                                   int) {
-    return false;
+    Noted("GetUrl");
 }
 
 void ScriptedConnectorFsm::OnTerminate() {
-    ScriptedUnit::Current().Note("Connector stopped");
-    if (ScriptedUnit::Current().atConnectorStop) {
-        ScriptedUnit::Current().atConnectorStop();
+    Noted("Connector stopped");
+    if (Unit().atConnectorStop) {
+        Unit().atConnectorStop();
     }
 }
 
-void ScriptedConnectorFsm::FsmStateRunning(int, int) {}
-
-std::unique_ptr<ScriptedConnectorFsm::StateUpdateEventData> ScriptedConnectorFsm::NewStateUpdate()
-    const {
-    return std::make_unique<StateUpdateEventData>();
-}
-
 void ScriptedConnectorFsm::ReportStatus(zem_connector::SessionStatus status) {
-    auto data = NewStateUpdate();
+    auto data = std::make_unique<StateUpdateEventData>();
     data->status = status;
     RaiseEvent(mTarget, mTargetEvent, kInfoStatusUpdate, std::move(data));
-}
-
-void ScriptedConnectorFsm::ReportActivation() {
-    RaiseEvent(mTarget, mTargetEvent, kInfoActivationUpdate, NewStateUpdate());
-}
-
-void ScriptedConnectorFsm::ReportConnection(SCConnectionState state) {
-    auto data = NewStateUpdate();
-    data->connectionState = state;
-    RaiseEvent(mTarget, mTargetEvent, kInfoConnectionUpdate, std::move(data));
-}
-
-void ScriptedConnectorFsm::ReportUrl(const std::string& url, bool success) {
-    auto data = std::make_unique<InvocationUrlEventData>();
-    data->url = url;
-    data->success = success;
-    RaiseEvent(mTarget, mTargetEvent, kInfoInvocationUrl, std::move(data));
-}
-
-void ScriptedConnectorFsm::ReportUnknownInfo(int info) {
-    RaiseEvent(mTarget, mTargetEvent, info, nullptr);
 }
 
 bool ScriptedExchangeFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
@@ -182,7 +129,7 @@ bool ScriptedExchangeFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatc
                                    std::string requestBody,
                                    std::shared_ptr<vintrel::ZemConnectorFsmIf>,
                                    const vintrel::UrlData& url) {
-    if (!ScriptedUnit::Current().exchangeStarts) {
+    if (!Unit().exchangeStarts) {
         return false;
     }
     request = std::move(requestBody);
@@ -191,8 +138,6 @@ bool ScriptedExchangeFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatc
     SetFsmState(&ScriptedExchangeFsm::FsmStateRunning, "FsmStateRunning");
     return true;
 }
-
-void ScriptedExchangeFsm::FsmStateRunning(int, int) {}
 
 void ScriptedExchangeFsm::Answer(vintrel::ReturnCode code, const std::string& response) {
     auto data = std::make_unique<vintrel::BackendResponseEventData>();
@@ -220,12 +165,11 @@ std::size_t ScriptedUnit::CountCalls(const std::string& call) const {
 
 std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> ScriptedUnit::NewBackendRequestHandlerFsm()
     const {
-    exchanges.push_back(std::make_shared<ScriptedExchangeFsm>());
-    return exchanges.back();
+    return exchanges.emplace_back(std::make_shared<ScriptedExchangeFsm>());
 }
 
 std::shared_ptr<vintrel::HsmIf> ScriptedUnit::NewHsm() const {
-    Current().Note("NewHsm");
+    Noted("NewHsm");
     if (atNewHsm) {
         atNewHsm();
     }
@@ -234,59 +178,49 @@ std::shared_ptr<vintrel::HsmIf> ScriptedUnit::NewHsm() const {
 
 std::shared_ptr<vintrel::ZemConnectorFsmIf> ScriptedUnit::NewZemConnectorFsm(
     const std::string& name) const {
-    Current().Note("NewZemConnectorFsm");
     transactionType = name;
     connector = std::make_shared<ScriptedConnectorFsm>();
-    return connector;
+    return Noted("NewZemConnectorFsm", connector);
 }
 
 std::shared_ptr<process_lifecycle_adapter::ProcessLifecycleAdapterIf>
 ScriptedUnit::NewProcessLifecycleAdapter(
     process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* callback) const {
-    Current().Note("NewProcessLifecycleAdapter");
-    Current().lifecycle = callback;
-    if (!withAdapter) {
-        return nullptr;
-    }
-    return std::make_shared<ScriptedAdapter>();
+    Noted("NewProcessLifecycleAdapter");
+    Unit().lifecycle = callback;
+    return withAdapter ? std::make_shared<ScriptedAdapter>() : nullptr;
 }
 
 }  // namespace testing_support
 
 namespace vintrel {
 
-using testing_support::ScriptedUnit;
+using testing_support::Noted;
 
 std::shared_ptr<SystemTimeIf> SystemTimeIf::Create() {
-    ScriptedUnit::Current().Note("SystemTimeIf::Create");
-    return std::make_shared<testing_support::ScriptedTime>();
+    return Noted("SystemTimeIf::Create", std::make_shared<testing_support::ScriptedTime>());
 }
 
 std::shared_ptr<TiveGeneratorIf> TiveGeneratorIf::Create() {
-    ScriptedUnit::Current().Note("TiveGeneratorIf::Create");
-    return std::make_shared<testing_support::ScriptedTive>();
+    return Noted("TiveGeneratorIf::Create", std::make_shared<testing_support::ScriptedTive>());
 }
 
 std::shared_ptr<TlsAlertsIf> TlsAlertsIf::Create() {
-    ScriptedUnit::Current().Note("TlsAlertsIf::Create");
-    return std::make_shared<testing_support::ScriptedAlerts>();
+    return Noted("TlsAlertsIf::Create", std::make_shared<testing_support::ScriptedAlerts>());
 }
 
 std::shared_ptr<ClampControlIf> ClampControlIf::Create(ClampControlCbIf& callback) {
-    ScriptedUnit::Current().Note("ClampControlIf::Create");
-    ScriptedUnit::Current().clamp = &callback;
-    return std::make_shared<testing_support::ScriptedClamp>();
+    testing_support::Unit().clamp = &callback;
+    return Noted("ClampControlIf::Create", std::make_shared<testing_support::ScriptedClamp>());
 }
 
 std::shared_ptr<ImmobilizerIf> ImmobilizerIf::Create(ImmobilizerCbIf& callback) {
-    ScriptedUnit::Current().Note("ImmobilizerIf::Create");
-    ScriptedUnit::Current().immobilizer = &callback;
-    return std::make_shared<testing_support::ScriptedImmobilizer>();
+    testing_support::Unit().immobilizer = &callback;
+    return Noted("ImmobilizerIf::Create", std::make_shared<testing_support::ScriptedImmobilizer>());
 }
 
 std::shared_ptr<EcuCapabilitiesIf> EcuCapabilitiesIf::Create() {
-    ScriptedUnit::Current().Note("EcuCapabilitiesIf::Create");
-    return std::make_shared<testing_support::ScriptedEcu>();
+    return Noted("EcuCapabilitiesIf::Create", std::make_shared<testing_support::ScriptedEcu>());
 }
 
 }  // namespace vintrel

@@ -17,8 +17,7 @@
 
 namespace testing_support {
 
-/// A connector machine that the test drives: it starts or refuses as scripted and reports what the
-/// test tells it to.
+/// A connector machine that starts or refuses as scripted; the test says what it reports.
 class ScriptedConnectorFsm : public vintrel::ZemConnectorFsmIf {
 public:
     ScriptedConnectorFsm() : ZemConnectorFsmIf("ScriptedConnectorFsm") {}
@@ -26,21 +25,17 @@ public:
     bool StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
                   std::shared_ptr<fsm::Fsm> target, int targetEvent) override;
     void GetUrl() override;
-    bool Connect(const std::string& host, unsigned short port, std::shared_ptr<fsm::Fsm> client,
-                 int clientEvent) override;
+    bool Connect(const std::string&, unsigned short, std::shared_ptr<fsm::Fsm>, int) override {
+        return false;
+    }
 
     void ReportStatus(zem_connector::SessionStatus status);
-    void ReportActivation();
-    void ReportConnection(SCConnectionState state);
-    void ReportUrl(const std::string& url, bool success = true);
-    void ReportUnknownInfo(int info);
 
 protected:
     void OnTerminate() override;
 
 private:
-    void FsmStateRunning(int eventId, int eventInfo);
-    std::unique_ptr<StateUpdateEventData> NewStateUpdate() const;
+    void FsmStateRunning(int, int) {}
 };
 
 /// A backend exchange that the test ends with an answer of its choice.
@@ -49,9 +44,9 @@ public:
     ScriptedExchangeFsm() : BackendRequestHandlerFsmIf("ScriptedExchangeFsm") {}
 
     bool StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
-                  std::shared_ptr<fsm::Fsm> target, int targetEvent, std::string request,
+                  std::shared_ptr<fsm::Fsm> target, int targetEvent, std::string requestBody,
                   std::shared_ptr<vintrel::ZemConnectorFsmIf> connectorFsm,
-                  const vintrel::UrlData& urlData) override;
+                  const vintrel::UrlData& url) override;
 
     void Answer(vintrel::ReturnCode code, const std::string& response = {});
 
@@ -62,7 +57,7 @@ protected:
     void OnTerminate() override {}
 
 private:
-    void FsmStateRunning(int eventId, int eventInfo);
+    void FsmStateRunning(int, int) {}
 };
 
 /// Everything around one client machine, scripted: what the neighbours answer, and what they saw.
@@ -87,10 +82,9 @@ public:
     NewProcessLifecycleAdapter(
         process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* callback) const override;
 
-    /// Notes that a neighbour was called.
-    void Note(const std::string& call) { calls.push_back(call); }
     std::size_t CountCalls(const std::string& call) const;
 
+    /// The neighbours that were called, in order.
     std::vector<std::string> calls;
 
     /// What happens while the connector machine is being stopped, and while the store is opened.
@@ -108,7 +102,7 @@ public:
     std::string koruVin{"VNTREL00000000001"};
     std::vector<std::uint8_t> csr{1, 2, 3};
     std::string container{"container"};
-    vintrel::EcuCapabilities ecuCapabilities{"H10", "S20", "PART-30"};
+    vintrel::EcuCapabilities ecu{"H10", "S20", "PART-30"};
 
     process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* lifecycle{nullptr};
     vintrel::ClampControlCbIf* clamp{nullptr};
@@ -119,5 +113,12 @@ public:
     mutable std::vector<std::shared_ptr<ScriptedExchangeFsm>> exchanges;
     mutable std::string transactionType;
 };
+
+/// Notes that a neighbour was called; returns its answer.
+template <typename Answer = bool>
+Answer Noted(const std::string& call, Answer answer = {}) {
+    ScriptedUnit::Current().calls.push_back(call);
+    return answer;
+}
 
 }  // namespace testing_support

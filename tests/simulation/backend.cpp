@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <map>
 #include <system_error>
 
 #include <sys/ioctl.h>
@@ -24,6 +25,7 @@ const std::string kErrorType = "Content-Type: application/GenericError_v2+proto\
 /// Room for a request of `ExchangeModel::kFits` bytes behind its header, and not for a long one.
 constexpr int kSendBuffer = 16384;
 
+const std::string kNoNumber = "HTTP/1.1 abc\r\n\r\n";
 const std::string kNoMessage = "\xff\xff\xff";
 
 std::string Answer(const std::string& status, const std::string& fields, const std::string& body) {
@@ -66,52 +68,36 @@ int Backend::Connect(bool sound) {
 void Backend::Plan(bool sound) {
     if (!sound && mRandom.OneIn(20)) {
         Close();
-        return;
-    }
-    if (sound) {
-        Send(kContinue, mRandom.OneIn(4));
-        mPlan.push_back({Action::kAwaitBody, {}});
-        PlanAnswer(true);
-        return;
-    }
-    if (mRandom.OneIn(3)) {
+    } else if (!sound && mRandom.OneIn(3)) {
         PlanConfirmation();
-        return;
+    } else {
+        Send(kContinue, mRandom.OneIn(4));
+        if (sound || !mRandom.OneIn(6)) {
+            mPlan.push_back({Action::kAwaitBody, {}});
+        }
+        PlanAnswer(sound);
     }
-    Send(kContinue, mRandom.OneIn(4));
-    if (!mRandom.OneIn(6)) {
-        mPlan.push_back({Action::kAwaitBody, {}});
-    }
-    PlanAnswer(false);
 }
 
 void Backend::PlanConfirmation() {
     // Rare: a life ends with the exception that this one leads to.
     if (mRandom.OneIn(12)) {
-        Send("HTTP/1.1 abc\r\n\r\n", false);
+        Send(kNoNumber, false);
         return;
     }
-    switch (mRandom.Below(6)) {
-        case 0:
-            Send("HTTP/1.1 417 Expectation Failed\r\n\r\n", mRandom.OneIn(2));
-            break;
-        case 1:
-            Send("no protocol\r\n\r\n", false);
-            break;
-        case 2:
-            // What stands behind the confirmation in the same read is lost.
-            Send(kContinue + Answer("200 OK", kCertificateType, "lost"), false);
-            mPlan.push_back({Action::kAwaitBody, {}});
-            break;
-        case 3:
-            Send(kContinue.substr(0, mRandom.Below(static_cast<std::uint32_t>(kContinue.size()))),
-                 mRandom.OneIn(2));
-            break;
-        case 4:
-            Send("HTTP/1.1 300 Multiple\r\n\r\n", false);
-            break;
-        default:
-            break;
+    const std::uint32_t kind = mRandom.Below(6);
+    const bool inPieces = (kind == 0 || kind == 3) && mRandom.OneIn(2);
+    static const std::array<std::string, 6> texts = {
+        "HTTP/1.1 417 Expectation Failed\r\n\r\n",
+        "no protocol\r\n\r\n",
+        // What stands behind the confirmation in the same read is lost.
+        kContinue + Answer("200 OK", kCertificateType, "lost"),
+        kContinue,
+        "HTTP/1.1 300 Multiple\r\n\r\n",
+        {}};
+    Send(kind == 3 ? Part(kContinue) : texts.at(kind), inPieces);
+    if (kind == 2) {
+        mPlan.push_back({Action::kAwaitBody, {}});
     }
     if (mRandom.OneIn(2)) {
         mPlan.push_back(
@@ -119,49 +105,48 @@ void Backend::PlanConfirmation() {
     }
 }
 
+std::string Backend::Part(const std::string& text) {
+    return text.substr(0, mRandom.Below(static_cast<std::uint32_t>(text.size())));
+}
+
 void Backend::PlanAnswer(bool sound) {
     const std::string certificate = CertificateBody(
         ++mCertificates, mRandom.OneIn(20) ? mRandom.Below(20000) : mRandom.Below(40));
     std::string text = Answer("200 OK", kCertificateType, certificate);
     if (!sound) {
-        switch (mRandom.Below(mRandom.OneIn(3) ? 10 : 9)) {
-            case 0:
-                text = Answer("200 OK", kCertificateType, {});
-                break;
-            case 1:
-                text = Answer("200 OK", "Content-Type: text/html\r\n", "hello");
-                break;
-            case 2:
-                text = Answer("200 OK", kCertificateType, kNoMessage);
-                break;
-            case 3:
-                text = Answer("500 Internal", kErrorType,
-                              ErrorBody(static_cast<int>(mRandom.Below(1000)) - 500));
-                break;
-            case 4:
-                text = Answer("403 Forbidden", kErrorType, mRandom.OneIn(2) ? kNoMessage : "");
-                break;
-            case 5:
-                text = Answer("404 Not Found", {}, {});
-                break;
-            case 6:
-                text = text.substr(0, mRandom.Below(static_cast<std::uint32_t>(text.size())));
-                break;
-            case 7:
-                text.clear();
-                break;
-            case 8:
-                mPlan.push_back({Action::kCloseUnread, {}});
-                break;
-            default:
-                text = "HTTP/1.1 abc\r\n\r\n";
-                break;
-        }
+        text = Unsound(text);
     }
     Send(text, mRandom.OneIn(3));
     if (sound || !mRandom.OneIn(4)) {
         mPlan.push_back({mRandom.OneIn(2) ? Action::kClose : Action::kHalfClose, {}});
     }
+}
+
+std::string Backend::Unsound(const std::string& answer) {
+    const std::uint32_t kind = mRandom.Below(mRandom.OneIn(3) ? 10 : 9);
+    if (kind == 3) {
+        const int code = static_cast<int>(mRandom.Below(1000)) - 500;
+        return Answer("500 Internal", kErrorType, ErrorBody(code));
+    }
+    if (kind == 4) {
+        return Answer("403 Forbidden", kErrorType, mRandom.OneIn(2) ? kNoMessage : "");
+    }
+    if (kind == 6) {
+        return Part(answer);
+    }
+    if (kind == 8) {
+        mPlan.push_back({Action::kCloseUnread, {}});
+        return answer;
+    }
+    static const std::map<std::uint32_t, std::string> texts = {
+        {0, Answer("200 OK", kCertificateType, {})},
+        {1, Answer("200 OK", "Content-Type: text/html\r\n", "hello")},
+        {2, Answer("200 OK", kCertificateType, kNoMessage)},
+        {5, Answer("404 Not Found", {}, {})},
+        {7, {}},
+        {9, kNoNumber},
+    };
+    return texts.at(kind);
 }
 
 void Backend::Send(const std::string& text, bool inPieces) {
@@ -187,21 +172,14 @@ bool Backend::Step() {
         }
     }
     mPlan.pop_front();
-    switch (move.action) {
-        case Action::kSend:
-            SendPiece(move.text);
-            break;
-        case Action::kAwaitBody:
-            break;
-        case Action::kHalfClose:
-            mOracle.Tell("the backend has no more to say");
-            shutdown(mSocket, SHUT_WR);
-            mWire->backendHalfClosed = true;
-            break;
-        case Action::kClose:
-        case Action::kCloseUnread:
-            Close();
-            break;
+    if (move.action == Action::kSend) {
+        SendPiece(move.text);
+    } else if (move.action == Action::kHalfClose) {
+        mOracle.Tell("the backend has no more to say");
+        shutdown(mSocket, SHUT_WR);
+        mWire->backendHalfClosed = true;
+    } else if (move.action != Action::kAwaitBody) {
+        Close();
     }
     return true;
 }

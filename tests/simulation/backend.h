@@ -6,7 +6,6 @@
 
 #include "simulation/oracle.h"
 #include "simulation/random.h"
-#include "simulation/wire.h"
 
 namespace simulation {
 
@@ -38,6 +37,8 @@ private:
     void Plan(bool sound);
     void PlanConfirmation();
     void PlanAnswer(bool sound);
+    std::string Unsound(const std::string& answer);
+    std::string Part(const std::string& text);
     void Send(const std::string& text, bool inPieces);
     void SendPiece(const std::string& text);
 

@@ -7,27 +7,26 @@
 #include "GenericError_V2.pb.h"
 #include "QUBA_CO_KoruVintrelRequest_v1.pb.h"
 #include "QUBA_CT_KoruCertificateResponse_v2.pb.h"
+#include "client/activation_reason.h"
 
 namespace simulation {
 
 namespace {
 
-enum EventId : int {
-    kCheckServices = 0,
-    kCheckTime = 1,
-    kStartDownload = 2,
-    kBackendResponse = 3,
-    kRetryTimer = 4,
-    kStartConnector = 5,
-    kValidateCertificate = 6,
-    kStartUpdate = 7,
-    kConnector = 8,
-    kClamp = 9,
-    kImmobilizerConnection = 10,
-    kImmobilizerVin = 11,
-    kTlsAlert = 12,
-    kShutdown = 13,
-};
+constexpr int kCheckServices = 0;
+constexpr int kCheckTime = 1;
+constexpr int kStartDownload = 2;
+constexpr int kBackendResponse = 3;
+constexpr int kRetryTimer = 4;
+constexpr int kStartConnector = 5;
+constexpr int kValidateCertificate = 6;
+constexpr int kStartUpdate = 7;
+constexpr int kConnector = 8;
+constexpr int kClamp = 9;
+constexpr int kImmobilizerConnection = 10;
+constexpr int kImmobilizerVin = 11;
+constexpr int kTlsAlert = 12;
+constexpr int kShutdown = 13;
 
 constexpr int kInfoStatus = 0;
 constexpr int kInfoConnection = 2;
@@ -39,18 +38,15 @@ constexpr int kNoCertificate = 2;
 /// Seconds before the n-th retry.
 constexpr std::array<int, 9> kRetryWaits{5, 5, 300, 300, 300, 300, 900, 900, 900};
 
+const std::array<std::string, 4> kConnectionTexts{"NotAvailable", "Disconnected", "Ondemand",
+                                                  "Connected"};
+const std::array<std::string, 4> kSessionTexts{": Idle", ": Starting", " was started successfully",
+                                               ": Rejected"};
+
+const std::string kUpdateFailed = "E EndCertificateUpdate The TIV Certificate update failed!";
+
 std::string ReasonText(int reason) {
-    static constexpr std::array<const char*, 9> kTexts{
-        "ACTIVATIONREASON_CLAMP30_DETECTED",
-        "ACTIVATIONREASON_FORCE_REACTIVATION",
-        "ACTIVATIONREASON_CLIENT_CERTIFICATE_INVALID",
-        "ACTIVATIONREASON_KORU_CERTIFICATE_UPDATE",
-        "ACTIVATIONREASON_FACTORY_RESET",
-        "ACTIVATIONREASON_OTHER",
-        "ACTIVATION_REASON_DATA_TAMPERED",
-        "ACTIVATION_REASON_CERT_1YEAR_EXPIRATION",
-        "ACTIVATION_REASON_DIAGNOSTIC_ROUTINE"};
-    return kTexts.at(static_cast<std::size_t>(reason));
+    return vintrel::StatusToString(static_cast<vintrel::ActivationReason>(reason));
 }
 
 std::string OneOrZero(bool value) {
@@ -59,78 +55,88 @@ std::string OneOrZero(bool value) {
 
 }  // namespace
 
-ClientModel::ClientModel(Oracle& oracle, testing_support::ScriptedUnit& unit,
-                         std::shared_ptr<ConnectorModel> connector, bool factoryReset)
-    : MachineModel(oracle, "VintrelClientFsm"),
-      mUnit(unit),
-      mConnector(std::move(connector)),
-      mReset(factoryReset) {}
+/// What the states do about the events that they have a row for.
+const ClientModel::Row ClientModel::kRows[] = {
+    {kClamp, "FsmStateWaitTrigger", &ClientModel::TriggerByClamp},
+    {kTlsAlert, "FsmStateWaitTrigger", &ClientModel::TriggerByAlert},
+    {kStartConnector, "FsmStateWaitZemConnector", &ClientModel::WaitConnector},
+    {kConnector, "FsmStateWaitZemConnector", &ClientModel::WaitConnector},
+    {kCheckServices, "FsmStateCheckServices", &ClientModel::CheckServices},
+    {kImmobilizerConnection, "FsmStateCheckServices", &ClientModel::CheckServices},
+    {kImmobilizerVin, "FsmStateWaitVin", &ClientModel::HandleVin},
+    {kCheckTime, "FsmStateWaitVin", &ClientModel::HandleCheckTime},
+    {kStartUpdate, "StartCertificateUpdate", &ClientModel::Update},
+    {kBackendResponse, "FsmStateDownloadCertificate", &ClientModel::HandleAnswer},
+    {kStartDownload, "FsmStateDownloadCertificate", &ClientModel::TestDownload},
+    {kConnector, "FsmStateDownloadCertificate", &ClientModel::TestDownload},
+    {kTlsAlert, "FsmStateDownloadCertificate", &ClientModel::TestDownload},
+    {kValidateCertificate, "FsmStateCheckAndStoreTiv", &ClientModel::CheckAndStore},
+    {kRetryTimer, "FsmRetryProcedure", &ClientModel::Retry},
+};
 
 void ClientModel::Construct(bool storeOpens, bool terminatedMeanwhile) {
     mOracle.Expect("I FsmBaseClass: State transition to FsmStateNotStarted");
-    Calls({"NewProcessLifecycleAdapter", "SystemTimeIf::Create", "NewHsm"});
+    Shows({"> NewProcessLifecycleAdapter", "> SystemTimeIf::Create", "> NewHsm"});
     if (terminatedMeanwhile) {
         Termination();
     }
     if (!storeOpens) {
-        Row("start: store cannot be opened");
         ReleaseAdapter();
         return;
     }
-    Calls({"TiveGeneratorIf::Create", "NewZemConnectorFsm QUBA-GenerateTIVCert-C003"});
+    Shows({"> TiveGeneratorIf::Create", "> NewZemConnectorFsm QUBA-GenerateTIVCert-C003"});
     mConnector->Construct();
-    Calls({"TlsAlertsIf::Create", "TlsAlerts.Start", "ClampControlIf::Create",
-           "ImmobilizerIf::Create", "EcuCapabilitiesIf::Create"});
+    Shows({"> TlsAlertsIf::Create", "> TlsAlerts.Start", "> ClampControlIf::Create",
+           "> ImmobilizerIf::Create", "> EcuCapabilitiesIf::Create"});
 }
 
 bool ClientModel::Start() {
     Registered();
     if (!mUnit.withAdapter) {
-        Row("start: no adapter", {"E Not able initialize ProcessLifecycleAdapter!"});
+        Shows({"E Not able initialize ProcessLifecycleAdapter!"});
         Stop();
         return false;
     }
-    Calls({"Adapter.Initialize vintrel-client"});
+    Shows({"> Adapter.Initialize vintrel-client"});
     if (!mConnector->Start(shared_from_this())) {
-        Row("start: session rejected");
         Stop();
         return false;
     }
     if (mReset) {
-        Row("start: reset", {"I Vintrel Client Factory Reset"});
+        Shows({"I Vintrel Client Factory Reset"});
         if (Delete()) {
-            Row("start: reset fails", {"E Factory Reset failed!"});
+            Shows({"E Factory Reset failed!"});
         }
     }
-    Calls({"Clamp.Subscribe", "Immobilizer.Init", "Ecu.Initialize", "SystemTime.Initialize"});
-    EndPass("start: done", {});
+    Shows(
+        {"> Clamp.Subscribe", "> Immobilizer.Init", "> Ecu.Initialize", "> SystemTime.Initialize"});
+    EndPass();
     return true;
 }
 
 void ClientModel::ClampState(bool on) {
-    Info("ClampStateChangeCb: state changed to " + OneOrZero(on));
-    Post(To(nullptr, kClamp, on ? 1 : 0));
+    Shows({"I ClampStateChangeCb: state changed to " + OneOrZero(on)});
+    Post({nullptr, kClamp, on ? 1 : 0});
 }
 
 void ClientModel::ImmobilizerConnection(bool connected) {
-    Info("ImmobilizerConnectionStateChangeCb: state changed to " + OneOrZero(connected));
-    Post(To(nullptr, kImmobilizerConnection, connected ? 1 : 0));
+    Shows({"I ImmobilizerConnectionStateChangeCb: state changed to " + OneOrZero(connected)});
+    Post({nullptr, kImmobilizerConnection, connected ? 1 : 0});
 }
 
 void ClientModel::ImmobilizerVin(const std::string& vin) {
-    Event event = To(nullptr, kImmobilizerVin);
-    event.text = vin;
-    Post(std::move(event));
+    Post({nullptr, kImmobilizerVin, 0, 0, false, vin});
 }
 
 void ClientModel::TlsAlert(const std::string& oid, int code) {
-    Info("TLS alert received for oid: " + oid);
+    Shows({"I TLS alert received for oid: " + oid});
     if (oid == "QUBA-TokenManagement.COTokenRequest") {
-        Event event = To(nullptr, kTlsAlert);
-        event.text = oid;
-        event.number = code;
-        Post(std::move(event));
+        Post({nullptr, kTlsAlert, 0, code, false, oid});
     }
+}
+
+void ClientModel::Termination() {
+    Post({nullptr, kShutdown});
 }
 
 void ClientModel::Handle(const Event& event) {
@@ -140,76 +146,52 @@ void ClientModel::Handle(const Event& event) {
     if (Ended() && event.id != kConnector) {
         return;
     }
-    if (HandleInState(before, event) || Ended()) {
-        return;
+    const auto* row = std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& candidate) {
+        return candidate.event == event.id && before == candidate.state;
+    });
+    if (row != std::end(kRows)) {
+        (this->*row->method)(event);
+    } else if (!common) {
+        Shows({"E Unknown event " + std::to_string(event.id) +
+               ", eventInfo: " + std::to_string(event.info)});
+        Stop();
     }
-    if (common) {
-        mOracle.Walk(before + ": common");
-        return;
-    }
-    Row("any: unexpected event", {"E Unknown event " + std::to_string(event.id) +
-                                  ", eventInfo: " + std::to_string(event.info)});
-    Stop();
 }
 
-bool ClientModel::HandleInState(const std::string& name, const Event& event) {
-    using Method = bool (ClientModel::*)(const Event&);
-    static constexpr std::array<std::pair<const char*, Method>, 8> kStates{
-        {{"FsmStateWaitTrigger", &ClientModel::WaitTrigger},
-         {"FsmStateWaitZemConnector", &ClientModel::WaitConnector},
-         {"FsmStateCheckServices", &ClientModel::CheckServices},
-         {"FsmStateWaitVin", &ClientModel::WaitVin},
-         {"StartCertificateUpdate", &ClientModel::Update},
-         {"FsmStateDownloadCertificate", &ClientModel::Download},
-         {"FsmStateCheckAndStoreTiv", &ClientModel::CheckAndStore},
-         {"FsmRetryProcedure", &ClientModel::Retry}}};
-    const auto state = std::find_if(kStates.begin(), kStates.end(),
-                                    [&name](const auto& entry) { return name == entry.first; });
-    return (this->*state->second)(event);
-}
-
+/// False if the event means nothing by itself.
 bool ClientModel::Common(const Event& event) {
-    switch (event.id) {
-        case kConnector:
-            HandleConnector(event);
-            return true;
-        case kClamp:
-            mClampOn = event.info == 1;
-            Info("HandleClampControlEvent: Clamp 15 has changed state to " + OneOrZero(mClampOn));
-            mAlertHandled = mAlertHandled && mClampOn;
-            return true;
-        case kImmobilizerConnection:
-            mImmobilizer = event.info == 1;
-            Info("Immobilizer Service connection state has changed to " + OneOrZero(mImmobilizer));
-            return true;
-        case kTlsAlert:
-            Info("Received TLS alert for oid " + event.text + ", code " +
-                 std::to_string(event.number));
-            mPass.oid = event.text;
-            mPass.alert = true;
-            return true;
-        case kShutdown:
-            Row("any: shutdown", {"I Handling Vintrel Client termination request."});
-            Stop();
-            return true;
-        default:
-            return false;
+    const bool on = event.info == 1;
+    if (event.id == kConnector) {
+        HandleConnector(event);
+    } else if (event.id == kClamp) {
+        mClampOn = on;
+        mAlertHandled = mAlertHandled && on;
+        Shows({"I HandleClampControlEvent: Clamp 15 has changed state to " + OneOrZero(on)});
+    } else if (event.id == kImmobilizerConnection) {
+        mImmobilizer = on;
+        Shows({"I Immobilizer Service connection state has changed to " + OneOrZero(on)});
+    } else if (event.id == kTlsAlert) {
+        Shows({"I Received TLS alert for oid " + event.text + ", code " +
+               std::to_string(event.number)});
+        mPass.oid = event.text;
+        mPass.alert = true;
+    } else if (event.id == kShutdown) {
+        Shows({"I Handling Vintrel Client termination request."});
+        Stop();
+    } else {
+        return false;
     }
+    return true;
 }
 
 void ClientModel::HandleConnector(const Event& event) {
+    const auto number = static_cast<std::size_t>(event.number);
     if (event.info == kInfoConnection) {
-        static constexpr std::array<const char*, 4> kTexts{"NotAvailable", "Disconnected",
-                                                           "Ondemand", "Connected"};
         mConnection = event.number;
-        Info(std::string("Connection State changed to ") +
-             kTexts.at(static_cast<std::size_t>(mConnection)));
+        Shows({"I Connection State changed to " + kConnectionTexts.at(number)});
     } else if (event.info == kInfoStatus) {
-        static constexpr std::array<const char*, 4> kTexts{
-            "Zem-Connector: Idle", "Zem-Connector: Starting",
-            "Zem-Connector was started successfully", "Zem-Connector: Rejected"};
         mSession = event.number;
-        Info(kTexts.at(static_cast<std::size_t>(mSession)));
+        Shows({"I Zem-Connector" + kSessionTexts.at(number)});
         if (mSession == kSessionRejected) {
             Stop();
         }
@@ -217,11 +199,11 @@ void ClientModel::HandleConnector(const Event& event) {
 }
 
 void ClientModel::Stop() {
-    Info("OnTerminate");
+    Shows({"I OnTerminate"});
     mConnector->Stop();
-    Calls({"TlsAlerts.Stop"});
+    Shows({"> TlsAlerts.Stop"});
     ReleaseAdapter();
-    Info("Vintrel Client Terminated.");
+    Shows({"I Vintrel Client Terminated."});
     Enter("FsmStateTerminated");
 }
 
@@ -230,247 +212,187 @@ void ClientModel::ReleaseAdapter() {
         return;
     }
     if (lateTermination) {
-        Row("any: termination at the end");
         mOracle.terminationRequested = true;
         Termination();
     }
-    Calls({"Adapter released"});
+    Shows({"> Adapter released"});
 }
 
-bool ClientModel::WaitTrigger(const Event& event) {
-    if (event.id == kClamp && mClampOn) {
-        Row("wait trigger: clamp on", {"I Vintrel Client triggered by Clamp 15"});
-        StartPass();
-    } else if (event.id == kClamp) {
-        Row("wait trigger: clamp off");
-    } else if (event.id != kTlsAlert) {
-        return false;
-    } else if (!mClampOn) {
-        Row("wait trigger: alert, clamp off", {"I TLS Alert ignored, because CLAMP15 is OFF"});
-    } else if (mAlertHandled) {
-        Row("wait trigger: alert, handled", {"I TLS Alert ignored, already handled once"});
-    } else {
-        Row("wait trigger: alert", {"I Vintrel Client triggered by TLS Alert"});
-        mAlertHandled = true;
+void ClientModel::TriggerByClamp(const Event&) {
+    if (mClampOn) {
+        Shows({"I Vintrel Client triggered by Clamp 15"});
         StartPass();
     }
-    return true;
+}
+
+void ClientModel::TriggerByAlert(const Event&) {
+    if (!mClampOn) {
+        Shows({"I TLS Alert ignored, because CLAMP15 is OFF"});
+    } else if (std::exchange(mAlertHandled, true)) {
+        Shows({"I TLS Alert ignored, already handled once"});
+    } else {
+        Shows({"I Vintrel Client triggered by TLS Alert"});
+        StartPass();
+    }
 }
 
 void ClientModel::StartPass() {
     ++mOracle.passes;
-    Raise(kStartConnector);
-    Enter("FsmStateWaitZemConnector");
+    Enter("FsmStateWaitZemConnector", kStartConnector);
 }
 
-bool ClientModel::WaitConnector(const Event& event) {
-    if (event.id != kStartConnector && event.id != kConnector) {
-        return false;
-    }
+void ClientModel::WaitConnector(const Event& event) {
     if (event.info == kInfoUrl) {
         HandleUrl(event);
-    } else if (event.info != kInfoStatus) {
-        return false;
-    } else if (mSession != kSessionStarted) {
-        Row(Ended() ? "wait connector: rejected" : "wait connector: session not started",
-            {"I CheckZemConnectorStatus: Wrong ZemConnector session status: " +
-             std::to_string(mSession)});
-    } else {
-        Row("wait connector: query", {"I Get VTTL URL"});
+    } else if (event.info == kInfoStatus && mSession == kSessionStarted) {
+        Shows({"I Get VTTL URL"});
         mConnector->GetUrl();
+    } else if (event.info == kInfoStatus) {
+        Shows({"I CheckZemConnectorStatus: Wrong ZemConnector session status: " +
+               std::to_string(mSession)});
     }
-    return true;
 }
 
 void ClientModel::HandleUrl(const Event& event) {
     if (!event.good) {
-        Row("wait connector: URL failed", {"E Error received for the URL!"});
+        Shows({"E Error received for the URL!"});
     }
     const std::string text = event.good ? event.text : std::string();
-    Info("VTTL URL: '" + text + "'");
+    Shows({"I VTTL URL: '" + text + "'"});
     if (text.empty()) {
-        EndPass("wait connector: URL empty", {"E No URL available"});
+        EndPass({"E No URL available"});
         return;
     }
-    const auto url = std::find_if(Urls().begin(), Urls().end(),
+    const auto url = std::find_if(kUrls.begin(), kUrls.end(),
                                   [&text](const Url& known) { return known.text == text; });
     for (const std::string& line : url->lines) {
         mOracle.Expect(line);
     }
     if (!url->good) {
-        EndPass("wait connector: URL invalid", {"E Invalid VTTL URL: '" + text + "'"});
+        EndPass({"E Invalid VTTL URL: '" + text + "'"});
         return;
     }
-    Row("wait connector: URL good");
     mPass.destination = url->destination;
-    Raise(kCheckServices);
-    Enter("FsmStateCheckServices");
+    Enter("FsmStateCheckServices", kCheckServices);
 }
 
-bool ClientModel::CheckServices(const Event& event) {
-    if (event.id != kCheckServices && event.id != kImmobilizerConnection) {
-        return false;
-    }
+void ClientModel::CheckServices(const Event&) {
     mOracle.Drop(this, kCheckServices);
     if (mImmobilizer) {
-        Row("check services: connected", {"I Service check OK, continue."});
+        Shows({"I Service check OK, continue."});
         QueryVin();
     } else {
-        Row("check services: not connected",
-            {"I ServiceStatusCheck: Immobilizer service is not available"});
+        Shows({"I ServiceStatusCheck: Immobilizer service is not available"});
     }
-    return true;
 }
 
 void ClientModel::QueryVin() {
     mKoruVin.clear();
-    Info("Requesting VIN from the Immobilizer Service.");
-    Calls({"GetVin"});
+    Shows({"I Requesting VIN from the Immobilizer Service.", "> GetVin"});
     ++owesVin;
     Enter("FsmStateWaitVin");
 }
 
-bool ClientModel::WaitVin(const Event& event) {
-    if (event.id == kImmobilizerVin) {
-        HandleVin(event.text);
-    } else if (event.id == kCheckTime) {
-        HandleCheckTime();
-    }
-    return event.id == kImmobilizerVin || event.id == kCheckTime;
-}
-
-void ClientModel::HandleVin(const std::string& vin) {
+void ClientModel::HandleVin(const Event& event) {
+    const std::string& vin = event.text;
     if (vin.empty()) {
-        EndPass("wait VIN: immobilizer empty",
-                {"E Received an empty VIN from the Immobilizer Service."});
+        EndPass({"E Received an empty VIN from the Immobilizer Service."});
         return;
     }
-    Info("Received VIN from the Immobilizer Service: " + vin);
-    Calls({"GetKoruVin"});
+    Shows({"I Received VIN from the Immobilizer Service: " + vin, "> GetKoruVin"});
     mKoruVin = mUnit.koruVin;
     if (mKoruVin.empty()) {
-        EndPass("wait VIN: KORU empty", {"E No VIN received from the KORU."});
+        EndPass({"E No VIN received from the KORU."});
         return;
     }
-    Info("Received VIN from the KORU: " + mKoruVin);
+    Shows({"I Received VIN from the KORU: " + mKoruVin});
     if (vin != mKoruVin) {
-        Row("wait VIN: mismatch",
-            {"E Immobilizer VIN (" + vin + ") and KORU VIN (" + mKoruVin + ") do not match!",
-             "E Precheck Failed!"});
+        Shows({"E Immobilizer VIN (" + vin + ") and KORU VIN (" + mKoruVin + ") do not match!",
+               "E Precheck Failed!"});
         Delete();
-        EndPass({}, {});
+        EndPass();
         return;
     }
-    Row("wait VIN: match",
-        {"I Precheck was completed successfully", "I Immobilizer VIN and KORU VIN match"});
+    Shows({"I Precheck was completed successfully", "I Immobilizer VIN and KORU VIN match"});
     Raise(kCheckTime);
 }
 
-void ClientModel::HandleCheckTime() {
+void ClientModel::HandleCheckTime(const Event&) {
     if (!mUnit.timeSet) {
-        Row("wait VIN: time not set",
-            {"I FsmStateWaitVin: System time is not set. Retrying in 10 seconds..."});
+        Shows({"I FsmStateWaitVin: System time is not set. Retrying in 10 seconds..."});
         Timer(kCheckTime, 10000);
     } else if (!mPass.alert) {
         Judge();
     } else if (mPass.retryOngoing) {
-        Row("wait VIN: alert retry",
-            {"I Retry ongoing. Keep currect ActivationReason: " + ReasonText(mReason)});
-        StartUpdate();
+        Shows({"I Retry ongoing. Keep currect ActivationReason: " + ReasonText(mReason)});
+        Enter("StartCertificateUpdate", kStartUpdate);
     } else {
-        Row("wait VIN: alert pass");
-        Calls({"CheckTrustStore"});
+        Shows({"> CheckTrustStore"});
         mReason = static_cast<int>(mUnit.status) == kNoCertificate ? 0 : 1;
-        StartUpdate();
+        Enter("StartCertificateUpdate", kStartUpdate);
     }
 }
 
 void ClientModel::Judge() {
-    Calls({"CheckTrustStore"});
+    Shows({"> CheckTrustStore"});
     const int status = static_cast<int>(mUnit.status);
-    if (mPass.retryOngoing) {
-        Row("wait VIN: normal retry");
-    } else {
+    if (!mPass.retryOngoing) {
         mReason = ReasonOf(status);
     }
     if (mReason == 2 || mReason == 3) {
-        Info("Invalid TIV certificate.");
+        Shows({"I Invalid TIV certificate."});
     } else if (mReason == 0 || mReason == 4) {
-        Info("No TIV certificate available.");
+        Shows({"I No TIV certificate available."});
     }
-    const bool remove = status >= 4 && status <= 6;
-    if (remove) {
+    if (status >= 4 && status <= 6) {
         Delete();
     }
     if (status != kNoCertificate && (status < 4 || status > 7)) {
-        EndPass("wait VIN: no update", {"I No TIV certificate update needed."});
+        EndPass({"I No TIV certificate update needed."});
         return;
     }
-    Row(remove ? "wait VIN: update, delete" : "wait VIN: update, keep",
-        {"I TIV certificate update needed."});
-    StartUpdate();
+    Shows({"I TIV certificate update needed."});
+    Enter("StartCertificateUpdate", kStartUpdate);
 }
 
 int ClientModel::ReasonOf(int status) {
-    switch (status) {
-        case 0:
-            return 5;
-        case kNoCertificate:
-            Row(mReset ? "wait VIN: reason of the reset" : "wait VIN: none stored");
-            return std::exchange(mReset, false) ? 4 : 0;
-        case 4:
-            return 3;
-        case 5:
-        case 6:
-            return 2;
-        case 7:
-            return 7;
-        default:
-            Row("wait VIN: unknown status", {"E Unknown status code!"});
-            return 5;
+    static constexpr std::array<int, 8> kReasons{5, 5, 0, 5, 3, 2, 2, 7};
+    if (status == kNoCertificate && std::exchange(mReset, false)) {
+        return 4;
     }
+    if (status == 1 || status == 3 || status > 7) {
+        Shows({"E Unknown status code!"});
+        return 5;
+    }
+    return kReasons.at(static_cast<std::size_t>(status));
 }
 
-void ClientModel::StartUpdate() {
-    Raise(kStartUpdate);
-    Enter("StartCertificateUpdate");
-}
-
-bool ClientModel::Update(const Event& event) {
-    if (event.id != kStartUpdate) {
-        return false;
-    }
-    Info("Updating the TIV Certificate");
-    Info("Activation reason: " + ReasonText(mReason));
-    const vintrel::EcuCapabilities& ecu = mUnit.ecuCapabilities;
+void ClientModel::Update(const Event&) {
+    Shows({"I Updating the TIV Certificate", "I Activation reason: " + ReasonText(mReason)});
+    const vintrel::EcuCapabilities& ecu = mUnit.ecu;
     if (ecu.hardwareVersion.empty() || ecu.softwareVersion.empty() || ecu.partNumber.empty()) {
-        Row("update: ECU data missing",
-            {"E ECU capabilities not available, hardwareVersion: '" + ecu.hardwareVersion +
-             "', softwareVersion: '" + ecu.softwareVersion + "', partNumber: '" + ecu.partNumber +
-             "'. Retrying in 10000 milliseconds..."});
+        Shows({"E ECU capabilities not available, hardwareVersion: '" + ecu.hardwareVersion +
+               "', softwareVersion: '" + ecu.softwareVersion + "', partNumber: '" + ecu.partNumber +
+               "'. Retrying in 10000 milliseconds..."});
         Timer(kStartUpdate, 10000);
-        return true;
+        return;
     }
-    Info("EcuHardwareVersion: " + ecu.hardwareVersion);
-    Info("EcuSoftwareVersion: " + ecu.softwareVersion);
-    Info("EcuPartNumber: " + ecu.partNumber);
-    Calls({"GenerateCsr " + mKoruVin});
+    Shows({"I EcuHardwareVersion: " + ecu.hardwareVersion,
+           "I EcuSoftwareVersion: " + ecu.softwareVersion, "I EcuPartNumber: " + ecu.partNumber,
+           "> GenerateCsr " + mKoruVin});
     if (mUnit.csr.empty()) {
-        StartRetry("update: no CSR", "E Failed to generate the CSR!");
-        return true;
+        StartRetry("E Failed to generate the CSR!");
+        return;
     }
-    Info("The CSR was generated successfully");
-    Calls({"ConstructContainer"});
+    Shows({"I The CSR was generated successfully", "> ConstructContainer"});
     if (mUnit.container.empty()) {
-        StartRetry("update: no container", "E Failed to create TIVE container!");
-        return true;
+        StartRetry("E Failed to create TIVE container!");
+        return;
     }
-    Row("update: done", {"I The TIVE Container was created successfully: '" + mUnit.container + "'",
-                         "I Protobuf was created successfully"});
+    Shows({"I The TIVE Container was created successfully: '" + mUnit.container + "'",
+           "I Protobuf was created successfully"});
     mPass.body = RequestBody();
-    Raise(kStartDownload);
-    Enter("FsmStateDownloadCertificate");
-    return true;
+    Enter("FsmStateDownloadCertificate", kStartDownload);
 }
 
 std::string ClientModel::RequestBody() const {
@@ -480,49 +402,34 @@ std::string ClientModel::RequestBody() const {
     request.set_operationtypeid(mPass.oid);
     auto& ecu = *request.mutable_ecu_capability();
     ecu.set_diagnostic_address("C003");
-    ecu.set_hw_version(mUnit.ecuCapabilities.hardwareVersion);
-    ecu.set_sw_version(mUnit.ecuCapabilities.softwareVersion);
-    ecu.set_part_number(mUnit.ecuCapabilities.partNumber);
+    ecu.set_hw_version(mUnit.ecu.hardwareVersion);
+    ecu.set_sw_version(mUnit.ecu.softwareVersion);
+    ecu.set_part_number(mUnit.ecu.partNumber);
     request.mutable_sim_card_data();
     return request.SerializeAsString();
 }
 
-bool ClientModel::Download(const Event& event) {
-    if (event.id == kBackendResponse) {
-        HandleAnswer(event);
-        return true;
-    }
-    if (event.id == kStartDownload || event.id == kConnector || event.id == kTlsAlert) {
-        TestDownload();
-        return true;
-    }
-    return false;
-}
-
-void ClientModel::TestDownload() {
+void ClientModel::TestDownload(const Event&) {
     if (mConnection != 2 && mConnection != 3) {
-        Row("download: connection not usable",
-            {"I Certificate Download is waiting for correct Connection state..."});
+        Shows({"I Certificate Download is waiting for correct Connection state..."});
     } else if (mExchange) {
-        Row("download: exchange running", {"I Certificate Download is already ongoing"});
+        Shows({"I Certificate Download is already ongoing"});
     } else {
         StartDownload();
     }
 }
 
 void ClientModel::StartDownload() {
-    Info("Certificate Update started, type = " + OneOrZero(mPass.alert));
+    Shows({"I Certificate Update started, type = " + OneOrZero(mPass.alert)});
+    // It says so, but a machine that has stopped starts nothing.
     if (Ended()) {
-        // It says so, but a machine that has stopped starts nothing.
-        Row("download: rejected");
         return;
     }
     if (!mUnit.exchangeStarts) {
         mOracle.Expect("I ScriptedExchangeFsm: State transition to FsmStateNotStarted");
-        EndUpdate("download: start refused", {"E BackendRequestHandlerFsm start failed!"});
+        EndPass({"E BackendRequestHandlerFsm start failed!", kUpdateFailed});
         return;
     }
-    Row("download: start");
     mExchange = true;
     mOracle.exchange = std::make_shared<ExchangeModel>(mOracle, shared_from_this(), *mConnector);
     mOracle.machines.resize(2);
@@ -531,99 +438,78 @@ void ClientModel::StartDownload() {
 }
 
 void ClientModel::HandleAnswer(const Event& event) {
-    Info("Backend response received, status: " + std::to_string(event.number));
+    Shows({"I Backend response received, status: " + std::to_string(event.number)});
     mExchange = false;
     if (event.number == 9) {
         domain::backend::proto::GenericErrorV2 error;
-        if (error.ParseFromString(event.text)) {
-            EndUpdate(
-                "download: error parsed",
-                {"I GenericError received!\nErrorCode: " + std::to_string(error.error_code()) +
-                 "\nErrorDescription: " + error.error_description() +
-                 "\nTransactionId: " + error.transaction_id() + "\n"});
-        } else {
-            EndUpdate("download: error unparsable", {"E Failed to parse error response"});
-        }
+        const bool parses = error.ParseFromString(event.text);
+        EndPass(
+            {parses ? "I GenericError received!\nErrorCode: " + std::to_string(error.error_code()) +
+                          "\nErrorDescription: " + error.error_description() +
+                          "\nTransactionId: " + error.transaction_id() + "\n"
+                    : "E Failed to parse error response",
+             kUpdateFailed});
         return;
     }
     if (event.number != 0) {
-        StartRetry("download: retry", "I Backend connection failed, retrying...");
+        StartRetry("I Backend connection failed, retrying...");
         return;
     }
     domain::backend::proto::QUBACTKoruCertificateResponseV2 response;
     if (!response.ParseFromString(event.text)) {
-        EndUpdate("download: unparsable certificate", {"E Unable to parse the Response!"});
+        EndPass({"E Unable to parse the Response!", kUpdateFailed});
         return;
     }
-    Row("download: certificate", {"I Received a TIV Certificate: '" + response.certificate() + "'",
-                                  "I Delay TIV validation by 3 seconds..."});
-    Event validate = To(shared_from_this(), kValidateCertificate);
-    validate.text = response.certificate();
-    mOracle.RaiseTimer(std::move(validate), 3000);
+    Shows({"I Received a TIV Certificate: '" + response.certificate() + "'",
+           "I Delay TIV validation by 3 seconds..."});
+    mOracle.RaiseTimer(
+        {shared_from_this(), kValidateCertificate, 0, 0, false, response.certificate()}, 3000);
     Enter("FsmStateCheckAndStoreTiv");
 }
 
-bool ClientModel::CheckAndStore(const Event& event) {
-    if (event.id != kValidateCertificate) {
-        return false;
-    }
-    Calls({"Check " + event.text + " " + mKoruVin});
+void ClientModel::CheckAndStore(const Event& event) {
+    Shows({"> Check " + event.text + " " + mKoruVin});
     if (mUnit.checkFails) {
-        EndUpdate("store: check fails", {"E Checking the TIV Certificate failed!"});
-        return true;
+        EndPass({"E Checking the TIV Certificate failed!", kUpdateFailed});
+        return;
     }
-    Info("The TIV Certificate is valid");
-    Calls({"Store " + event.text});
+    Shows({"I The TIV Certificate is valid", "> Store " + event.text});
     if (mUnit.storeFails) {
-        EndUpdate("store: storing fails", {"E Storing the TIV Certificate failed!"});
+        EndPass({"E Storing the TIV Certificate failed!", kUpdateFailed});
     } else {
-        EndUpdate("store: done", {"I The TIV Certificate and the Key were stored successfully"},
-                  true);
+        EndPass({"I The TIV Certificate and the Key were stored successfully",
+                 "I EndCertificateUpdate The TIV Certificate was successfully updated"});
     }
-    return true;
 }
 
-void ClientModel::StartRetry(std::string_view row, const std::string& line) {
-    Row(row, {line});
+void ClientModel::StartRetry(const std::string& line) {
+    Shows({line});
     mPass.retryOngoing = true;
     const auto retry = static_cast<std::size_t>(mPass.retries++);
     if (retry == kRetryWaits.size()) {
-        EndUpdate("retry: limit", {"I Retry limit exceeded. Stopping..."});
+        EndPass({"I Retry limit exceeded. Stopping...", kUpdateFailed});
         return;
     }
-    Info("Retrying in " + std::to_string(kRetryWaits.at(retry)) + " seconds...");
+    Shows({"I Retrying in " + std::to_string(kRetryWaits.at(retry)) + " seconds..."});
     Timer(kRetryTimer, kRetryWaits.at(retry) * 1000);
     Enter("FsmRetryProcedure");
 }
 
-bool ClientModel::Retry(const Event& event) {
-    if (event.id != kRetryTimer) {
-        return false;
-    }
-    Row("retry: again");
+void ClientModel::Retry(const Event&) {
     ++mOracle.passes;
     QueryVin();
-    return true;
 }
 
-void ClientModel::EndUpdate(std::string_view row, std::initializer_list<std::string> lines,
-                            bool success) {
-    Row(row, lines);
-    EndPass({}, {success ? "I EndCertificateUpdate The TIV Certificate was successfully updated"
-                         : "E EndCertificateUpdate The TIV Certificate update failed!"});
-}
-
-void ClientModel::EndPass(std::string_view row, std::initializer_list<std::string> lines) {
-    Row(row, lines);
+void ClientModel::EndPass(std::initializer_list<std::string> lines) {
+    Shows(lines);
     mPass = {};
-    Info("Vintrel Client waiting for a trigger");
+    Shows({"I Vintrel Client waiting for a trigger"});
     Enter("FsmStateWaitTrigger");
 }
 
 bool ClientModel::Delete() {
-    Calls({"Delete"});
-    Row({}, {mUnit.deleteFails ? "E Deleting the TIV certificate failed!"
-                               : "I The TIV Certificate was deleted successfully"});
+    Shows({"> Delete", mUnit.deleteFails ? "E Deleting the TIV certificate failed!"
+                                         : "I The TIV Certificate was deleted successfully"});
     return mUnit.deleteFails;
 }
 

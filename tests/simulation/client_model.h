@@ -3,10 +3,8 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
-#include <string_view>
 
-#include "simulation/connector_model.h"
-#include "simulation/exchange_model.h"
+#include "simulation/link_models.h"
 #include "simulation/machine_model.h"
 
 namespace simulation {
@@ -15,7 +13,11 @@ namespace simulation {
 class ClientModel : public MachineModel {
 public:
     ClientModel(Oracle& oracle, testing_support::ScriptedUnit& unit,
-                std::shared_ptr<ConnectorModel> connector, bool factoryReset);
+                std::shared_ptr<ConnectorModel> connector, bool factoryReset)
+        : MachineModel(oracle, "VintrelClientFsm"),
+          mUnit(unit),
+          mConnector(std::move(connector)),
+          mReset(factoryReset) {}
 
     /// The constructor, which throws if the store cannot be opened.
     void Construct(bool storeOpens, bool terminatedMeanwhile);
@@ -27,7 +29,7 @@ public:
     void ImmobilizerConnection(bool connected);
     void ImmobilizerVin(const std::string& vin);
     void TlsAlert(const std::string& oid, int code);
-    void Termination() { Post(To(nullptr, 13)); }
+    void Termination();
 
     /// A termination request is on its way when the adapter goes.
     bool lateTermination{false};
@@ -38,40 +40,40 @@ public:
     bool InExchange() const { return mExchange; }
 
 private:
+    struct Row {
+        int event;
+        const char* state;
+        void (ClientModel::*method)(const Event&);
+    };
+    static const Row kRows[];
+
     void Handle(const Event& event) override;
-    void HandleAfterEnd() override { Row("any: event after the end"); }
-    /// What a state does with an event; false if the event is none of its own.
-    bool HandleInState(const std::string& name, const Event& event);
     bool Common(const Event& event);
     void HandleConnector(const Event& event);
     void Stop();
     void ReleaseAdapter();
 
-    bool WaitTrigger(const Event& event);
-    bool WaitConnector(const Event& event);
-    bool CheckServices(const Event& event);
-    bool WaitVin(const Event& event);
-    bool Update(const Event& event);
-    bool Download(const Event& event);
-    bool CheckAndStore(const Event& event);
-    bool Retry(const Event& event);
+    void TriggerByClamp(const Event& event);
+    void TriggerByAlert(const Event& event);
+    void WaitConnector(const Event& event);
+    void CheckServices(const Event& event);
+    void HandleVin(const Event& event);
+    void HandleCheckTime(const Event& event);
+    void Update(const Event& event);
+    void TestDownload(const Event& event);
+    void HandleAnswer(const Event& event);
+    void CheckAndStore(const Event& event);
+    void Retry(const Event& event);
 
     void StartPass();
     void HandleUrl(const Event& event);
     void QueryVin();
-    void HandleVin(const std::string& vin);
-    void HandleCheckTime();
     void Judge();
     int ReasonOf(int status);
-    void StartUpdate();
     std::string RequestBody() const;
-    void TestDownload();
     void StartDownload();
-    void HandleAnswer(const Event& event);
-    void StartRetry(std::string_view row, const std::string& line);
-    void EndUpdate(std::string_view row, std::initializer_list<std::string> lines,
-                   bool success = false);
-    void EndPass(std::string_view row, std::initializer_list<std::string> lines);
+    void StartRetry(const std::string& line);
+    void EndPass(std::initializer_list<std::string> lines = {});
     bool Delete();
 
     testing_support::ScriptedUnit& mUnit;

@@ -3,84 +3,60 @@
 #include <string>
 #include <utility>
 
-namespace simulation {
-
-namespace {
-
-ConnectorLibrary* gCurrent = nullptr;
-
-}  // namespace
-
-ConnectorLibrary::ConnectorLibrary(testing_support::ScriptedUnit& scriptedUnit)
-    : unit(scriptedUnit) {
-    gCurrent = this;
-}
-
-ConnectorLibrary::~ConnectorLibrary() {
-    gCurrent = nullptr;
-}
-
-ConnectorLibrary& ConnectorLibrary::Current() {
-    return *gCurrent;
-}
-
-}  // namespace simulation
+#include "client/scripted_unit.h"
 
 namespace zem_connector {
 
 using simulation::ConnectorLibrary;
+using testing_support::Noted;
 
 class ZemConnector::Impl {};
 
 ZemConnector::ZemConnector(ZemSessionCallbackIf* sessionCallback, ZemPubSubCallbackIf*) {
-    ConnectorLibrary::Current().session = sessionCallback;
+    ConnectorLibrary::current->session = sessionCallback;
 }
 
 ZemConnector::~ZemConnector() {
-    ConnectorLibrary::Current().unit.Note("Library destroyed");
+    Noted("Library destroyed");
 }
 
 SessionStatus ZemConnector::Start() {
-    ConnectorLibrary::Current().unit.Note("Library.Start");
-    return ConnectorLibrary::Current().startStatus;
+    return Noted("Library.Start", ConnectorLibrary::current->startStatus);
 }
 
 void ZemConnector::Stop() {
-    ConnectorLibrary& library = ConnectorLibrary::Current();
-    library.unit.Note("Library.Stop");
-    library.session = nullptr;
-    library.controller = nullptr;
-    library.owesUrl = false;
-    library.owesSockets.clear();
+    Noted("Library.Stop");
+    ConnectorLibrary::current->session = nullptr;
+    ConnectorLibrary::current->controller = nullptr;
+    ConnectorLibrary::current->owesUrl = false;
+    ConnectorLibrary::current->owesSockets.clear();
 }
 
 bool ZemConnector::SubscribeTransactionTypeState(std::string transactionType,
                                                  ZemServiceControllerCallbackIf* callback,
                                                  unsigned int options) {
-    ConnectorLibrary::Current().unit.Note("Library.Subscribe " + std::move(transactionType) + " " +
-                                          std::to_string(options));
-    ConnectorLibrary::Current().controller = callback;
-    return true;
+    ConnectorLibrary::current->controller = callback;
+    return Noted("Library.Subscribe " + std::move(transactionType) + " " + std::to_string(options),
+                 true);
 }
 
 bool ZemConnector::GetInvocationUrl(std::string operationId,
                                     ZemServiceControllerCallbackIf* callback) {
-    ConnectorLibrary& library = ConnectorLibrary::Current();
-    library.unit.Note("Library.GetInvocationUrl " + std::move(operationId));
+    ConnectorLibrary& library = *ConnectorLibrary::current;
     library.controller = callback;
     library.owesUrl = library.acceptsUrlQuery;
-    return library.acceptsUrlQuery;
+    return Noted("Library.GetInvocationUrl " + std::move(operationId), library.acceptsUrlQuery);
 }
 
 bool ZemConnector::SocketConnect(std::string operationId, std::string host, unsigned short port,
                                  ZemSocketCallbackIf* callback) {
-    ConnectorLibrary& library = ConnectorLibrary::Current();
-    library.unit.Note("Library.SocketConnect " + std::move(operationId) + " " + std::move(host) +
-                      " " + std::to_string(port));
+    ConnectorLibrary& library = *ConnectorLibrary::current;
     if (library.acceptsSocket) {
         library.owesSockets.push_back({callback, library.acceptedSockets++});
     }
-    return library.acceptsSocket;
+    return Noted("Library.SocketConnect " + std::move(operationId) + " " + std::move(host) + " " +
+                     std::to_string(port),
+                 library.acceptsSocket);
 }
 
 }  // namespace zem_connector

@@ -4,27 +4,23 @@
 
 #include <zem_connector/zem_connector.h>
 
-#include "client/scripted_unit.h"
-
 namespace simulation {
 
 /// The connector library in the hands of the simulation: what it answers at once, and what it still
 /// owes an answer. One exists at a time.
-class ConnectorLibrary {
-public:
+struct ConnectorLibrary {
     struct Attempt {
         zem_connector::ZemSocketCallbackIf* callback;
         int id;
     };
 
-    explicit ConnectorLibrary(testing_support::ScriptedUnit& unit);
+    ConnectorLibrary() { current = this; }
     ConnectorLibrary(const ConnectorLibrary&) = delete;
     ConnectorLibrary& operator=(const ConnectorLibrary&) = delete;
-    ~ConnectorLibrary();
+    ~ConnectorLibrary() { current = nullptr; }
 
-    static ConnectorLibrary& Current();
+    inline static ConnectorLibrary* current{nullptr};
 
-    testing_support::ScriptedUnit& unit;
     zem_connector::SessionStatus startStatus{zem_connector::SessionStatus::kStarted};
     bool acceptsUrlQuery{true};
     bool acceptsSocket{true};

@@ -3,7 +3,6 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "simulation/oracle.h"
@@ -26,7 +25,6 @@ public:
         if (Ended()) {
             mOracle.Expect("W " + mName + ": no event expected in state FsmStateTerminated" +
                            Numbers(event));
-            HandleAfterEnd();
         } else if (In("FsmStateNotStarted")) {
             mOracle.Expect("E " + mName + ": Error: no event expected in state FsmStateNotStarted" +
                            Numbers(event));
@@ -47,33 +45,29 @@ public:
 
 protected:
     virtual void Handle(const Event& event) = 0;
-    virtual void HandleAfterEnd() = 0;
 
     bool In(const char* state) const { return mState == state; }
-    void Built() { Info("State transition to FsmStateNotStarted"); }
     void Registered() { mRegistered = true; }
     void Enter(const char* state) {
-        Info("State transition to " + std::string(state));
         mState = state;
+        Shows({"I State transition to " + mState});
     }
-    void Info(const std::string& text) { mOracle.Expect("I " + mName + ": " + text); }
-    /// A row of the tables: it is counted if it has a name, and its lines are expected, letter of
-    /// the level first.
-    void Row(std::string_view row, std::initializer_list<std::string> lines = {}) {
-        mOracle.Walk(row);
-        for (const std::string& line : lines) {
-            mOracle.Expect(line.substr(0, 2) + mName + ": " + line.substr(2));
-        }
-    }
-    void Calls(std::initializer_list<std::string> calls) {
-        for (const std::string& call : calls) {
-            mOracle.Expect("call " + call);
+    /// What is to be seen next: the machine's lines, letter of the level first, and "> call".
+    void Shows(std::initializer_list<std::string> items) {
+        for (const std::string& item : items) {
+            mOracle.Expect(item[0] == '>' ? "call " + item.substr(2)
+                                          : item.substr(0, 2) + mName + ": " + item.substr(2));
         }
     }
     Event To(std::shared_ptr<MachineModel> machine, int id, int info = 0) const {
-        return {std::move(machine), id, info, 0, 0, false, {}, {}};
+        return {std::move(machine), id, info};
     }
     void Raise(int id) { mOracle.Raise(To(shared_from_this(), id)); }
+    /// Into a state that begins with an event of its own.
+    void Enter(const char* state, int id) {
+        Raise(id);
+        Enter(state);
+    }
     void Timer(int id, int msec) { mOracle.RaiseTimer(To(shared_from_this(), id), msec); }
 
     Oracle& mOracle;

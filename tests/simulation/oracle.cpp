@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
-#include "simulation/exchange_model.h"
+#include "simulation/link_models.h"
 #include "simulation/machine_model.h"
-#include "simulation/rows.h"
 
 namespace simulation {
 
@@ -14,52 +14,23 @@ using qel_logging::EQELLogLevel;
 
 namespace {
 
-constexpr std::string_view kDispatcher = "EventDispatcher";
-constexpr std::string_view kAddFsm = "AddFsm: ";
+constexpr std::string_view kBorn = ": State transition to FsmStateNotStarted";
 constexpr std::string_view kArrow = " -> ";
 constexpr std::string_view kEventId = ", eventId ";
 constexpr std::string_view kEventInfo = " eventInfo ";
 constexpr int kShutdownEvent = 13;
 
-bool StartsWith(const std::string& text, std::string_view start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 bool EndsWith(const std::string& text, std::string_view end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-int NumberAt(const std::string& line, std::size_t place) {
-    return static_cast<int>(std::strtol(line.c_str() + place, nullptr, 10));
-}
-
-bool IsShutdown(const Event& event) {
-    return event.id == kShutdownEvent;
+/// The number behind a text, behind this place of the line; 0 if a word stands there.
+int NumberBehind(const std::string& line, std::string_view text, std::size_t place) {
+    const std::size_t number = line.find(text, place) + text.size();
+    return static_cast<int>(std::strtol(line.c_str() + number, nullptr, 10));
 }
 
 }  // namespace
-
-std::map<std::string_view, std::uint64_t>& Oracle::Rows() {
-    static std::map<std::string_view, std::uint64_t> rows = [] {
-        std::map<std::string_view, std::uint64_t> all;
-        for (std::size_t start = 0; start < kRows.size();) {
-            const std::size_t end = std::min(kRows.find('|', start), kRows.size());
-            all[kRows.substr(start, end - start)] = 0;
-            start = end + 1;
-        }
-        return all;
-    }();
-    return rows;
-}
-
-Oracle::Oracle(testing_support::ScriptedUnit& unit) : mUnit(unit) {}
-
-void Oracle::Walk(std::string_view row) {
-    if (!row.empty()) {
-        ++Rows().at(row);
-    }
-}
 
 void Oracle::Violate(const std::string& text) {
     if (mViolation.empty()) {
@@ -75,11 +46,9 @@ void Oracle::Story(const std::string& text) {
 }
 
 void Oracle::SeeLine(EQELLogLevel level, const std::string& text) {
-    if (level == EQELLogLevel::kInfo &&
-        EndsWith(text, ": State transition to FsmStateNotStarted")) {
+    if (level == EQELLogLevel::kInfo && EndsWith(text, kBorn)) {
         ++machinesAlive;
-    }
-    if (level == EQELLogLevel::kDebug && EndsWith(text, ": ~Fsm")) {
+    } else if (level == EQELLogLevel::kDebug && EndsWith(text, ": ~Fsm")) {
         --machinesAlive;
     }
     if (mEnded) {
@@ -93,8 +62,8 @@ void Oracle::SeeLine(EQELLogLevel level, const std::string& text) {
         }
         return;
     }
-    if (level == EQELLogLevel::kDebug || StartsWith(text, kDispatcher) ||
-        StartsWith(text, kAddFsm)) {
+    if (level == EQELLogLevel::kDebug || text.rfind("EventDispatcher", 0) == 0 ||
+        text.rfind("AddFsm: ", 0) == 0) {
         return;
     }
     static constexpr std::string_view kLetters = " FEWI";
@@ -122,16 +91,12 @@ void Oracle::See(std::string observation) {
 void Oracle::BeginDelivery(const std::string& line, std::size_t name) {
     Flush();
     mNow = clock();
-    const std::size_t id = line.find(kEventId, name);
-    const std::size_t info = line.find(kEventInfo, name);
-    mReceiver = line.substr(name, id - name);
-    mEventId = NumberAt(line, id + kEventId.size());
-    mEventInfo = NumberAt(line, info + kEventInfo.size());
-    if (line.find(" <IOEVENT> ") < name) {
-        mDelivery = Delivery::kDescriptor;
-    } else {
-        mDelivery = line.find(" async ") < name ? Delivery::kPosted : Delivery::kQueue;
-    }
+    mReceiver = line.substr(name, line.find(kEventId, name) - name);
+    mEventId = NumberBehind(line, kEventId, name);
+    mEventInfo = NumberBehind(line, kEventInfo, name);
+    mDelivery = line.find(" <IOEVENT> ") < name ? Delivery::kDescriptor
+                : line.find(" async ") < name   ? Delivery::kPosted
+                                                : Delivery::kQueue;
     Story("-> " + line.substr(name));
 }
 
@@ -195,7 +160,7 @@ void Oracle::Deliver() {
         queue.front().info != mEventInfo) {
         if (mEventId == kShutdownEvent && terminationRequested) {
             // A request must not be lost, so it may come twice.
-            machines.front()->Deliver({nullptr, kShutdownEvent, 0, 0, 0, false, {}, {}});
+            machines.front()->Deliver({nullptr, kShutdownEvent});
             return;
         }
         Violate("delivered: event " + std::to_string(mEventId) + ", info " +
@@ -239,7 +204,8 @@ bool Oracle::Drop(const MachineModel* to, int eventId) {
 
 void Oracle::CheckRest(const std::vector<PendingEvent>& pending) {
     Flush();
-    if (!std::all_of(mPosted.begin(), mPosted.end(), IsShutdown)) {
+    if (!std::all_of(mPosted.begin(), mPosted.end(),
+                     [](const Event& event) { return event.id == kShutdownEvent; })) {
         Violate("an event from outside was not delivered: " + std::to_string(mPosted.front().id));
     }
     std::vector<PendingEvent> expected;

@@ -3,32 +3,39 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <tuple>
 #include <vector>
 
 #include "client/scripted_unit.h"
 #include "logging/qel_logging_if.h"
-#include "simulation/wire.h"
 
 namespace simulation {
 
 class MachineModel;
 class ExchangeModel;
 
-/// An event as the tables have it: for whom, when, and what comes with it.
+/// One connection between the exchange and the backend, as both ends must see it.
+struct Wire {
+    std::string toBackend;  ///< what the exchange has to have written
+    bool cut{false};        ///< the last of it did not fit into the socket's buffer
+    std::string toMachine;  ///< what the backend has written and the exchange has not yet read
+    bool backendGone{false};
+    bool backendHalfClosed{false};
+    bool reset{false};  ///< the backend went with bytes unread; the exchange is yet to see it
+};
+
+/// An event as the tables have it: for whom, what comes with it, and when.
 struct Event {
-    std::shared_ptr<MachineModel> to;
+    std::shared_ptr<MachineModel> to{};
     int id{0};
     int info{0};
-    std::int64_t due{0};
     int number{0};
     bool good{false};
-    std::string text;
-    std::shared_ptr<Wire> wire;
+    std::string text{};
+    std::shared_ptr<Wire> wire{};
+    std::int64_t due{0};
 };
 
 /// A pending event: receiver, id, info and due time in milliseconds.
@@ -44,7 +51,7 @@ using PendingEvent = std::tuple<std::string, int, int, std::int64_t>;
 /// beginning.
 class Oracle {
 public:
-    explicit Oracle(testing_support::ScriptedUnit& unit);
+    explicit Oracle(testing_support::ScriptedUnit& unit) : mUnit(unit) {}
 
     void SeeLine(qel_logging::EQELLogLevel level, const std::string& text);
     void SeeTimer(const std::string& machine, int eventId, int msec);
@@ -71,8 +78,6 @@ public:
     void RaiseTimer(Event event, int msec);
     bool Drop(const MachineModel* to, int eventId);
     void Post(Event event) { mPosted.push_back(std::move(event)); }
-    /// Counts that a row of the tables was walked.
-    void Walk(std::string_view row);
 
     std::function<std::int64_t()> clock;
     /// The state in which the machine of this name really is; empty for one that is gone.
@@ -84,9 +89,6 @@ public:
     bool exceptionExpected{false};
     std::uint64_t passes{0};
     int machinesAlive{0};
-
-    /// How often each row was walked, over all lives.
-    static std::map<std::string_view, std::uint64_t>& Rows();
 
 private:
     void TakeCalls();

@@ -23,6 +23,8 @@ const std::string kOperation = "QUBA-GenerateTIVCert-C003.COSendCSR";
 constexpr std::uint64_t kMaxStepsToRest = 5000;
 constexpr std::uint32_t kMaxActs = 400;
 
+constexpr auto kPoints = static_cast<std::uint32_t>(World::Point::kNowhere);
+
 /// A life that has gone wrong goes no further.
 class Stopped : public std::exception {};
 
@@ -50,7 +52,7 @@ std::vector<PendingEvent> SimulatedDispatcher::Pending() const {
 }
 
 World::World(std::uint64_t seed, std::vector<std::string>* story)
-    : oracle(*this), mRandom(seed), mLibrary(*this), mBackend(mRandom, oracle) {
+    : oracle(*this), mRandom(seed), mBackend(mRandom, oracle) {
     mDispatcher = std::make_shared<SimulatedDispatcher>(oracle, [this] { BeforeStep(); });
     oracle.KeepStory(story);
     oracle.clock = [this] { return mDispatcher->Now(); };
@@ -62,9 +64,7 @@ World::World(std::uint64_t seed, std::vector<std::string>* story)
         return machine ? machine->GetStateName() : std::string();
     };
     mTrouble = mRandom.Pick({0U, 0U, 1U, 3U, 10U, 30U});
-    mBroken = mRandom.OneIn(3)
-                  ? static_cast<Point>(mRandom.Below(static_cast<std::uint32_t>(Point::kNowhere)))
-                  : Point::kNowhere;
+    mBroken = mRandom.OneIn(3) ? static_cast<Point>(mRandom.Below(kPoints)) : Point::kNowhere;
     mUnrest = mRandom.Pick({0U, 1U, 5U, 20U});
     mFactoryReset = mRandom.OneIn(4);
     mStoreOpens = !mRandom.OneIn(200);
@@ -108,28 +108,23 @@ World::NewProcessLifecycleAdapter(
 
 std::shared_ptr<vintrel::ZemConnectorFsmIf> World::NewZemConnectorFsm(
     const std::string& name) const {
-    Current().Note("NewZemConnectorFsm " + name);
+    testing_support::Noted("NewZemConnectorFsm " + name);
     auto machine = std::make_shared<vintrel::ZemConnectorFsm>(*this, name);
     mConnector = machine;
     return machine;
 }
 
 std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> World::NewBackendRequestHandlerFsm() const {
-    CheckExchange();
+    const auto running = mExchange.lock();
+    if (running && running->GetStateName() != "FsmStateTerminated") {
+        oracle.Violate("a second exchange");
+    }
     if (!exchangeStarts) {
         return ScriptedUnit::NewBackendRequestHandlerFsm();
     }
     auto exchange = std::make_shared<vintrel::BackendRequestHandlerFsm>();
     mExchange = exchange;
     return exchange;
-}
-
-/// One exchange at a time, whatever the tables say.
-void World::CheckExchange() const {
-    const auto running = mExchange.lock();
-    if (running && running->GetStateName() != "FsmStateTerminated") {
-        oracle.Violate("a second exchange");
-    }
 }
 
 void World::Live() {
@@ -261,12 +256,11 @@ void World::Act() {
 void World::Reroll() {
     koruVin = Fails(Point::kKoruVin) ? std::string() : mRandom.OneIn(50) ? kOtherVin : kVin;
     timeSet = !Fails(Point::kTime);
-    ecuCapabilities = {"H10", "S20", "PART-30"};
+    ecu = {"H10", "S20", "PART-30"};
     if (Fails(Point::kEcu)) {
-        *mRandom.Pick({&ecuCapabilities.hardwareVersion, &ecuCapabilities.softwareVersion,
-                       &ecuCapabilities.partNumber}) = "";
+        *mRandom.Pick({&ecu.hardwareVersion, &ecu.softwareVersion, &ecu.partNumber}) = "";
     } else if (mRandom.OneIn(4)) {
-        ecuCapabilities.softwareVersion = "S" + std::to_string(mRandom.Below(100));
+        ecu.softwareVersion = "S" + std::to_string(mRandom.Below(100));
     }
     csr = Fails(Point::kCsr) ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>{1, 2, 3};
     container = Fails(Point::kContainer) ? std::string()
@@ -295,11 +289,7 @@ bool World::Help() {
             Clamp(!mRandom.OneIn(8));
         }
     } else if (state == "FsmStateWaitZemConnector") {
-        if (mLibrary.owesUrl) {
-            Url();
-        } else {
-            Session(mRandom.OneIn(10) ? 1 : 2);
-        }
+        mLibrary.owesUrl ? Url() : Session(mRandom.OneIn(10) ? 1 : 2);
     } else if (state == "FsmStateCheckServices") {
         Immobilizer(true);
     } else if (state == "FsmStateWaitVin" && mModel->owesVin > 0) {
@@ -310,7 +300,7 @@ bool World::Help() {
         }
         Vin(Fails(Point::kVin) ? mRandom.Pick({std::string(), kOtherVin}) : kVin);
     } else if (state == "FsmStateDownloadCertificate") {
-        return HelpExchange();
+        HelpExchange();
     } else if (mDispatcher->PendingCount() > 0) {
         Wait();
     } else {
@@ -320,7 +310,7 @@ bool World::Help() {
     return true;
 }
 
-bool World::HelpExchange() {
+void World::HelpExchange() {
     const bool usable = mModel->Connection() >= 2;
     if (!mModel->InExchange() && !usable && HasSession()) {
         if (!mConnectorModel->Activated() && !Fails(Point::kActivation)) {
@@ -335,69 +325,37 @@ bool World::HelpExchange() {
         }
         Wait();
     }
-    return true;
 }
 
 void World::Disturb() {
-    const bool ended = mModel->Ended();
-    switch (mRandom.Below(10)) {
-        case 0:
-            Clamp(mRandom.OneIn(2));
-            break;
-        case 1:
-            Immobilizer(!mRandom.OneIn(3));
-            break;
-        case 2:
-            if (!ended) {
-                Alert();
-            }
-            break;
-        case 3:
-            Activation(!Fails(Point::kActivation));
-            break;
-        case 4:
-            Connection(static_cast<int>(mRandom.Below(4)));
-            break;
-        case 5:
-            Session(mRandom.OneIn(10) ? mRandom.Pick({0, 1, 7}) : 2);
-            break;
-        case 6:
-            if (mLibrary.owesUrl) {
-                Url();
-            }
-            break;
-        case 7:
-            if (!mLibrary.owesSockets.empty()) {
-                Socket();
-            }
-            break;
-        case 8:
-            mBackend.Step();
-            break;
-        default:
-            if (mRandom.OneIn(20)) {
-                DisturbGrossly();
-            }
-            break;
-    }
+    static const std::vector<std::function<void(World&)>> kDisturbances = {
+        [](World& world) { world.Clamp(world.mRandom.OneIn(2)); },
+        [](World& world) { world.Immobilizer(!world.mRandom.OneIn(3)); },
+        [](World& world) { world.mModel->Ended() ? void() : world.Alert(); },
+        [](World& world) { world.Activation(!world.Fails(Point::kActivation)); },
+        [](World& world) { world.Connection(static_cast<int>(world.mRandom.Below(4))); },
+        [](World& world) {
+            world.Session(world.mRandom.OneIn(10) ? world.mRandom.Pick({0, 1, 7}) : 2);
+        },
+        [](World& world) { world.mLibrary.owesUrl ? world.Url() : void(); },
+        [](World& world) { world.mLibrary.owesSockets.empty() ? void() : world.Socket(); },
+        [](World& world) { world.mBackend.Step(); },
+        [](World& world) { world.mRandom.OneIn(20) ? world.DisturbGrossly() : void(); },
+    };
+    kDisturbances[mRandom.Below(10)](*this);
 }
 
 /// What rarely happens, since it mostly ends a life.
 void World::DisturbGrossly() {
-    switch (mRandom.Below(5)) {
-        case 0:
-            Terminate();
-            break;
-        case 1:
-        case 4:
-            Session(3);
-            break;
-        case 2:
-            Vin(mRandom.Pick({kVin, kOtherVin, std::string()}));
-            break;
-        default:
-            Url();
-            break;
+    const std::uint32_t what = mRandom.Below(5);
+    if (what == 0) {
+        Terminate();
+    } else if (what == 2) {
+        Vin(mRandom.Pick({kVin, kOtherVin, std::string()}));
+    } else if (what == 3) {
+        Url();
+    } else {
+        Session(3);
     }
 }
 
@@ -457,47 +415,35 @@ void World::Terminate() {
 }
 
 void World::Session(int sessionStatus) {
-    if (mLibrary.session == nullptr) {
-        return;
+    if (mLibrary.session != nullptr) {
+        const auto given = static_cast<SessionStatus>(sessionStatus);
+        CallBack("session status " + std::to_string(sessionStatus),
+                 [&] { mLibrary.session->ZemConnectorStatus(given); }, {nullptr, 0, sessionStatus});
     }
-    Do(
-        "session status " + std::to_string(sessionStatus),
-        [&] { mLibrary.session->ZemConnectorStatus(static_cast<SessionStatus>(sessionStatus)); },
-        [&] {
-            mConnectorModel->Post({nullptr, 0, sessionStatus, 0, 0, false, {}, {}});
-        });
 }
 
 void World::Activation(bool on) {
-    if (!HasSession()) {
-        return;
-    }
     zem_connector::SCActivationStateUpdate update;
     update.transactionType = kTransaction;
     if (!on) {
         update.disabledReasons.push_back({1, 2});
     }
-    Do(
-        std::string("activation ") + (on ? "on" : "off"),
-        [&] { mLibrary.controller->ZemSCActivationState(update); },
-        [&] {
-            mConnectorModel->Post({nullptr, 2, 0, 0, 0, on, {}, {}});
-        });
+    if (HasSession()) {
+        CallBack(std::string("activation ") + (on ? "on" : "off"),
+                 [&] { mLibrary.controller->ZemSCActivationState(update); },
+                 {nullptr, 2, 0, 0, on});
+    }
 }
 
 void World::Connection(int state) {
-    if (!HasSession()) {
-        return;
-    }
     zem_connector::ZemServiceControllerCallbackIf::SCConnectionStateUpdate update;
     update.transactionType = kTransaction;
     update.connectionState = static_cast<ConnectionState>(state);
-    Do(
-        "connection state " + std::to_string(state),
-        [&] { mLibrary.controller->ZemSCConnectionState(update); },
-        [&] {
-            mConnectorModel->Post({nullptr, 3, 0, 0, state, false, {}, {}});
-        });
+    if (HasSession()) {
+        CallBack("connection state " + std::to_string(state),
+                 [&] { mLibrary.controller->ZemSCConnectionState(update); },
+                 {nullptr, 3, 0, state});
+    }
 }
 
 void World::Url() {
@@ -506,31 +452,19 @@ void World::Url() {
     }
     mLibrary.owesUrl = false;
     zem_connector::SCUrlResult result;
-    result.operationTypeId = kOperation;
-    result.url = Urls()[mRandom.Below(4)].text;
-    if (Fails(Point::kUrl)) {
-        switch (mRandom.Below(4)) {
-            case 0:
-                result.result = 1;
-                break;
-            case 1:
-                result.operationTypeId = "another";
-                break;
-            case 2:
-                result.url.clear();
-                break;
-            default:
-                result.url = Urls()[4 + mRandom.Below(5)].text;
-                break;
-        }
+    result.url = kUrls[mRandom.Below(4)].text;
+    const std::uint32_t failure = Fails(Point::kUrl) ? mRandom.Below(4) : 4;
+    result.result = failure == 0 ? 1 : 0;
+    result.operationTypeId = failure == 1 ? "another" : kOperation;
+    if (failure == 2) {
+        result.url.clear();
+    } else if (failure == 3) {
+        result.url = kUrls[4 + mRandom.Below(5)].text;
     }
-    const bool good = result.result == 0 && result.operationTypeId == kOperation;
-    Do(
-        "URL '" + result.url + "', " + (good ? "good" : "bad"),
-        [&] { mLibrary.controller->ZemSCInvocationURL(result); },
-        [&] {
-            mConnectorModel->Post({nullptr, 1, 0, 0, result.result, good, result.url, {}});
-        });
+    const bool good = failure > 1;
+    CallBack("URL '" + result.url + "', " + (good ? "good" : "bad"),
+             [&] { mLibrary.controller->ZemSCInvocationURL(result); },
+             {nullptr, 1, 0, result.result, good, result.url});
 }
 
 void World::Socket() {

@@ -47,6 +47,25 @@ private:
 /// Everything around the client machine in one life, and the one who decides what it does next.
 class World : public testing_support::ScriptedUnit {
 public:
+    /// Where things can go wrong. Most lives have one place where they mostly do.
+    enum class Point {
+        kUrl,
+        kVin,
+        kKoruVin,
+        kTime,
+        kEcu,
+        kCsr,
+        kContainer,
+        kConnect,
+        kSocket,
+        kBackend,
+        kCheck,
+        kStore,
+        kDelete,
+        kActivation,
+        kNowhere
+    };
+
     World(std::uint64_t seed, std::vector<std::string>* story);
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -70,25 +89,6 @@ public:
     std::uint64_t steps{0};
 
 private:
-    /// Where things can go wrong. Most lives have one place where they mostly do.
-    enum class Point {
-        kUrl,
-        kVin,
-        kKoruVin,
-        kTime,
-        kEcu,
-        kCsr,
-        kContainer,
-        kConnect,
-        kSocket,
-        kBackend,
-        kCheck,
-        kStore,
-        kDelete,
-        kActivation,
-        kNowhere,
-    };
-
     bool Fails(Point point);
     bool Construct();
     bool Start();
@@ -97,12 +97,11 @@ private:
     void BeforeStep();
     void Reroll();
     bool Help();
-    bool HelpExchange();
+    void HelpExchange();
     void Disturb();
     void DisturbGrossly();
     bool Run();
     void Wait();
-    void CheckExchange() const;
 
     void Clamp(bool on);
     void Immobilizer(bool connected);
@@ -122,6 +121,11 @@ private:
         oracle.Tell(what);
         action();
         oracle.Check(expected);
+    }
+    /// The library calls back, which leads to an event for the connector machine.
+    template <typename Action>
+    void CallBack(const std::string& what, Action action, const Event& event) {
+        Do(what, action, [&] { mConnectorModel->Post(event); });
     }
 
     Random mRandom;
