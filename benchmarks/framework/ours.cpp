@@ -44,8 +44,7 @@ protected:
 
     template <typename Payload>
     std::unique_ptr<Payload> TakePayload() const {
-        return std::unique_ptr<Payload>(
-            static_cast<Payload*>(TakeEventData().release()));
+        return std::unique_ptr<Payload>(static_cast<Payload*>(TakeEventData().release()));
     }
 
 private:
