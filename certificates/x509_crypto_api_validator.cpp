@@ -64,6 +64,19 @@ system_clock::time_point OneYearAfter(system_clock::time_point time) {
                                                              : time + kOneYear;
 }
 
+/// Takes any date of a certificate, also one that the clock doesn't reach.
+std::string EpochSecondsToString(std::int64_t time) {
+    const std::time_t seconds = time;
+    std::tm brokenDown{};
+    if (::gmtime_r(&seconds, &brokenDown) == nullptr) {
+        QELLogging::LogError("timePointToStringError: gmtime returned nullptr");
+        return {};
+    }
+    std::ostringstream text;
+    text << std::put_time(&brokenDown, "%Y/%m/%d %H:%M:%S UTC");
+    return text.str();
+}
+
 }  // namespace
 
 std::shared_ptr<X509ValidatorIf> X509ValidatorIf::CreateX509Validator() {
@@ -216,18 +229,16 @@ bool X509CryptoApiValidator::CheckCertificateValidityTime(const std::string& cer
         LogInfo(kOperation, ": getCertificateNotAfterDate failed: ", notAfterResult.GetCode());
         return false;
     }
-    const auto notBefore = FromEpochSeconds(notBeforeResult.GetObject());
-    const auto notAfter = FromEpochSeconds(notAfterResult.GetObject());
     QELLogging::LogInfo("X509CryptoApiValidator: Current system time is ", timePointToString(now));
     QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate is valid from ",
-                        timePointToString(notBefore));
+                        EpochSecondsToString(notBeforeResult.GetObject()));
     QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate expires at ",
-                        timePointToString(notAfter));
-    if (now < notBefore) {
+                        EpochSecondsToString(notAfterResult.GetObject()));
+    if (now < FromEpochSeconds(notBeforeResult.GetObject())) {
         QELLogging::LogInfo("The Certificate is not valid yet");
         return false;
     }
-    if (notAfter < OneYearAfter(now)) {
+    if (FromEpochSeconds(notAfterResult.GetObject()) < OneYearAfter(now)) {
         QELLogging::LogInfo("The Certificate expires in less than one year");
         return false;
     }
@@ -314,16 +325,8 @@ X509CryptoApiValidator::StoreAndMakeKeyHandle(const std::string& certificate,
 }
 
 std::string timePointToString(system_clock::time_point time) {
-    const std::time_t seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
-    std::tm brokenDown{};
-    if (::gmtime_r(&seconds, &brokenDown) == nullptr) {
-        QELLogging::LogError("timePointToStringError: gmtime returned nullptr");
-        return {};
-    }
-    std::ostringstream text;
-    text << std::put_time(&brokenDown, "%Y/%m/%d %H:%M:%S UTC");
-    return text.str();
+    return EpochSecondsToString(
+        std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count());
 }
 
 }  // namespace vintrel

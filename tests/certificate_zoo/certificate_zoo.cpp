@@ -108,6 +108,9 @@ Identity Make(const CertificateTraits& traits, const Identity* issuer) {
     X509_set_issuer_name(certificate, X509_get_subject_name(issuerCertificate));
     SetTime(X509_getm_notBefore(certificate), traits.notBefore);
     SetTime(X509_getm_notAfter(certificate), traits.notAfter);
+    if (traits.hasNoEnd) {
+        ASN1_TIME_set_string(X509_getm_notAfter(certificate), "99991231235959Z");
+    }
     Require(X509_set_pubkey(certificate, made.key.get()) == 1, "public key");
     AddExtensions(certificate, issuerCertificate, traits);
     EVP_PKEY* signer = issuer == nullptr ? made.key.get() : issuer->key.get();

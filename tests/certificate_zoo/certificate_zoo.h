@@ -38,6 +38,8 @@ struct CertificateTraits {
     std::optional<std::string> commonName = "VNTREL00000000001:C003";
     TimePoint notBefore = std::chrono::system_clock::now() - std::chrono::hours(1);
     TimePoint notAfter = std::chrono::system_clock::now() + std::chrono::hours(24 * 730);
+    /// Instead of `notAfter` what RFC 5280 has for "no end", the last second of 9999.
+    bool hasNoEnd = false;
     bool isCa = false;
     std::optional<int> pathLength;
     /// As in an OpenSSL configuration; "" leaves the extension out, no value means what fits

@@ -49,6 +49,12 @@ CryptoResultCode AnswerCode(const std::string& name, const std::string& argument
     return static_cast<CryptoResultCode>(ScriptedCryptoLibrary::Get().Enter(name, arguments).mCode);
 }
 
+ByteVector BytesOf(const std::string& operation, const std::string& text) {
+    const auto& texts = ScriptedCryptoLibrary::Get().mTexts;
+    const auto found = texts.find(operation);
+    return Bytes(found == texts.end() ? text : found->second);
+}
+
 template <typename Interface>
 class Handle : public Interface {
 public:
@@ -76,17 +82,22 @@ public:
                                                       std::make_shared<Handle<ICertID>>(Path(id)));
     }
     std::uint8_t checkKeyId(const std::shared_ptr<const IKeyID>& key) override {
-        return ScriptedCryptoLibrary::Get().mKeyPairs.count(key->getId()) != 0 ? 0 : 4;
+        const CryptoResultCode code = AnswerCode("checkKeyId", key->getId());
+        const bool exists = ScriptedCryptoLibrary::Get().mKeyPairs.count(key->getId()) != 0;
+        return static_cast<std::uint8_t>(
+            code == CryptoResultCode::kSuccess && !exists ? CryptoResultCode::kNotFound : code);
     }
     Result<ByteVector> loadCertificate(const std::shared_ptr<const ICertID>& cert) override {
         return Answer("loadCertificate", cert->getId(), Bytes("certificate of " + cert->getId()));
     }
     Result<ByteVector> loadCertificateForKeyPair(
         const std::shared_ptr<const IKeyID>& key) override {
-        return Answer("loadCertificateForKeyPair", key->getId(), Bytes("chain of " + key->getId()));
+        return Answer("loadCertificateForKeyPair", key->getId(),
+                      BytesOf("loadCertificateForKeyPair", "chain of " + key->getId()));
     }
     Result<ByteVector> loadPublicKey(const std::shared_ptr<const IKeyID>& key) override {
-        return Answer("loadPublicKey", key->getId(), Bytes("public key of " + key->getId()));
+        return Answer("loadPublicKey", key->getId(),
+                      BytesOf("loadPublicKey", "public key of " + key->getId()));
     }
     CryptoResultCode storeCertificate(const std::shared_ptr<const ICertID>& cert,
                                       const ByteVector& bytes) override {
@@ -155,7 +166,8 @@ class CertificateHandler : public operation::ICertificateHandler {
                       Bytes("DER of " + Text(bytes)));
     }
     Result<std::string> getCertificateIssuerCommonName(const ByteVector& bytes) override {
-        return Answer("getCertificateIssuerCommonName", "", "name in " + Text(bytes));
+        return Answer("getCertificateIssuerCommonName", "",
+                      Text(BytesOf("getCertificateIssuerCommonName", "name in " + Text(bytes))));
     }
     Result<std::int64_t> getCertificateNotBeforeDate(const ByteVector&) override {
         return Answer("getCertificateNotBeforeDate", "", ScriptedCryptoLibrary::Get().mNotBefore);
@@ -174,7 +186,11 @@ private:
         return Answer("sign", Text(content), Bytes(Text(content) + " signed by " + mKeyId));
     }
     CryptoResultCode verify(const ByteVector& signature, const ByteVector& content) override {
-        return AnswerCode("verify", Text(signature) + " over " + Text(content) + " by " + mKeyId);
+        const CryptoResultCode code =
+            AnswerCode("verify", Text(signature) + " over " + Text(content) + " by " + mKeyId);
+        return code == CryptoResultCode::kSuccess && signature.empty()
+                   ? CryptoResultCode::kVerificationFailed
+                   : code;
     }
 
     const std::string mKeyId;
@@ -226,9 +242,20 @@ void ScriptedCryptoLibrary::Script(const std::string& operation, Outcome outcome
     mScripts[operation][call] = outcome;
 }
 
+void ScriptedCryptoLibrary::FailCall(std::size_t call, Outcome outcome,
+                                     std::function<void()> reached) {
+    mFailingCall = call;
+    mFailure = outcome;
+    mReached = std::move(reached);
+}
+
 Outcome ScriptedCryptoLibrary::Enter(const std::string& operation, const std::string& arguments) {
     mCalls.push_back(operation + " " + arguments);
     const int call = ++mCounts[operation];
+    if (mCalls.size() == mFailingCall) {
+        mReached();
+        return mFailure;
+    }
     const std::map<int, Outcome>& script = mScripts[operation];
     for (const int number : {call, 0}) {
         const auto scripted = script.find(number);

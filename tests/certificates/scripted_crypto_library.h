@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -31,6 +32,10 @@ public:
     /// one after `Reset` is number 1, and number 0 stands for all.
     void Script(const std::string& operation, Outcome outcome, int call = 0);
 
+    /// Lets the call with this number, counted over all operations since `Reset`, end so whatever
+    /// is scripted, and calls `reached` when it comes.
+    void FailCall(std::size_t call, Outcome outcome, std::function<void()> reached);
+
     /// Notes the call under "operation arguments" and gives what is scripted for it.
     Outcome Enter(const std::string& operation, const std::string& arguments);
 
@@ -39,6 +44,8 @@ public:
 
     /// Key ids, "STORE/ID", under which `checkKeyId` finds a pair.
     std::set<std::string> mKeyPairs;
+    /// By operation, what it answers instead of a text made of its arguments.
+    std::map<std::string, std::string> mTexts;
     std::int64_t mNotBefore = 0;
     std::int64_t mNotAfter = 0;
     std::string mContainer = "container";
@@ -52,6 +59,9 @@ public:
 private:
     std::map<std::string, std::map<int, Outcome>> mScripts;
     std::map<std::string, int> mCounts;
+    std::size_t mFailingCall = 0;
+    Outcome mFailure;
+    std::function<void()> mReached;
 };
 
 }  // namespace testing_support

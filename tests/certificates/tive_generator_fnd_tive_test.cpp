@@ -16,9 +16,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing_support::CapturedLog;
-using testing_support::kNull;
 using testing_support::LogText;
-using testing_support::Outcome;
 using testing_support::ScriptedCryptoLibrary;
 
 class TiveGeneratorTest : public testing::Test {
@@ -44,47 +42,6 @@ TEST_F(TiveGeneratorTest, TheContainerIsSignedWithTheBaseKeyAndCarriesNoAuxiliar
                     "CreateCertificateChainEncoder 1 KORU/ECU_BASE_CERT false", "encode csr||0||"));
     EXPECT_THAT(LogText(log),
                 ElementsAre("I TiveGenerator: The TIVE Container was created successfully"));
-}
-
-TEST_F(TiveGeneratorTest, EveryFailureHasItsLineAndYieldsNoContainer) {
-    struct Row {
-        std::string mOperation;
-        Outcome mOutcome;
-        std::string mText;
-    };
-    const Row rows[] = {
-        {"createTrustStoreManager", {1, 0}, ": createTrustStoreManager failed: 0"},
-        {"createTrustStoreManager", kNull, ": createTrustStoreManager returned null"},
-        {"lookupForKORUStore", {0, 4}, ": lookupForKORUStore failed: 4"},
-        {"lookupForKORUStore", kNull, ": lookupForKORUStore returned null"},
-        {"lookupTrustStore", kNull, ": createTrustStore returned null"},
-        {"makeKeyId", {1, 200}, ": makeKeyId failed: 200"},
-        {"makeKeyId", kNull, ": makeKeyId returned null"},
-        {"CreateCertificateChainEncoder", {1, 4}, ": CreateCertificateChainEncoder failed: 4"},
-        {"CreateCertificateChainEncoder", kNull, ": CreateCertificateChainEncoder returned null"},
-        {"encode", {1, 0}, ": TIVE container generation failed: 0"},
-        {"encode", kNull, ": empty TIVE container was returned"},
-    };
-    for (const Row& row : rows) {
-        mLibrary.Reset();
-        const int liveStores = mLibrary.mLiveStores;
-        mLibrary.Script(row.mOperation, row.mOutcome);
-        CapturedLog log;
-        EXPECT_EQ(mGenerator->ConstructContainer({1}), "");
-        EXPECT_THAT(LogText(log), ElementsAre("E ConstructContainer" + row.mText));
-        EXPECT_EQ(mLibrary.mLiveStores, liveStores);
-        EXPECT_EQ(mLibrary.Count("createTrustStore"), 0);
-    }
-}
-
-TEST_F(TiveGeneratorTest, AMissingStoreIsCreatedAndOnlyThatFailureCounts) {
-    mLibrary.Script("lookupTrustStore", {1, 4});
-    EXPECT_EQ(mGenerator->ConstructContainer({1}), "container");
-
-    mLibrary.Script("createTrustStore", {1, 5});
-    CapturedLog log;
-    EXPECT_EQ(mGenerator->ConstructContainer({1}), "");
-    EXPECT_THAT(LogText(log), ElementsAre("E ConstructContainer: createTrustStore failed: 5"));
 }
 
 }  // namespace

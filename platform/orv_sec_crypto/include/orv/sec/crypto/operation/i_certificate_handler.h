@@ -23,7 +23,11 @@ public:
     virtual ~ICertificateHandler() = default;
 
     /// `kSuccess` when `issuer`, a certificate or a bundle of them, verifies `certificate`;
-    /// `kVerificationFailed` when it does not.
+    /// `kVerificationFailed` when it does not. This is one step of a path (RFC 5280, section 6):
+    /// the signature, the names, the strength of key and signature, whether the issuer is a CA, and
+    /// of its constraints a path length of 0 and the name constraints on `certificate`. What a CA
+    /// imposes on certificates further down takes the whole path and is not seen here, and dates
+    /// are not looked at.
     virtual common::CryptoResultCode verifyCertificate(const common::ByteVector& certificate,
                                                        const common::ByteVector& issuer) = 0;
 

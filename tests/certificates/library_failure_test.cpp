@@ -1,0 +1,390 @@
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "certificates/client_cert_initializer_api_impl.h"
+#include "certificates/hsm.h"
+#include "certificates/log_text.h"
+#include "certificates/scripted_crypto_library.h"
+#include "certificates/tive_generator_fnd_tive.h"
+#include "certificates/x509_crypto_api_validator.h"
+#include "testing/captured_log.h"
+
+namespace vintrel {
+
+namespace {
+
+using orv::tee::ClientCertInitializerAPI;
+using orv::tee::impl::ClientCertInitializerAPIImpl;
+using testing_support::CapturedLog;
+using testing_support::kNull;
+using testing_support::Outcome;
+using testing_support::ScriptedCryptoLibrary;
+using Lines = std::vector<std::string>;
+
+constexpr std::chrono::seconds kNow{1795248900};
+constexpr std::chrono::hours kYear{365 * 24};
+
+/// A result: the operation goes on as if the call had succeeded.
+constexpr const char* kGoesOn = "goes on";
+/// A result: the error number that belongs to the library's code.
+constexpr const char* kMapped = "mapped";
+
+/// A call of the library, and what the log tells of its failure behind the operation's name: "" for
+/// no line; after ": " comes the code.
+struct Step {
+    std::string mCall;
+    std::string mFailed;
+    /// For a null or empty object; no value where there is none, or any will do.
+    std::optional<std::string> mNull = std::nullopt;
+    /// It gives a code, with no flag beside it.
+    bool mIsBare = false;
+};
+
+Step Object(const std::string& call) {
+    return {call, ": " + call + " failed: ", ": " + call + " returned null"};
+}
+Step Bytes(const std::string& call, const std::string& empty = "") {
+    return {call, ": " + call + " failed: ", empty};
+}
+Step Date(const std::string& call) {
+    return {call, ": " + call + " failed: "};
+}
+Step Bare(const std::string& call, const std::string& failed = "") {
+    return {call, failed, std::nullopt, true};
+}
+
+/// Calls whose failure ends an operation in one way.
+struct Stage {
+    /// With the level of the line in front; "!" stands for an exception.
+    std::string mOperation;
+    std::vector<Step> mSteps;
+    std::string mResult;
+    /// What the log has after the call's own line.
+    Lines mThen = {};
+};
+
+using Stages = std::vector<Stage>;
+
+struct Operation {
+    std::function<std::string()> mRun;
+    std::string mResult;
+    Stages mStages;
+    /// Whether it leaves the library alone after a failure.
+    bool mStops = true;
+    /// Whether the store "TIV" has to be made.
+    bool mIsStoreMissing = false;
+};
+
+struct Trace {
+    std::string mResult;
+    Lines mLines;
+};
+
+template <typename Number>
+std::string Text(Number number) {
+    return std::to_string(static_cast<int>(number));
+}
+
+std::string Text(const std::vector<std::uint8_t>& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+Stages GeneratePrivateKey(const std::string& failed, const Lines& thenFailed,
+                          const std::string& passed, const Lines& thenPassed) {
+    return {{"E generate_private_key",
+             {{"makeKeyId", ": makeKeyId failed: ", ": keyHandle is null"}},
+             failed,
+             thenFailed},
+            // Where the pair isn't seen, none is deleted.
+            {"", {Bare("checkKeyId")}, passed, thenPassed},
+            {"I generate_private_key",
+             {Bare("deleteKeyPair", ": failed to delete existing keypair: ")},
+             kGoesOn},
+            {"", {Bare("generateKeyPair")}, failed, thenFailed}};
+}
+
+Stages GenerateCsr() {
+    Stages stages = GeneratePrivateKey(
+        "", {"E Failed to generate the Keys!"}, "request VIN:C003 0 TIV/TIV_CSR",
+        {"I The Keys were generated successfully", "I The CSR was generated successfully"});
+    stages.push_back({"E generate_csr",
+                      {Object("makeKeyId"), {"generateCsr", ": failed to generate CSR: ", ""}},
+                      "",
+                      {"E Generated CSR was empty!"}});
+    return stages;
+}
+
+Stages GetKoruVin() {
+    const Lines unreadable{"E GetKoruVin: Certificate parsing failed"};
+    return {{"E get_client_cert",
+             {Object("makeKeyId"), Bytes("loadCertificateForKeyPair")},
+             "",
+             unreadable},
+            {"E SplitCertificateChain", {Bytes("splitCertificatesChain")}, "", unreadable},
+            {"I GetCertificateCommonName",
+             {Bytes("getCertificateIssuerCommonName")},
+             "",
+             {"E GetKoruVin: Can't get a certificate common name"}}};
+}
+
+Stages Install(const std::string& failed) {
+    const auto makeKeyId = [](const std::string& id) {
+        return Step{"makeKeyId", ": makeKeyId for " + id + " failed: ",
+                    ": makeKeyId for " + id + " returned null"};
+    };
+    return {{"E InstallCertificate",
+             {makeKeyId("srcKeyId"),
+              Bare("storeCertificateForKeyPair", ": storeCertificateForKeyPair failed: "),
+              makeKeyId("destKeyId")},
+             failed},
+            {"", {Bare("deleteKeyPair")}, kGoesOn},
+            {"", {Bare("moveKeyPair")}, failed}};
+}
+
+Stages Clear(const std::string& failed) {
+    return {
+        {"E DeleteKeyPair", {{"makeKeyId", ": makeKeyId failed: ", ": keyHandle is null"}}, failed},
+        {"I DeleteKeyPair", {Bare("deleteKeyPair", ": failed to delete keypair: ")}, failed}};
+}
+
+Stages CheckStored() {
+    const std::string none = Text(StatusCode::NoCertificate);
+    const std::string name = Text(StatusCode::CommonNameMismatch);
+    const std::string key = Text(StatusCode::KeyMismatch);
+    const std::string path = Text(StatusCode::PathInvalid);
+    const std::string noProof = "E CheckTrustStoreTivValidity: Signature verification failed";
+    const std::vector<Step> storeTemp = {
+        {"makeCertId", ": makeCertId failed: ", ": makeCertId returned nullptr"},
+        Bare("storeCertificate", ": storeCertificate: ")};
+    const Step verify = Bare("verifyCertificate", ": verifyCertificate failed: ");
+    return {
+        {"E get_client_cert", {Object("makeKeyId"), Bytes("loadCertificateForKeyPair")}, none},
+        {"E SplitCertificateChain", {Bytes("splitCertificatesChain")}, none},
+        {"I GetCertificateCommonName", {Bytes("getCertificateIssuerCommonName")}, name},
+        {"E get_public_key",
+         {Object("makeKeyId"), Bytes("loadPublicKey")},
+         key,
+         {"E CheckCertificatePublicKey: Invalid public key"}},
+        {"E StoreTempCertificate",
+         storeTemp,
+         key,
+         {"E CheckCertificatePublicKey: StoreTempCertificate failed"}},
+        {"E CheckCertificatePublicKey",
+         {Object("makeKeyId"),
+          Bytes("loadPublicKey", ": The Certificate and the Key do not match!")},
+         key},
+        {"E generate_signature",
+         {Object("makeKeyId"), Object("createDigitalSignature"), Bytes("sign")},
+         key,
+         {"E VerifySignature: verification failed: 8", noProof}},
+        {"E StoreTempCertificate",
+         storeTemp,
+         key,
+         {"E VerifySignature: StoreTempCertificate failed", noProof}},
+        {"E VerifySignature",
+         {Object("makeKeyId"), Object("createDigitalSignature"),
+          Bare("verify", ": verification failed: ")},
+         key,
+         {noProof}},
+        {"E get_root_cert_bundle",
+         {Object("makeCertId"), Bytes("loadCertificate")},
+         path,
+         {"E ValidateCertificatePath: provided root certificate is empty"}},
+        {"I ValidateCertificatePath", {verify, verify}, path},
+        {"I CheckCertificateValidityTime",
+         {Date("getCertificateNotBeforeDate"), Date("getCertificateNotAfterDate")},
+         Text(StatusCode::ExpiresWithinYear)},
+    };
+}
+
+/// As above without the look at the store, the proof of possession and the dates.
+Stages CheckReceived() {
+    const Stages stored = CheckStored();
+    Stages stages;
+    for (const std::size_t index : {1, 2, 3, 4, 5, 9, 10}) {
+        stages.push_back(stored[index]);
+        stages.back().mResult = "true";
+    }
+    return stages;
+}
+
+Stages Container() {
+    return {{"E ConstructContainer",
+             {Object("createTrustStoreManager"), Object("lookupForKORUStore")},
+             ""},
+            {"E ConstructContainer",
+             {{"lookupTrustStore", "", ": createTrustStore returned null"}},
+             kGoesOn},
+            {"E ConstructContainer", {Object("createTrustStore")}, ""},
+            {"E ConstructContainer",
+             {Object("makeKeyId"),
+              Object("CreateCertificateChainEncoder"),
+              {"encode",
+               ": TIVE container generation failed: ", ": empty TIVE container was returned"}},
+             ""}};
+}
+
+Stages ApiConstruction() {
+    return {
+        {"!",
+         {{"createTrustStoreManager", " Failed to create TrustStoreManager",
+           " TrustStoreManager is null"}},
+         ""},
+        {"!", {{"lookupTrustStore", "", " ClientCertStore is null"}}, kGoesOn},
+        {"!",
+         {{"createTrustStore", " Failed to create ClientCertStore", " ClientCertStore is null"}},
+         ""},
+        {"!", {{"lookupForKORUStore", " KORUStore not found", " KORUStore is null"}}, ""}};
+}
+
+Stages ValidatorConstruction() {
+    return {{"!",
+             {{"createCertificateHandler", " createCertificateHandler failed",
+               " createCertificateHandler returned null"},
+              {"createTrustStoreManager", " createTrustStoreManager failed",
+               " createTrustStoreManager returned null"}},
+             ""},
+            {"", {{"lookupTrustStore", ""}}, kGoesOn},
+            {"!", {{"createTrustStore", " Failed to create temporary trust store"}}, ""}};
+}
+
+/// Lets each call of each operation fail in each way that the library can fail.
+class LibraryFailureTest : public testing::Test {
+protected:
+    Trace Run(const Operation& operation, std::size_t failing = 0, Outcome outcome = {}) {
+        mLibrary.Reset();
+        mLibrary.mKeyPairs = {"TIV/TIV_CSR"};
+        mLibrary.mTexts = {{"loadCertificateForKeyPair", "leaf,ca"},
+                           {"loadPublicKey", "key"},
+                           {"getCertificateIssuerCommonName", "VIN:C003"}};
+        mLibrary.mNotAfter = (kNow + kYear).count();
+        if (operation.mIsStoreMissing) {
+            mLibrary.Script("lookupTrustStore", {1, 4});
+        }
+        CapturedLog log;
+        // What went well before is of no interest.
+        mLibrary.FailCall(failing, outcome, [&log] { log.Clear(); });
+        try {
+            const std::string result = operation.mRun();
+            return {result, LogText(log)};
+        } catch (const std::runtime_error& error) {
+            return {"", {std::string("! ") + error.what()}};
+        }
+    }
+
+    Trace Expected(const Operation& operation, const Stage& stage, const Step& step,
+                   std::size_t number, Outcome outcome) {
+        std::string text = outcome.mNullObject ? *step.mNull : step.mFailed;
+        if (!text.empty() && text.back() == ' ') {
+            text += std::to_string(outcome.mCode);
+        }
+        const Lines own = text.empty() ? Lines{} : Lines{stage.mOperation + text};
+        if (stage.mOperation == "!" && !own.empty()) {
+            return {"", own};
+        }
+        Trace expected{stage.mResult, stage.mThen};
+        if (stage.mResult == kGoesOn) {
+            expected = outcome.mNullObject ? Trace{} : Run(operation, number);
+        } else if (stage.mResult == kMapped) {
+            expected.mResult = outcome.mCode == 0 ? "5" : "3";
+        }
+        expected.mLines.insert(expected.mLines.begin(), own.begin(), own.end());
+        return expected;
+    }
+
+    void FailStep(const Operation& operation, const Stage& stage, const Step& step,
+                  std::size_t number) {
+        for (const Outcome outcome : {Outcome{1, 0}, {1, 7}, {0, 7}, kNull}) {
+            if (outcome.mNullObject ? !step.mNull : outcome.mCode == 0 && step.mIsBare) {
+                continue;
+            }
+            const Trace expected = Expected(operation, stage, step, number, outcome);
+            const int liveStores = mLibrary.mLiveStores;
+            const Trace seen = Run(operation, number, outcome);
+            EXPECT_EQ(seen.mResult, expected.mResult) << Text(outcome.mCode);
+            EXPECT_EQ(seen.mLines, expected.mLines) << Text(outcome.mCode);
+            EXPECT_EQ(mLibrary.mLiveStores, liveStores);
+            if (operation.mStops && seen.mResult != operation.mResult) {
+                EXPECT_EQ(mLibrary.mCalls.size(), number);
+            }
+        }
+    }
+
+    void Drive(const Operation& operation) {
+        EXPECT_EQ(Run(operation).mResult, operation.mResult);
+        const Lines calls = mLibrary.mCalls;
+        std::size_t number = 0;
+        for (const Stage& stage : operation.mStages) {
+            for (const Step& step : stage.mSteps) {
+                if (step.mCall == "createTrustStore" && !operation.mIsStoreMissing) {
+                    continue;
+                }
+                ASSERT_LT(number, calls.size());
+                ASSERT_EQ(calls[number].substr(0, calls[number].find(' ')), step.mCall);
+                SCOPED_TRACE(stage.mOperation + ", " + step.mCall);
+                FailStep(operation, stage, step, ++number);
+            }
+        }
+        EXPECT_EQ(number, calls.size());
+    }
+
+    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
+    Hsm mHsm{[] { return std::chrono::system_clock::time_point(kNow); }};
+    std::shared_ptr<ClientCertInitializerAPI> mApi = ClientCertInitializerAPI::get_instance();
+    std::shared_ptr<X509ValidatorIf> mValidator = X509ValidatorIf::CreateX509Validator();
+};
+
+TEST_F(LibraryFailureTest, EveryFailureOfEveryCallHasItsLineAndIsNeverASuccess) {
+    const auto change = [this](const char* chain) {
+        return Text(mApi->set_client_cert_and_move_key(chain, "TIV_CSR", "TIV"));
+    };
+    Drive({[this] { return Text(mApi->generate_private_key("TIV_CSR")); }, "0",
+           GeneratePrivateKey(kMapped, {}, "0", {})});
+    Drive({[&] { return change("chain"); }, "0", Install(kMapped)});
+    Drive({[&] { return change(""); }, "0", Clear("5")});
+    Drive({[this] { return mValidator->EncodePemToDer("pem"); },
+           "DER of pem",
+           {{"E EncodePemToDer", {Bytes("pemToDer")}, ""}}});
+}
+
+TEST_F(LibraryFailureTest, TheFacadeSaysWhichCheckCouldNotBeMade) {
+    const auto truth = [](bool failed) { return failed ? "true" : "false"; };
+    Drive({[this] { return Text(mHsm.GenerateCsr("VIN")); }, "request VIN:C003 0 TIV/TIV_CSR",
+           GenerateCsr(), false});
+    Drive({[this] { return mHsm.GetKoruVin(); }, "VIN", GetKoruVin(), false});
+    Drive({[&] { return truth(mHsm.StoreTivCertificateToTrustStore("chain")); }, "false",
+           Install("true")});
+    Drive(
+        {[&] { return truth(mHsm.DeleteTivCertificateFromTrustStore()); }, "false", Clear("true")});
+    Drive({[&] { return truth(mHsm.CheckTivCertificate("leaf,ca", "VIN")); }, "false",
+           CheckReceived(), false});
+    Drive({[this] { return Text(mHsm.CheckTrustStoreTivValidity("VIN")); }, Text(StatusCode::Ok),
+           CheckStored(), false});
+}
+
+TEST_F(LibraryFailureTest, WhatOpensTheStoresFailsWithItsTextAndHoldsNothing) {
+    const auto container = [] { return TiveGeneratorIf::Create()->ConstructContainer({1}); };
+    const auto makeApi = [] {
+        return std::make_unique<ClientCertInitializerAPIImpl>() ? "made" : "";
+    };
+    const auto makeValidator = [] {
+        return std::make_unique<X509CryptoApiValidator>() ? "made" : "";
+    };
+    for (const bool missing : {false, true}) {
+        Drive({container, "container", Container(), true, missing});
+        Drive({makeApi, "made", ApiConstruction(), true, missing});
+        Drive({makeValidator, "made", ValidatorConstruction(), true, missing});
+    }
+}
+
+}  // namespace
+
+}  // namespace vintrel
