@@ -1,5 +1,7 @@
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include <orv/sec/crypto/crypto_lib.h>
 
@@ -7,7 +9,9 @@
 #include "crypto_log.h"
 #include "crypto_service_provider.h"
 #include "orv_sec_crypto/store_administration.h"
+#include "secret_memory.h"
 #include "store_database.h"
+#include "store_directory.h"
 
 namespace orv::sec::crypto {
 
@@ -20,6 +24,8 @@ namespace {
 // needs its state; and this record itself is never destroyed.
 struct OpenLibrary {
     std::mutex mutex;
+    // Held as long as the database: what an operation leaves for the next one, nobody else changes.
+    std::shared_ptr<StoreLock> lock;
     std::shared_ptr<StoreDatabase> database;
 };
 
@@ -28,14 +34,16 @@ OpenLibrary& Instance() {
     return *instance;
 }
 
-std::shared_ptr<StoreDatabase> OpenDatabase(const std::string& directory) {
+void OpenStore(OpenLibrary& library, const std::string& directory) {
     try {
+        auto lock = StoreLock::Acquire(directory);
         auto database =
-            std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreate);
+            std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreateUnlessLost);
         if (!database->HasWrappingKey()) {
             LogWarn(directory + ": no wrapping key yet, no key pair can be made");
         }
-        return database;
+        library.lock = std::move(lock);
+        library.database = std::move(database);
     } catch (const CryptoError& error) {
         throw CryptoError(error.Code(), std::string("store cannot be opened: ") + error.what());
     }
@@ -50,7 +58,8 @@ CryptoResult<std::shared_ptr<ICryptoServiceProvider>> initCryptoLib() {
         if (library.database != nullptr) {
             throw CryptoError(CryptoResultCode::kInvalidState, "the library is open already");
         }
-        library.database = OpenDatabase(host::StoreAdministration::DefaultDirectory());
+        KeepOutOfCoreDumps();
+        OpenStore(library, host::StoreAdministration::DefaultDirectory());
         return std::make_shared<CryptoServiceProvider>(library.database);
     });
 }
@@ -63,6 +72,7 @@ CryptoResultCode cleanupCryptoLib() {
     }
     library.database->Close();
     library.database.reset();
+    library.lock.reset();
     return CryptoResultCode::kSuccess;
 }
 

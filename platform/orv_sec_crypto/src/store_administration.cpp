@@ -1,16 +1,14 @@
 #include "orv_sec_crypto/store_administration.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <system_error>
 #include <utility>
-
-#include <sys/stat.h>
 
 #include "certificate_parser.h"
 #include "crypto_error.h"
 #include "ec_key.h"
+#include "secret_memory.h"
 #include "store_database.h"
+#include "store_directory.h"
 
 namespace orv::sec::crypto::host {
 
@@ -21,7 +19,6 @@ namespace {
 
 constexpr const char* kDirectoryVariable = "ORV_CRYPTO_DIR";
 constexpr const char* kDefaultDirectory = "/var/lib/orv/crypto";
-constexpr mode_t kDirectoryMode = S_IRWXU;
 
 AdministrationStatus ToStatus(CryptoResultCode code) {
     switch (code) {
@@ -47,20 +44,6 @@ AdministrationResult Run(Work work) {
     }
 }
 
-void CreateDirectories(const std::string& directory) {
-    for (auto slash = directory.find('/', 1);; slash = directory.find('/', slash + 1)) {
-        const std::string part = directory.substr(0, slash);
-        if (::mkdir(part.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
-            throw CryptoError(
-                CryptoResultCode::kStorageError,
-                part + ": cannot create directory: " + std::generic_category().message(errno));
-        }
-        if (slash == std::string::npos) {
-            return;
-        }
-    }
-}
-
 void CheckDirectoryName(const std::string& directory) {
     if (directory.empty()) {
         throw CryptoError(CryptoResultCode::kInvalidArgument, "the directory's name is empty");
@@ -68,16 +51,8 @@ void CheckDirectoryName(const std::string& directory) {
 }
 
 void EnsureKoruStore(StoreDatabase& database) {
-    if (database.HasStore(kKoruStoreName, StoreKind::kKoruStore)) {
-        return;
-    }
-    try {
+    if (!database.HasStore(kKoruStoreName, StoreKind::kKoruStore)) {
         database.CreateStore(kKoruStoreName, StoreKind::kKoruStore);
-    } catch (const CryptoError& error) {
-        // Another administrator was faster.
-        if (error.Code() != CryptoResultCode::kAlreadyExists) {
-            throw;
-        }
     }
 }
 
@@ -110,8 +85,9 @@ std::string StoreAdministration::DefaultDirectory() {
     return directory == nullptr || *directory == '\0' ? kDefaultDirectory : directory;
 }
 
-StoreAdministration::StoreAdministration(std::unique_ptr<StoreDatabase> database)
-    : mDatabase(std::move(database)) {}
+StoreAdministration::StoreAdministration(std::string directory,
+                                         std::unique_ptr<StoreDatabase> database)
+    : mDirectory(std::move(directory)), mDatabase(std::move(database)) {}
 
 StoreAdministration::~StoreAdministration() = default;
 
@@ -119,14 +95,14 @@ AdministrationResult StoreAdministration::CreateOrOpen(
     const std::string& directory, std::unique_ptr<StoreAdministration>& administration) {
     return Run([&] {
         CheckDirectoryName(directory);
+        KeepOutOfCoreDumps();
         CreateDirectories(directory);
+        const auto lock = StoreLock::Acquire(directory);
         auto database =
             std::make_unique<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreate);
-        if (!database->HasWrappingKey()) {
-            database->CreateWrappingKey();
-        }
+        database->CreateWrappingKey();
         EnsureKoruStore(*database);
-        administration.reset(new StoreAdministration(std::move(database)));
+        administration.reset(new StoreAdministration(directory, std::move(database)));
     });
 }
 
@@ -134,7 +110,9 @@ AdministrationResult StoreAdministration::Open(
     const std::string& directory, std::unique_ptr<StoreAdministration>& administration) {
     return Run([&] {
         CheckDirectoryName(directory);
+        KeepOutOfCoreDumps();
         administration.reset(new StoreAdministration(
+            directory,
             std::make_unique<StoreDatabase>(directory, StoreDatabase::OpenMode::kExisting)));
     });
 }
@@ -153,6 +131,7 @@ AdministrationResult StoreAdministration::ImportKeyPair(const std::string& keyId
             throw CryptoError(CryptoResultCode::kKeyMismatch,
                               "the private key does not belong to the first certificate");
         }
+        const auto lock = StoreLock::Acquire(mDirectory);
         mDatabase->ReplaceKeyPair({kKoruStoreName, keyId}, *key, chain);
     });
 }
@@ -162,6 +141,7 @@ AdministrationResult StoreAdministration::StoreCertificate(const std::string& ce
     return Run([&] {
         RequireKoruStore(*mDatabase);
         CheckId(certId);
+        const auto lock = StoreLock::Acquire(mDirectory);
         mDatabase->StoreCertificate({kKoruStoreName, certId}, ToBytes(certificates));
     });
 }
@@ -181,6 +161,7 @@ AdministrationResult StoreAdministration::List(std::vector<StoreEntry>& entries)
 AdministrationResult StoreAdministration::Remove(const std::string& store, const std::string& id,
                                                  EntryKind kind) {
     return Run([&] {
+        const auto lock = StoreLock::Acquire(mDirectory);
         if (kind == EntryKind::kKeyPair) {
             mDatabase->DeleteKeyPair({store, id});
             return;

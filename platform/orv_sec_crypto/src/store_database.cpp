@@ -1,6 +1,7 @@
 #include "store_database.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -26,10 +27,12 @@ constexpr std::size_t kMaxIdBytes = 128;
 constexpr std::chrono::milliseconds kBusyTimeout{5000};
 // "ORVS"
 constexpr std::int64_t kApplicationId = 0x4F525653;
-constexpr std::int64_t kSchemaVersion = 1;
 constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
+constexpr const char* kSelectCertificate =
+    "SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2";
 
-constexpr const char* kSchema = R"(
+// The schema's version 1.
+constexpr const char* kTables = R"(
     CREATE TABLE store (
         name TEXT NOT NULL PRIMARY KEY CHECK (length(name) BETWEEN 1 AND 128),
         kind INTEGER NOT NULL CHECK (kind IN (1, 2))
@@ -49,8 +52,11 @@ constexpr const char* kSchema = R"(
         PRIMARY KEY (store, id)
     ) STRICT, WITHOUT ROWID;
     PRAGMA application_id = 1330796115;
-    PRAGMA user_version = 1;
 )";
+
+// What leads from each version of the schema to the next one, from the empty file, version 0, on.
+constexpr std::array<const char*, 1> kUpgrades{kTables};
+constexpr std::int64_t kSchemaVersion = kUpgrades.size();
 
 CryptoError StorageError(const std::string& message) {
     return CryptoError(CryptoResultCode::kStorageError, message);
@@ -83,7 +89,7 @@ void CreateDatabaseFile(const std::string& path) {
     const FileDescriptor file(
         ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (file.IsValid()) {
-        LogInfo(path + ": empty store created");
+        LogWarn(path + ": there was no store, an empty one is made");
         return;
     }
     if (errno != EEXIST) {
@@ -125,9 +131,14 @@ void CheckDatabaseFile(const std::string& directory) {
     CheckOwnership(directory, status);
 }
 
-bool HasSchema(SqliteConnection& connection) {
-    return connection.QueryInteger("PRAGMA user_version") == kSchemaVersion &&
-           connection.QueryInteger("PRAGMA application_id") == kApplicationId;
+bool Exists(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 || errno != ENOENT;
+}
+
+CryptoError LostStore(const std::string& directory) {
+    return StorageError(DatabasePath(directory) +
+                        ": the store is lost: its wrapping key is there, the store is not");
 }
 
 void AppendWithLength(std::string& target, const std::string& field) {
@@ -163,13 +174,21 @@ void CheckId(const std::string& id) {
 
 StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode) : mDirectory(directory) {
     const std::string path = DatabasePath(mDirectory);
-    if (mode == OpenMode::kCreate) {
+    const bool isExpected =
+        mode == OpenMode::kCreateUnlessLost && Exists(WrappingKeyPath(mDirectory));
+    if (isExpected && !Exists(path)) {
+        throw LostStore(mDirectory);
+    }
+    if (mode != OpenMode::kExisting) {
         CreateDatabaseFile(path);
     }
     CheckDatabaseFile(mDirectory);
     mConnection = std::make_unique<SqliteConnection>(path, kBusyTimeout);
     Configure();
-    CreateSchema();
+    // A store that is not for this version to open stays untouched.
+    SchemaVersion();
+    SetJournalMode();
+    UpgradeSchema(isExpected);
     LoadWrappingKey();
 }
 
@@ -178,7 +197,11 @@ void StoreDatabase::Configure() {
         "PRAGMA foreign_keys = ON;"
         "PRAGMA trusted_schema = OFF;"
         "PRAGMA secure_delete = ON;"
+        "PRAGMA temp_store = MEMORY;"
         "PRAGMA synchronous = FULL;");
+}
+
+void StoreDatabase::SetJournalMode() {
     const std::string mode = mConnection->QueryText("PRAGMA journal_mode = TRUNCATE");
     if (mode != "truncate") {
         throw StorageError(DatabasePath(mDirectory) + ": journal mode is '" + mode +
@@ -186,24 +209,43 @@ void StoreDatabase::Configure() {
     }
 }
 
-void StoreDatabase::CreateSchema() {
-    if (HasSchema(*mConnection)) {
+std::int64_t StoreDatabase::SchemaVersion() {
+    const std::int64_t application = mConnection->QueryInteger("PRAGMA application_id");
+    const std::int64_t version = mConnection->QueryInteger("PRAGMA user_version");
+    if (application == kApplicationId && version > kSchemaVersion) {
+        throw StorageError(DatabasePath(mDirectory) + ": schema version " +
+                           std::to_string(version) + " is newer than this program's, which is " +
+                           std::to_string(kSchemaVersion));
+    }
+    const bool isEmpty = application == 0 && version == 0 &&
+                         mConnection->QueryInteger("SELECT count(*) FROM sqlite_schema") == 0;
+    if (!isEmpty && (application != kApplicationId || version < 1)) {
+        throw StorageError(DatabasePath(mDirectory) + ": no secure store: schema version " +
+                           std::to_string(version) + " of application " +
+                           std::to_string(application));
+    }
+    return version;
+}
+
+void StoreDatabase::UpgradeSchema(bool isExpected) {
+    if (SchemaVersion() == kSchemaVersion) {
         return;
     }
     SqliteTransaction transaction(*mConnection);
-    if (HasSchema(*mConnection)) {
-        return;
+    // Another process may have been faster.
+    const std::int64_t version = SchemaVersion();
+    if (version == 0 && isExpected) {
+        throw LostStore(mDirectory);
     }
-    const std::int64_t application = mConnection->QueryInteger("PRAGMA application_id");
-    const std::int64_t version = mConnection->QueryInteger("PRAGMA user_version");
-    if (version != 0 || application != 0 ||
-        mConnection->QueryInteger("SELECT count(*) FROM sqlite_schema") != 0) {
-        throw StorageError(DatabasePath(mDirectory) + ": schema version " +
-                           std::to_string(version) + " of application " +
-                           std::to_string(application) + " is unknown");
+    for (auto step = static_cast<std::size_t>(version); step < kUpgrades.size(); ++step) {
+        mConnection->Execute(kUpgrades[step]);
     }
-    mConnection->Execute(kSchema);
+    mConnection->Execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
     transaction.Commit();
+    if (version > 0) {
+        LogInfo(DatabasePath(mDirectory) + ": upgraded from schema version " +
+                std::to_string(version) + " to " + std::to_string(kSchemaVersion));
+    }
 }
 
 void StoreDatabase::LoadWrappingKey() {
@@ -254,8 +296,11 @@ bool StoreDatabase::HasAnyKeyPair() const {
 void StoreDatabase::CreateWrappingKey() {
     const std::lock_guard<std::mutex> lock(mMutex);
     Connection();
-    WrappingKey::Create(WrappingKeyPath(mDirectory));
-    LoadWrappingKey();
+    WrappingKey::RemoveLeftover(WrappingKeyPath(mDirectory));
+    if (mWrappingKey == nullptr) {
+        WrappingKey::Create(WrappingKeyPath(mDirectory));
+        LoadWrappingKey();
+    }
 }
 
 void StoreDatabase::CreateStore(const std::string& name, StoreKind kind) {
@@ -384,23 +429,39 @@ PkeyPtr StoreDatabase::LoadPrivateKey(const EntryId& entry) const {
     return UnwrapPrivateKey(entry);
 }
 
-ByteVector StoreDatabase::LoadKeyColumn(const char* sql, const EntryId& entry) const {
+void StoreDatabase::CheckCertificates(const EntryId& entry, const ByteVector& certificates) const {
+    ByteVector& checked = mChecked[AssociatedData(entry)];
+    if (checked == certificates) {
+        return;
+    }
+    try {
+        ParseCertificates(certificates);
+    } catch (const CryptoError& error) {
+        throw CryptoError(CryptoResultCode::kIntegrityError,
+                          "stored certificates " + Describe(entry) + ": " + error.what());
+    }
+    checked = certificates;
+}
+
+ByteVector StoreDatabase::LoadCertificates(const char* sql, const EntryId& entry) const {
     SqliteStatement statement(Connection(), sql);
     if (!statement.Bind(1, entry.store).Bind(2, entry.id).Step() || statement.IsNull(0)) {
         throw NotFound("certificate", entry);
     }
-    return statement.Blob(0);
+    ByteVector certificates = statement.Blob(0);
+    CheckCertificates(entry, certificates);
+    return certificates;
 }
 
 ByteVector StoreDatabase::LoadChain(const EntryId& entry) const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return LoadKeyColumn("SELECT certificates FROM key_pair WHERE store = ?1 AND id = ?2", entry);
+    return LoadCertificates("SELECT certificates FROM key_pair WHERE store = ?1 AND id = ?2",
+                            entry);
 }
 
 ByteVector StoreDatabase::LoadCertificate(const EntryId& entry) const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return LoadKeyColumn("SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2",
-                         entry);
+    return LoadCertificates(kSelectCertificate, entry);
 }
 
 void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
@@ -408,12 +469,8 @@ void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
     const EVP_PKEY* certified = X509_get0_pubkey(certificates.front().get());
     const std::lock_guard<std::mutex> lock(mMutex);
     SqliteTransaction transaction(Connection());
-    SqliteStatement select(Connection(),
-                           "SELECT public_key FROM key_pair WHERE store = ?1 AND id = ?2");
-    if (!select.Bind(1, entry.store).Bind(2, entry.id).Step()) {
-        throw NotFound("key pair", entry);
-    }
-    if (certified == nullptr || !SameKey(*certified, *DecodePublicKey(select.Blob(0)))) {
+    const PkeyPtr key = UnwrapPrivateKey(entry);
+    if (certified == nullptr || !SameKey(*certified, *key)) {
         ForgetOpenSslErrors();
         throw CryptoError(CryptoResultCode::kKeyMismatch,
                           "the first certificate is not one of the key pair " + Describe(entry));
@@ -427,9 +484,19 @@ void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
     transaction.Commit();
 }
 
+bool StoreDatabase::HoldsCertificate(const EntryId& entry, const ByteVector& certificates) const {
+    SqliteStatement statement(Connection(), kSelectCertificate);
+    return statement.Bind(1, entry.store).Bind(2, entry.id).Step() &&
+           statement.Blob(0) == certificates;
+}
+
 void StoreDatabase::StoreCertificate(const EntryId& entry, const ByteVector& certificates) {
     ParseCertificates(certificates);
     const std::lock_guard<std::mutex> lock(mMutex);
+    // Each judgement puts the same certificate into the scratch slot; it must wear no flash.
+    if (HoldsCertificate(entry, certificates)) {
+        return;
+    }
     SqliteStatement(Connection(),
                     "INSERT INTO certificate (store, id, certificates) VALUES (?1, ?2, ?3) "
                     "ON CONFLICT (store, id) DO UPDATE SET certificates = excluded.certificates")
@@ -446,8 +513,7 @@ PkeyPtr StoreDatabase::LoadPublicKey(const EntryId& entry) const {
     if (keyPair.Bind(1, entry.store).Bind(2, entry.id).Step()) {
         return DecodePublicKey(keyPair.Blob(0));
     }
-    const auto certificates = ParseCertificates(
-        LoadKeyColumn("SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2", entry));
+    const auto certificates = ParseCertificates(LoadCertificates(kSelectCertificate, entry));
     PkeyPtr key(X509_get_pubkey(certificates.front().get()));
     if (key == nullptr) {
         ForgetOpenSslErrors();

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -53,6 +54,9 @@ public:
         kExisting,
         /// An empty store is made where the directory has none.
         kCreate,
+        /// As above, but where there is a wrapping key, the store that it belongs to was lost, and
+        /// an empty one in its place would hide that.
+        kCreateUnlessLost,
     };
 
     StoreDatabase(const std::string& directory, OpenMode mode);
@@ -63,7 +67,7 @@ public:
     void CheckOpen() const;
 
     bool HasWrappingKey() const;
-    /// Makes the wrapping key unless there is one.
+    /// Makes the wrapping key unless there is one. For the holder of the store's lock.
     void CreateWrappingKey();
 
     void CreateStore(const std::string& name, StoreKind kind);
@@ -78,11 +82,14 @@ public:
     void DeleteKeyPair(const EntryId& entry);
     PkeyPtr LoadPrivateKey(const EntryId& entry) const;
 
+    /// `kIntegrityError` for certificates that do not parse any more, here and below.
     common::ByteVector LoadChain(const EntryId& entry) const;
-    /// Attaches a chain that belongs to the key pair; `kKeyMismatch` when it does not.
+    /// Attaches a chain that belongs to the key pair; `kKeyMismatch` when it does not. The private
+    /// key must open, so that a pair with a chain is one that can take the accepted pair's place.
     void StoreChain(const EntryId& entry, const common::ByteVector& chain);
 
     common::ByteVector LoadCertificate(const EntryId& entry) const;
+    /// Writes nothing when these bytes are there already.
     void StoreCertificate(const EntryId& entry, const common::ByteVector& certificates);
     void DeleteCertificate(const EntryId& entry);
 
@@ -95,13 +102,17 @@ public:
 private:
     SqliteConnection& Connection() const;
     void Configure();
-    void CreateSchema();
+    std::int64_t SchemaVersion();
+    void SetJournalMode();
+    void UpgradeSchema(bool isExpected);
     void LoadWrappingKey();
     const WrappingKey& RequireWrappingKey() const;
     bool HasAnyKeyPair() const;
     common::ByteVector WrapPrivateKey(const EntryId& entry, const EVP_PKEY& key) const;
     PkeyPtr UnwrapPrivateKey(const EntryId& entry) const;
-    common::ByteVector LoadKeyColumn(const char* sql, const EntryId& entry) const;
+    common::ByteVector LoadCertificates(const char* sql, const EntryId& entry) const;
+    bool HoldsCertificate(const EntryId& entry, const common::ByteVector& certificates) const;
+    void CheckCertificates(const EntryId& entry, const common::ByteVector& certificates) const;
     bool HasRow(const char* sql, const EntryId& entry) const;
     void DeleteRow(const char* sql, const EntryId& entry);
 
@@ -110,6 +121,8 @@ private:
     std::unique_ptr<SqliteConnection> mConnection;
     // Also read later than at the start, where an administrator made it meanwhile.
     mutable std::unique_ptr<WrappingKey> mWrappingKey;
+    // What was loaded last from each place, and parsed: the same bytes need not be parsed again.
+    mutable std::map<std::string, common::ByteVector> mChecked;
 };
 
 }  // namespace orv::sec::crypto

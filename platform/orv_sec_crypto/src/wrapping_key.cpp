@@ -1,10 +1,9 @@
 #include "wrapping_key.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
@@ -14,6 +13,7 @@
 #include "crypto_error.h"
 #include "file_descriptor.h"
 #include "openssl_ptr.h"
+#include "store_directory.h"
 
 namespace orv::sec::crypto {
 
@@ -82,13 +82,8 @@ void TransferAll(std::size_t size, const std::string& path, Operation operation)
     }
 }
 
-void SyncDirectoryOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const FileDescriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!descriptor.IsValid() || ::fsync(descriptor.Get()) != 0) {
-        throw SystemError(directory, "cannot sync");
-    }
+std::string TemporaryPath(const std::string& path) {
+    return path + ".new";
 }
 
 CipherContextPtr NewCipherContext() {
@@ -124,45 +119,47 @@ std::unique_ptr<WrappingKey> WrappingKey::Load(const std::string& path) {
 
     std::unique_ptr<WrappingKey> key(new WrappingKey());
     TransferAll(kSize, path, [&](std::size_t done) {
-        return ::read(file.Get(), key->mKey.data() + done, kSize - done);
+        return ::read(file.Get(), key->mKey.Data() + done, kSize - done);
     });
     return key;
 }
 
+void WrappingKey::RemoveLeftover(const std::string& path) {
+    const std::string temporary = TemporaryPath(path);
+    if (::unlink(temporary.c_str()) != 0 && errno != ENOENT) {
+        throw SystemError(temporary, "cannot remove");
+    }
+}
+
 void WrappingKey::Create(const std::string& path) {
-    std::string temporary = path + ".XXXXXX";
-    const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+    const std::string temporary = TemporaryPath(path);
+    const FileDescriptor file(
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kKeyFileMode));
     if (!file.IsValid()) {
         throw SystemError(temporary, "cannot create");
     }
     WrappingKey key;
     try {
-        if (RAND_priv_bytes(key.mKey.data(), static_cast<int>(kSize)) != 1) {
+        if (RAND_priv_bytes(key.mKey.Data(), static_cast<int>(kSize)) != 1) {
             throw OpenSslError("no random numbers for the wrapping key");
         }
         TransferAll(kSize, temporary, [&](std::size_t done) {
-            return ::write(file.Get(), key.mKey.data() + done, kSize - done);
+            return ::write(file.Get(), key.mKey.Data() + done, kSize - done);
         });
+        // The mode was subject to the umask.
         if (::fchmod(file.Get(), kKeyFileMode) != 0 || ::fsync(file.Get()) != 0) {
             throw SystemError(temporary, "cannot complete");
         }
-        // Two administrators at once: the first one's key stays, the second one's goes.
-        if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) !=
-            0) {
-            if (errno != EEXIST) {
-                throw SystemError(path, "cannot create");
-            }
-            ::unlink(temporary.c_str());
+        // Unlike a rename, a link never takes the place of a key.
+        if (::link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST) {
+            throw SystemError(path, "cannot create");
         }
     } catch (const CryptoError&) {
         ::unlink(temporary.c_str());
         throw;
     }
-    SyncDirectoryOf(path);
-}
-
-WrappingKey::~WrappingKey() {
-    OPENSSL_cleanse(mKey.data(), mKey.size());
+    RemoveLeftover(path);
+    SyncDirectory(path.substr(0, path.rfind('/')));
 }
 
 ByteVector WrappingKey::Wrap(const ByteVector& plain, const std::string& associatedData) const {
@@ -179,7 +176,7 @@ ByteVector WrappingKey::Wrap(const ByteVector& plain, const std::string& associa
     int size = 0;
     int finalSize = 0;
     auto* ciphertext = blob.data() + kCiphertextOffset;
-    if (EVP_EncryptInit_ex2(context.get(), EVP_aes_256_gcm(), mKey.data(), nonce, nullptr) != 1 ||
+    if (EVP_EncryptInit_ex2(context.get(), EVP_aes_256_gcm(), mKey.Data(), nonce, nullptr) != 1 ||
         EVP_EncryptUpdate(context.get(), nullptr, &size, AsBytes(associatedData),
                           static_cast<int>(associatedData.size())) != 1 ||
         EVP_EncryptUpdate(context.get(), ciphertext, &size, plain.data(),
@@ -203,7 +200,7 @@ ByteVector WrappingKey::Unwrap(const ByteVector& blob, const std::string& associ
     ByteVector plain(blob.size() - kCiphertextOffset);
     int size = 0;
     int finalSize = 0;
-    if (EVP_DecryptInit_ex2(context.get(), EVP_aes_256_gcm(), mKey.data(),
+    if (EVP_DecryptInit_ex2(context.get(), EVP_aes_256_gcm(), mKey.Data(),
                             blob.data() + kNonceOffset, nullptr) != 1 ||
         EVP_DecryptUpdate(context.get(), nullptr, &size, AsBytes(associatedData),
                           static_cast<int>(associatedData.size())) != 1 ||

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
+
+#include "secret_memory.h"
 
 namespace orv::sec::crypto {
 
@@ -25,12 +26,11 @@ public:
     static std::unique_ptr<WrappingKey> Load(const std::string& path);
 
     /// Makes the key file from fresh random bytes, complete and durable under its name at once. A
-    /// file that is there already stays as it is.
+    /// file that is there already stays as it is. For the holder of the store's lock.
     static void Create(const std::string& path);
 
-    ~WrappingKey();
-    WrappingKey(const WrappingKey&) = delete;
-    WrappingKey& operator=(const WrappingKey&) = delete;
+    /// Removes what a `Create` that was interrupted has left. For the holder of the store's lock.
+    static void RemoveLeftover(const std::string& path);
 
     common::ByteVector Wrap(const common::ByteVector& plain,
                             const std::string& associatedData) const;
@@ -42,7 +42,7 @@ public:
 private:
     WrappingKey() = default;
 
-    std::array<std::uint8_t, kSize> mKey{};
+    SecretMemory mKey{kSize};
 };
 
 }  // namespace orv::sec::crypto

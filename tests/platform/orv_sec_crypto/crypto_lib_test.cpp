@@ -78,6 +78,8 @@ TEST_F(CryptoLibTest, CleanupFromAStaticDestructorIsSafe) {
 TEST_F(CryptoLibTest, UnprovisionedUnitHasNoKeyManagementStoreAndMakesNoKeys) {
     const auto provider = initCryptoLib().GetObject();
     ASSERT_NE(provider, nullptr);
+    EXPECT_TRUE(mLog.Contains(qel_logging::EQELLogLevel::kWarning,
+                              Path("store.db") + ": there was no store, an empty one is made"));
     const auto manager = provider->createTrustStoreManager().GetObject();
     EXPECT_EQ(manager->lookupForKORUStore().GetCode(), CryptoResultCode::kNotFound);
     const auto store = manager->createTrustStore("TIV").GetObject();
@@ -104,6 +106,20 @@ TEST_F(CryptoLibTest, StoreThatCannotBeReadIsToldFromOneThatIsNotThere) {
     ::setenv("ORV_CRYPTO_DIR", Path("nowhere").c_str(), 1);
     EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
     EXPECT_THAT(Errors().back(), HasSubstr("No such file"));
+}
+
+TEST_F(CryptoLibTest, LostStoreIsNotReplacedByAnEmptyOne) {
+    Provision();
+    std::filesystem::remove(Path("store.db"));
+    EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
+    EXPECT_FALSE(std::filesystem::exists(Path("store.db")));
+    WriteFile("store.db", {});
+    EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
+    EXPECT_EQ(ReadFile("store.db"), "");
+    EXPECT_THAT(Errors(), ::testing::Each(HasSubstr("store.db: the store is lost")));
+
+    Provision();
+    EXPECT_TRUE(initCryptoLib().IsSuccess());
 }
 
 }  // namespace

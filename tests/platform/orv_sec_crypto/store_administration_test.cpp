@@ -63,9 +63,11 @@ TEST_F(StoreAdministrationTest, CreatesFilesThatOnlyTheOwnerMayRead) {
 TEST_F(StoreAdministrationTest, OpensAgainWithTheSameKeyAndContents) {
     const std::string key = ReadFile("wrapping.key");
     ASSERT_TRUE(mAdministration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
+    WriteFile("wrapping.key.new", ToBytes("what an interrupted initialisation leaves"));
     mAdministration = Provision();
 
     EXPECT_EQ(ReadFile("wrapping.key"), key);
+    EXPECT_FALSE(std::filesystem::exists(Path("wrapping.key.new")));
     EXPECT_EQ(List().size(), 1U);
     EXPECT_TRUE(StoreAdministration::Open(mDirectory, mAdministration));
 }
@@ -204,6 +206,9 @@ TEST_F(StoreAdministrationTest, KeysDecryptOnlyAtTheirPlaceAndWithTheirWrappingK
     EXPECT_EQ(codeOfUse("A"), CryptoResultCode::kIntegrityError);
     EXPECT_THAT(Errors(), ElementsAre(HasSubstr("private key 'A' in TIV: does not decrypt")));
     EXPECT_EQ(codeOfUse("B"), CryptoResultCode::kIntegrityError);
+    // Found here, it does not cost the pair whose place this one is to take.
+    EXPECT_EQ(mStore->storeCertificateForKeyPair(Key("A"), ToBytes(CertificateFor(Key("A")).Pem())),
+              CryptoResultCode::kIntegrityError);
     EXPECT_EQ(mStore->moveKeyPair(Key("A"), Key("D")), CryptoResultCode::kIntegrityError);
     EXPECT_EQ(mStore->checkKeyId(Key("A")), 0);
 
@@ -213,6 +218,39 @@ TEST_F(StoreAdministrationTest, KeysDecryptOnlyAtTheirPlaceAndWithTheirWrappingK
     EXPECT_EQ(codeOfUse("C"), CryptoResultCode::kIntegrityError);
     ExecuteSql("UPDATE key_pair SET wrapped_private_key = x'01'");
     EXPECT_EQ(codeOfUse("C"), CryptoResultCode::kIntegrityError);
+}
+
+TEST_F(StoreAdministrationTest, StoreOfAnotherVersionOrProgramIsRefusedUntouched) {
+    for (const char* change :
+         {"PRAGMA user_version = 2", "PRAGMA user_version = 0", "PRAGMA application_id = 7"}) {
+        SCOPED_TRACE(change);
+        std::filesystem::remove(Path("store.db"));
+        mAdministration = Provision();
+        ExecuteSql(change);
+        const std::string file = ReadFile("store.db");
+        EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
+        EXPECT_FALSE(StoreAdministration::CreateOrOpen(mDirectory, mAdministration));
+        EXPECT_EQ(ReadFile("store.db"), file);
+    }
+    EXPECT_THAT(Errors().front(), HasSubstr("store.db: schema version 2 is newer"));
+}
+
+TEST_F(StoreAdministrationTest, CertificatesThatNoLongerParseAreNoEmptyStore) {
+    ASSERT_TRUE(mAdministration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
+    OpenLibrary();
+    GeneratedKey("TIV");
+    const auto koru = mManager->lookupForKORUStore().GetObject();
+    const CertHandle root = koru->makeCertId("ROOT").GetObject();
+    ASSERT_TRUE(koru->loadCertificate(root).IsSuccess());
+    ExecuteSql(
+        "UPDATE key_pair SET certificates = x'30';"
+        "UPDATE certificate SET certificates = substr(certificates, 2)");
+
+    EXPECT_EQ(mStore->loadCertificateForKeyPair(Key("TIV")).GetCode(),
+              CryptoResultCode::kIntegrityError);
+    EXPECT_EQ(koru->loadCertificate(root).GetCode(), CryptoResultCode::kIntegrityError);
+    EXPECT_THAT(Errors(), ElementsAre(HasSubstr("stored certificates 'TIV' in TIV"),
+                                      HasSubstr("stored certificates 'ROOT' in KORU")));
 }
 
 TEST_F(StoreAdministrationTest, PrivateKeysLieInTheFilesEncrypted) {

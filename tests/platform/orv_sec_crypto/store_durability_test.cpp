@@ -1,147 +1,176 @@
-#include <cerrno>
+#include <csignal>
 #include <functional>
 
-#include <sqlite3.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include "faulty_vfs.h"
+#include "secret_memory.h"
 #include "store_fixture.h"
 
 namespace orv::sec::crypto::test {
 
 namespace {
 
-constexpr int kKilled = 42;
-
-enum class Fault { kFail, kKill };
-
-// What SQLite's own test interface puts in the place of the system calls that change a file: the
-// chosen one writes half of its bytes and then ends the process, or fails.
-int gCallsUntilFault = 0;
-Fault gFault = Fault::kFail;
-
-bool IsFaultDue() {
-    return --gCallsUntilFault == 0;
-}
-
-int EndWithFault() {
-    if (gFault == Fault::kKill) {
-        ::_exit(kKilled);
-    }
-    errno = EIO;
-    return -1;
-}
-
-ssize_t FaultyPwrite(int descriptor, const void* bytes, std::size_t size, off_t offset) {
-    if (!IsFaultDue()) {
-        return ::pwrite(descriptor, bytes, size, offset);
-    }
-    if (::pwrite(descriptor, bytes, size / 2, offset) < 0) {
-        return -1;
-    }
-    return EndWithFault();
-}
-
-int FaultyTruncate(int descriptor, off_t size) {
-    return IsFaultDue() ? EndWithFault() : ::ftruncate(descriptor, size);
-}
-
-template <typename Function>
-void Replace(const char* name, Function function) {
-    sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
-    vfs->xSetSystemCall(vfs, name, reinterpret_cast<sqlite3_syscall_ptr>(function));
-}
-
-void ArmFault(int call, Fault fault) {
-    gCallsUntilFault = call;
-    gFault = fault;
-    Replace("pwrite", FaultyPwrite);
-    Replace("pwrite64", FaultyPwrite);
-    Replace("ftruncate", FaultyTruncate);
-}
-
-void DisarmFault() {
-    sqlite3_vfs* vfs = sqlite3_vfs_find(nullptr);
-    vfs->xSetSystemCall(vfs, nullptr, nullptr);
-}
-
-int RunInChild(const std::function<int()>& work) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(work());
-    }
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+using store_faults::Fault;
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
 
 class StoreDurabilityTest : public OpenLibraryTest {
 protected:
-    void SetUp() override {
-        OpenLibraryTest::SetUp();
-        GeneratedKey("TIV_CSR");
-        mChain = ToBytes(CertificateFor(Key("TIV_CSR")).Pem());
-        ASSERT_EQ(mStore->storeCertificateForKeyPair(Key("TIV_CSR"), mChain),
-                  CryptoResultCode::kSuccess);
-    }
+    static void SetUpTestSuite() { store_faults::Install(); }
 
-    /// Where the one key pair is; fails unless it is whole and in exactly one place.
-    std::string FindWholeKeyPair() {
-        const bool atSource = mStore->checkKeyId(Key("TIV_CSR")) == 0;
-        const bool atDestination = mStore->checkKeyId(Key("TIV")) == 0;
-        EXPECT_NE(atSource, atDestination);
-        std::string place = atSource ? "TIV_CSR" : "TIV";
-        EXPECT_EQ(mStore->loadCertificateForKeyPair(Key(place)).GetObject(), mChain);
-        EXPECT_TRUE(Signature(Key(place))->sign(ToBytes("content")).IsSuccess());
-        return place;
-    }
-
-    int MoveWithFault(int call, Fault fault) {
-        // Opened anew by the child: a connection must not cross a fork.
+    void Reopen() {
         cleanupCryptoLib();
-        const int status = RunInChild([&] {
-            const auto manager = initCryptoLib().GetObject()->createTrustStoreManager().GetObject();
-            const auto store = manager->lookupTrustStore("TIV").GetObject();
-            const KeyHandle source = store->makeKeyId("TIV_CSR").GetObject();
-            const KeyHandle destination = store->makeKeyId("TIV").GetObject();
-            ArmFault(call, fault);
-            const auto code = store->moveKeyPair(source, destination);
-            DisarmFault();
-            return static_cast<int>(code);
-        });
         mProvider = initCryptoLib().GetObject();
+        ASSERT_NE(mProvider, nullptr);
         mManager = mProvider->createTrustStoreManager().GetObject();
         mStore = mManager->lookupTrustStore("TIV").GetObject();
-        return status;
     }
 
-    ByteVector mChain;
-};
-
-TEST_F(StoreDurabilityTest, ProcessKilledAtAnyWriteLeavesTheKeyPairWholeInOnePlace) {
-    int call = 1;
-    for (; FindWholeKeyPair() == "TIV_CSR" && call < 100; ++call) {
-        SCOPED_TRACE(call);
-        const int status = MoveWithFault(call, Fault::kKill);
-        ASSERT_TRUE(status == kKilled || status == 0) << status;
+    CryptoResultCode Attach(const std::string& id) {
+        return mStore->storeCertificateForKeyPair(Key(id), ToBytes(CertificateFor(Key(id)).Pem()));
     }
-    EXPECT_GT(call, 4);
-    EXPECT_EQ(FindWholeKeyPair(), "TIV");
-}
 
-TEST_F(StoreDurabilityTest, FailedWriteIsReportedAndLosesNothing) {
-    int failures = 0;
-    int status = -1;
-    for (int call = 1; status != 0 && call < 100; ++call) {
-        SCOPED_TRACE(call);
-        status = MoveWithFault(call, Fault::kFail);
-        if (status != 0) {
-            EXPECT_EQ(status, static_cast<int>(CryptoResultCode::kStorageError));
-            EXPECT_EQ(FindWholeKeyPair(), "TIV_CSR");
-            ++failures;
+    /// The accepted pair with its chain, or the pending one, and nothing else.
+    void StartWith(const std::string& id, bool hasChain) {
+        mStore->deleteKeyPair(Key("TIV"));
+        mStore->deleteKeyPair(Key("TIV_CSR"));
+        GeneratedKey(id);
+        if (hasChain) {
+            ASSERT_EQ(Attach(id), CryptoResultCode::kSuccess);
         }
     }
-    EXPECT_GT(failures, 3);
-    EXPECT_EQ(FindWholeKeyPair(), "TIV");
+
+    /// All that the store holds; a key pair must open and a chain must be its own.
+    std::string Contents() {
+        std::string contents;
+        for (const char* id : {"TIV", "TIV_CSR"}) {
+            if (mStore->checkKeyId(Key(id)) == 0) {
+                EXPECT_TRUE(Signature(Key(id))->sign(ToBytes("content")).IsSuccess());
+                contents += std::string(id) + ToText(mStore->loadPublicKey(Key(id)).GetObject()) +
+                            ToText(mStore->loadCertificateForKeyPair(Key(id)).GetObject());
+            }
+        }
+        return contents + ToText(mStore->loadCertificate(Cert("ROOT")).GetObject());
+    }
+};
+
+struct Operation {
+    const char* name;
+    const char* startsWith;
+    bool hasChain;
+    std::function<CryptoResultCode()> run;
+};
+
+TEST_F(StoreDurabilityTest, AFailingDiskEndsInTheStorageErrorAndLosesNothing) {
+    const Operation operations[] = {
+        {"generateKeyPair", "TIV", true,
+         [&] { return mStore->generateKeyPair(Key("TIV_CSR"), store::KeyType::kEcP256); }},
+        {"storeCertificateForKeyPair", "TIV_CSR", false, [&] { return Attach("TIV_CSR"); }},
+        {"moveKeyPair", "TIV_CSR", true,
+         [&] { return mStore->moveKeyPair(Key("TIV_CSR"), Key("TIV")); }},
+        {"deleteKeyPair", "TIV", true, [&] { return mStore->deleteKeyPair(Key("TIV")); }},
+        {"storeCertificate", "TIV", true,
+         [&] { return mStore->storeCertificate(Cert("ROOT"), ToBytes(SelfSigned({}).Pem())); }},
+    };
+    for (const Fault fault : {Fault::kError, Fault::kDiskFull, Fault::kReadOnly}) {
+        for (const Operation& operation : operations) {
+            auto code = CryptoResultCode::kStorageError;
+            StartWith(operation.startsWith, operation.hasChain);
+            std::string before = Contents();
+            for (int call = 1; code != CryptoResultCode::kSuccess; ++call) {
+                SCOPED_TRACE(operation.name + std::to_string(call) + " fault " +
+                             std::to_string(static_cast<int>(fault)));
+                ASSERT_LT(call, 100);
+                store_faults::Arm({fault, call, 0});
+                code = operation.run();
+                const int calls = store_faults::Disarm();
+                ASSERT_THAT(code,
+                            AnyOf(CryptoResultCode::kSuccess, CryptoResultCode::kStorageError));
+                EXPECT_TRUE(call > 3 || code == CryptoResultCode::kStorageError);
+                ASSERT_NO_FATAL_FAILURE(Reopen());
+                // An error in the very last call, the sync of the emptied journal, comes too late
+                // to undo what was done.
+                const bool isLast = fault == Fault::kError && call > 3 && call == calls;
+                if (code == CryptoResultCode::kStorageError && isLast) {
+                    StartWith(operation.startsWith, operation.hasChain);
+                    before = Contents();
+                } else if (code == CryptoResultCode::kStorageError) {
+                    EXPECT_EQ(Contents(), before);
+                }
+            }
+        }
+    }
+}
+
+TEST_F(StoreDurabilityTest, AReadOnlyStoreCanBeJudgedButNotChanged) {
+    const ByteVector certificate = ToBytes(SelfSigned({}).Pem());
+    StartWith("TIV", true);
+    ASSERT_EQ(mStore->storeCertificate(Cert("ROOT"), certificate), CryptoResultCode::kSuccess);
+    const std::string before = Contents();
+    store_faults::Arm({Fault::kReadOnly, 1, 0});
+    ASSERT_NO_FATAL_FAILURE(Reopen());
+    EXPECT_EQ(Contents(), before);
+    EXPECT_EQ(mStore->storeCertificate(Cert("ROOT"), certificate), CryptoResultCode::kSuccess);
+    EXPECT_EQ(mStore->deleteKeyPair(Key("TIV")), CryptoResultCode::kStorageError);
+    store_faults::Disarm();
+    EXPECT_EQ(Contents(), before);
+}
+
+TEST_F(StoreDurabilityTest, ASecondProcessIsToldUntilTheFirstOneIsGone) {
+    cleanupCryptoLib();
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool isOpen = initCryptoLib().IsSuccess();
+        ::write(ready[1], isOpen ? "y" : "n", 1);
+        ::pause();
+    }
+    char answer = 0;
+    ASSERT_EQ(::read(ready[0], &answer, 1), 1);
+    ASSERT_EQ(answer, 'y');
+
+    EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
+    EXPECT_THAT(Errors().back(), HasSubstr(mDirectory + ": the store is in use"));
+    std::unique_ptr<StoreAdministration> administration;
+    ASSERT_TRUE(StoreAdministration::Open(mDirectory, administration));
+    std::vector<host::StoreEntry> entries;
+    EXPECT_TRUE(administration->List(entries));
+    const auto refused = administration->StoreCertificate("ROOT", SelfSigned({}).Pem());
+    EXPECT_EQ(refused.status, AdministrationStatus::kStoreFailure);
+    EXPECT_THAT(refused.message, HasSubstr("in use by another process"));
+
+    ::kill(child, SIGKILL);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    EXPECT_TRUE(administration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
+    EXPECT_TRUE(initCryptoLib().IsSuccess());
+    ::close(ready[0]);
+    ::close(ready[1]);
+}
+
+TEST_F(StoreDurabilityTest, KeysStayOutOfCoreDumps) {
+    EXPECT_EQ(::prctl(PR_GET_DUMPABLE), 0);
+    ::prctl(PR_SET_DUMPABLE, 1);
+    ::setenv("ORV_CRYPTO_CORE_DUMPS", "1", 1);
+    Reopen();
+    EXPECT_EQ(::prctl(PR_GET_DUMPABLE), 1);
+    ::unsetenv("ORV_CRYPTO_CORE_DUMPS");
+
+    const SecretMemory memory(32);
+    const auto address = reinterpret_cast<std::uintptr_t>(memory.Data());
+    std::ifstream mappings("/proc/self/smaps");
+    std::string line;
+    bool isOurs = false;
+    for (; std::getline(mappings, line) && !(isOurs && line.rfind("VmFlags", 0) == 0);) {
+        const auto dash = line.find('-');
+        if (dash != std::string::npos && dash < line.find(' ')) {
+            isOurs = std::stoull(line, nullptr, 16) <= address &&
+                     address < std::stoull(line.substr(dash + 1), nullptr, 16);
+        }
+    }
+    EXPECT_THAT(line, HasSubstr(" dd"));
 }
 
 TEST_F(StoreDurabilityTest, TwoProcessesWriteAtOnce) {
@@ -169,7 +198,7 @@ TEST_F(StoreDurabilityTest, TwoProcessesWriteAtOnce) {
     EXPECT_EQ(status, 0);
     std::vector<host::StoreEntry> entries;
     ASSERT_TRUE(administration->List(entries));
-    EXPECT_EQ(entries.size(), 1U + 2U * kRounds);
+    EXPECT_EQ(entries.size(), 2U * kRounds);
 }
 
 TEST_F(StoreDurabilityTest, TwoConnectionsOfOneProcessSeeEachOther) {
@@ -181,6 +210,7 @@ TEST_F(StoreDurabilityTest, TwoConnectionsOfOneProcessSeeEachOther) {
     const std::string certificate = SelfSigned({}).Pem();
     ASSERT_TRUE(administration->StoreCertificate("ROOT", certificate));
     EXPECT_EQ(ToText(koru->loadCertificate(root).GetObject()), certificate);
+    GeneratedKey("TIV_CSR");
     EXPECT_TRUE(administration->Remove("TIV", "TIV_CSR", host::EntryKind::kKeyPair));
     EXPECT_EQ(mStore->checkKeyId(Key("TIV_CSR")), 4);
 }

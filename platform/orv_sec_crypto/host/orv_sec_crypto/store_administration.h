@@ -16,8 +16,11 @@ class StoreDatabase;
 /// around them) or as the DER of one certificate, at most 16 certificates and 256 KiB. Ids and
 /// store names are 1 to 128 bytes of printable ASCII.
 ///
-/// One object may be used by one thread at a time. The store may be open in other processes
-/// meanwhile; each operation is one transaction.
+/// One object may be used by one thread at a time. Each operation is one transaction. The store may
+/// be read while other processes have it open. One process at a time writes: while the service
+/// runs, or another administrator is at work, an operation that writes waits a second and then
+/// fails with kStoreFailure. A process that opens a store leaves no core dumps from then on
+/// (docs/store.md).
 namespace orv::sec::crypto::host {
 
 enum class AdministrationStatus : uint8_t {
@@ -57,9 +60,9 @@ public:
     static std::string DefaultDirectory();
 
     /// Opens the store in `directory` and creates what is missing: the directory with its parents
-    /// (mode 0700), "wrapping.key" (32 random bytes, mode 0400), "store.db" (mode 0600) and in it
-    /// the key-management store. An existing wrapping key is never replaced, and none is created
-    /// beside a store that already holds keys. `administration` is set only on success.
+    /// (mode 0700), "store.db" (mode 0600), "wrapping.key" (32 random bytes, mode 0400) and in the
+    /// former the key-management store. An existing wrapping key is never replaced, and none is
+    /// created beside a store that already holds keys. `administration` is set only on success.
     static AdministrationResult CreateOrOpen(const std::string& directory,
                                              std::unique_ptr<StoreAdministration>& administration);
 
@@ -91,8 +94,9 @@ public:
     AdministrationResult Remove(const std::string& store, const std::string& id, EntryKind kind);
 
 private:
-    explicit StoreAdministration(std::unique_ptr<StoreDatabase> database);
+    StoreAdministration(std::string directory, std::unique_ptr<StoreDatabase> database);
 
+    const std::string mDirectory;
     std::unique_ptr<StoreDatabase> mDatabase;
 };
 

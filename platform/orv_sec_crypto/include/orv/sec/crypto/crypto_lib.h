@@ -10,7 +10,8 @@ namespace orv::sec::crypto {
 
 /// Opens the library for this process and gives its provider. To be called once, and again only
 /// after `cleanupCryptoLib`; `kInvalidState` otherwise. `kStorageError` or `kIntegrityError` when
-/// the secure store can't be opened. Not to be called from two threads at once, nor together with
+/// the secure store can't be opened, is lost, or is in use by another process. The process leaves
+/// no core dump from here on. Not to be called from two threads at once, nor together with
 /// `cleanupCryptoLib`.
 common::ErrorOrObjectResult<common::CryptoResultCode, std::shared_ptr<ICryptoServiceProvider>>
 initCryptoLib();

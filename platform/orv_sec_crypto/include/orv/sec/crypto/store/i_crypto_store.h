@@ -37,8 +37,8 @@ enum class KeyType : std::uint8_t {
 /// and none calls back. None throws except for lack of memory. Failures are `kInvalidArgument` for
 /// a null or foreign handle or an empty argument, `kNotFound` for an id with nothing under it,
 /// `kInvalidFormat` for bytes that do not parse, `kStorageError` for a store that can't be
-/// accessed, `kIntegrityError` for contents that were tampered with, `kInvalidState` once the
-/// library is cleaned up; others are named at the operation.
+/// accessed, `kIntegrityError` for keys that do not decrypt and certificates that do not parse,
+/// `kInvalidState` once the library is cleaned up; others are named at the operation.
 class ICryptoStore {
 public:
     virtual ~ICryptoStore() = default;
