@@ -12,7 +12,6 @@
 #include "fsm/fsm_stream_communicator_if.h"
 #include "fsm/recorder.h"
 #include "logging/qel_logging.h"
-#include "testing/virtual_time_dispatcher.h"
 
 namespace {
 
@@ -20,7 +19,6 @@ using fsm::EventDispatcher;
 using fsm::FsmEventData;
 using fsm::FsmStreamCommunicatorIf;
 using qel_logging::QELLogging;
-using testing_support::VirtualTimeDispatcher;
 
 constexpr int kRounds = 100;
 
