@@ -1,16 +1,15 @@
 #include "simulator/pki/file_access.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
 #include <fcntl.h>
 #include <openssl/crypto.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "simulator/pki/pki_error.h"
+#include "simulator/support/atomic_file.h"
 
 namespace simulator::pki {
 
@@ -26,36 +25,19 @@ constexpr std::size_t kBufferBytes = 4096;
 class FileDescriptor {
 public:
     explicit FileDescriptor(int descriptor) : mDescriptor(descriptor) {}
-    ~FileDescriptor() { Close(); }
+    ~FileDescriptor() {
+        if (mDescriptor >= 0) {
+            ::close(mDescriptor);
+        }
+    }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     int Get() const { return mDescriptor; }
 
-    bool Close() {
-        const int descriptor = mDescriptor;
-        mDescriptor = -1;
-        return descriptor < 0 || ::close(descriptor) == 0;
-    }
-
 private:
     int mDescriptor;
 };
-
-bool WriteAll(int descriptor, const std::string& text) {
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            return false;
-        }
-        written += static_cast<std::size_t>(count);
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -94,18 +76,10 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& text, mode_t mode) {
-    std::string temporary = path + ".XXXXXX";
-    FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (file.Get() < 0) {
-        Fail(path, errno);
-    }
-    const bool isDone = ::fchmod(file.Get(), mode) == 0 && WriteAll(file.Get(), text) &&
-                        ::fsync(file.Get()) == 0 && file.Close() &&
-                        ::rename(temporary.c_str(), path.c_str()) == 0;
-    if (!isDone) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        Fail(path, error);
+    try {
+        WriteFileAtomically(path, text, mode);
+    } catch (const std::system_error& error) {
+        Fail(path, error.code().value());
     }
 }
 

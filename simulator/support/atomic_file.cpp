@@ -1,0 +1,56 @@
+#include "simulator/support/atomic_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace simulator {
+
+namespace {
+
+bool WriteAll(int descriptor, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return false;
+        }
+        written += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+}  // namespace
+
+void WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode) {
+    std::string temporary = path + ".XXXXXX";
+    const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    bool isDone =
+        ::fchmod(descriptor, mode) == 0 && WriteAll(descriptor, text) && ::fsync(descriptor) == 0;
+    int error = errno;
+    if (::close(descriptor) != 0 && isDone) {
+        isDone = false;
+        error = errno;
+    }
+    if (isDone && ::rename(temporary.c_str(), path.c_str()) != 0) {
+        isDone = false;
+        error = errno;
+    }
+    if (!isDone) {
+        ::unlink(temporary.c_str());
+        throw std::system_error(error, std::generic_category(), path);
+    }
+}
+
+}  // namespace simulator
