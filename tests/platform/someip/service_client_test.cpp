@@ -117,6 +117,13 @@ protected:
         return mClient->SubscribeEvent("field", [this](const Bytes& value) { mValues.Put(value); });
     }
 
+    void OfferAndConnect(FieldServer& server) {
+        server.Offer();
+        Deploy(server.Deployment());
+        MakeClient();
+        EXPECT_TRUE(mAvailability.Take());
+    }
+
     std::shared_ptr<someip::WorkerPool> mPool = std::make_shared<someip::WorkerPool>(2);
     std::shared_ptr<Mailbox<ServiceDeployment>> mDeployed =
         std::make_shared<Mailbox<ServiceDeployment>>();
@@ -129,10 +136,7 @@ protected:
 TEST_F(ServiceClientTest, SubscriberGetsTheCurrentValueAndEachChange) {
     FieldServer server(Deployment());
     server.SetField(kFieldId, Hex("01"));
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     const auto subscription = Subscribe();
     mValues.TakeUntil(Hex("01"));
     server.SetField(kFieldId, Hex("02"));
@@ -148,10 +152,7 @@ TEST_F(ServiceClientTest, SubscriberGetsTheCurrentValueAndEachChange) {
 
 TEST_F(ServiceClientTest, LargestPayloadArrivesAndALargerOneIsRefused) {
     FieldServer server(Deployment());
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     const auto subscription = Subscribe();
     const Bytes largest(someip::kMaxPayload, 0x5A);
     server.SetField(kFieldId, largest);
@@ -162,10 +163,7 @@ TEST_F(ServiceClientTest, LargestPayloadArrivesAndALargerOneIsRefused) {
 TEST_F(ServiceClientTest, WithdrawalAndReturnAreReportedAndTheSubscriptionGoesOn) {
     FieldServer server(Deployment());
     server.SetField(kFieldId, Hex("01"));
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     const auto subscription = Subscribe();
     mValues.TakeUntil(Hex("01"));
     server.StopOffer();
@@ -178,10 +176,7 @@ TEST_F(ServiceClientTest, WithdrawalAndReturnAreReportedAndTheSubscriptionGoesOn
 
 TEST_F(ServiceClientTest, ServiceThatMovesToAnotherPortIsFoundAgain) {
     auto server = std::make_unique<FieldServer>(Deployment());
-    server->Offer();
-    Deploy(server->Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(*server);
     const auto subscription = Subscribe();
     server.reset();
     EXPECT_FALSE(mAvailability.Take());
@@ -198,10 +193,7 @@ TEST_F(ServiceClientTest, ClosedClientIsForgottenByTheServerAtOnce) {
     patient.cycle = 10000ms;
     patient.ttl = 60000ms;
     FieldServer server(patient);
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     const auto subscription = Subscribe();
     server.SetField(kFieldId, Hex("01"));
     mValues.TakeUntil(Hex("01"));
@@ -220,10 +212,7 @@ TEST_F(ServiceClientTest, ClosedClientIsForgottenByTheServerAtOnce) {
 TEST_F(ServiceClientTest, CloseWaitsForARunningHandlerAndNoneFollows) {
     FieldServer server(Deployment());
     server.SetField(kFieldId, Hex("01"));
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     std::promise<void> entered;
     std::promise<void> leave;
     auto mayLeave = leave.get_future();
@@ -255,10 +244,7 @@ TEST_F(ServiceClientTest, CloseWaitsForARunningHandlerAndNoneFollows) {
 TEST_F(ServiceClientTest, HandlerMayCloseItsOwnRegistration) {
     FieldServer server(Deployment());
     server.SetField(kFieldId, Hex("01"));
-    server.Offer();
-    Deploy(server.Deployment());
-    MakeClient();
-    EXPECT_TRUE(mAvailability.Take());
+    OfferAndConnect(server);
     std::promise<void> closed;
     std::shared_ptr<ServiceClient::Registration> registration;
     std::mutex mutex;
