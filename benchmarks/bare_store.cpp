@@ -1,6 +1,6 @@
 #include "benchmarks/bare_store.h"
 
-#include <stdexcept>
+#include "benchmarks/bare_crypto.h"
 
 namespace bare_pass {
 
@@ -13,12 +13,6 @@ void Bind(sqlite3_stmt* statement, int parameter, const std::string& text) {
 
 }  // namespace
 
-void Require(bool good) {
-    if (!good) {
-        throw std::runtime_error("a call failed");
-    }
-}
-
 FileStore::FileStore(const std::string& path) {
     sqlite3* database = nullptr;
     const int opened = sqlite3_open(path.c_str(), &database);
@@ -28,6 +22,7 @@ FileStore::FileStore(const std::string& path) {
         "PRAGMA synchronous = FULL; PRAGMA journal_mode = TRUNCATE; PRAGMA secure_delete = ON;"
         "CREATE TABLE entry (id TEXT PRIMARY KEY, value BLOB) STRICT, WITHOUT ROWID");
     mSelect = Prepare("SELECT value FROM entry WHERE id = ?1");
+    mDelete = Prepare("DELETE FROM entry WHERE id = ?1");
     mReplace = Prepare("REPLACE INTO entry (id, value) VALUES (?1, ?2)");
 }
 
@@ -41,8 +36,13 @@ std::string FileStore::Get(const std::string& id) {
     return value;
 }
 
-void FileStore::Put(const Entries& entries) {
+void FileStore::Change(const Entries& entries, const std::string& removed) {
     Execute("BEGIN IMMEDIATE");
+    if (!removed.empty()) {
+        Bind(mDelete.get(), 1, removed);
+        Require(sqlite3_step(mDelete.get()) == SQLITE_DONE &&
+                sqlite3_reset(mDelete.get()) == SQLITE_OK);
+    }
     for (const auto& [id, value] : entries) {
         Bind(mReplace.get(), 1, id);
         Require(sqlite3_bind_blob64(mReplace.get(), 2, value.data(), value.size(), SQLITE_STATIC) ==

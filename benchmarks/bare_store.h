@@ -10,9 +10,6 @@
 
 namespace bare_pass {
 
-/// Throws std::runtime_error.
-void Require(bool good);
-
 using Entries = std::map<std::string, std::string>;
 
 /// The unit's store; here in memory.
@@ -20,8 +17,11 @@ class Store {
 public:
     virtual ~Store() = default;
     virtual std::string Get(const std::string& id) { return mEntries.at(id); }
-    /// All of them, or none.
-    virtual void Put(const Entries& entries) {
+    void Put(const Entries& entries) { Change(entries, {}); }
+    void Remove(const std::string& id) { Change({}, id); }
+    /// Removes the one, if an id is given, and puts the others: all of it, or nothing.
+    virtual void Change(const Entries& entries, const std::string& removed) {
+        mEntries.erase(removed);
         for (const auto& [id, value] : entries) {
             mEntries[id] = value;
         }
@@ -36,7 +36,7 @@ class FileStore : public Store {
 public:
     explicit FileStore(const std::string& path);
     std::string Get(const std::string& id) override;
-    void Put(const Entries& entries) override;
+    void Change(const Entries& entries, const std::string& removed) override;
 
 private:
     using Statement = openssl_support::OpenSslPtr<sqlite3_stmt, sqlite3_finalize>;
@@ -47,6 +47,7 @@ private:
     openssl_support::OpenSslPtr<sqlite3, sqlite3_close> mDatabase;
     Statement mSelect;
     Statement mReplace;
+    Statement mDelete;
 };
 
 }  // namespace bare_pass
