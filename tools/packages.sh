@@ -4,15 +4,18 @@
 readonly BUILD_PACKAGES=(
     g++ cmake ninja-build ccache pkg-config git
     libssl-dev libsqlite3-dev libprotobuf-dev protobuf-compiler
-    libboost-dev nlohmann-json3-dev libcli11-dev libsystemd-dev
+    libboost-dev nlohmann-json3-dev libcli11-dev libsystemd-dev libdlt-dev
+    libtss2-dev libp11-kit-dev
     bubblewrap openssl python3)
-readonly TEST_PACKAGES=(libgtest-dev libgmock-dev)
+readonly TEST_PACKAGES=(libgtest-dev libgmock-dev swtpm softhsm2)
 readonly BENCH_PACKAGES=(libuv1-dev curl haproxy)
 readonly LINT_PACKAGES=(clang-format clang-tidy)
 # libFuzzer is in libclang-rt-dev; llvm has the symbolizer.
 readonly FUZZ_PACKAGES=(clang libclang-rt-dev llvm)
-# Servers that tests/peers starts itself. apache2-bin is Apache without its service.
-readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy)
+# Servers that the tests start themselves. apache2-bin is Apache without its service.
+readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy dlt-daemon dlt-tools)
+# The Debian package of the service, and the machine that tests/systemd has it run in.
+readonly PACKAGE_PACKAGES=(dpkg-dev file lintian systemd)
 
 # install_packages PACKAGE...: installs those that are missing; touches no network if none is.
 install_packages() {
@@ -51,6 +54,8 @@ install_without_services() (
     for package in "$@"; do
         if [[ -e /etc/init.d/$package ]]; then
             "${as_root[@]}" update-rc.d "$package" disable >/dev/null
+        elif [[ -e /lib/systemd/system/$package.service ]] && command -v systemctl >/dev/null; then
+            "${as_root[@]}" systemctl --root=/ --quiet disable "$package"
         fi
     done
 )

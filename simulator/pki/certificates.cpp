@@ -102,6 +102,15 @@ std::string ToPem(EVP_PKEY& privateKey) {
     });
 }
 
+std::string PublicKeyToPem(const std::string& der) {
+    const auto* position = reinterpret_cast<const unsigned char*>(der.data());
+    const PkeyPtr key(d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())));
+    if (key == nullptr) {
+        Fail("no public key");
+    }
+    return Written([&key](BIO* bio) { return PEM_write_bio_PUBKEY(bio, key.get()) == 1 ? 0 : -1; });
+}
+
 std::string CommonName(const X509_NAME& name) {
     const int index = X509_NAME_get_index_by_NID(&name, NID_commonName, -1);
     if (index < 0 || X509_NAME_get_index_by_NID(&name, NID_commonName, index) >= 0) {

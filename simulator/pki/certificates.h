@@ -22,6 +22,9 @@ std::string ToPem(const std::vector<X509Ptr>& certificates);
 /// PKCS #8 (RFC 5208), unencrypted.
 std::string ToPem(EVP_PKEY& privateKey);
 
+/// A SubjectPublicKeyInfo (RFC 5280) in DER as PEM.
+std::string PublicKeyToPem(const std::string& der);
+
 /// The one common name in a subject, in UTF-8; empty when there is none, or not exactly one, or
 /// when it holds a NUL.
 std::string CommonName(const X509_NAME& name);

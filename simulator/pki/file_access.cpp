@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "simulator/pki/pki_error.h"
-#include "simulator/support/atomic_file.h"
 
 namespace simulator::pki {
 
@@ -75,9 +74,10 @@ std::string ReadFile(const std::string& path) {
     return std::move(contents.text);
 }
 
-void WriteFile(const std::string& path, const std::string& text, mode_t mode) {
+void WriteFile(const std::string& path, const std::string& text, mode_t mode,
+               ExistingFile existing) {
     try {
-        WriteFileAtomically(path, text, mode);
+        WriteFileAtomically(path, text, mode, existing);
     } catch (const std::system_error& error) {
         Fail(path, error.code().value());
     }

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include "simulator/support/atomic_file.h"
+
 namespace simulator::pki {
 
 constexpr mode_t kPublicMode = 0644;
@@ -24,8 +26,9 @@ struct SecretText {
 /// failure.
 std::string ReadFile(const std::string& path);
 
-/// Replaces the file with this mode by way of a temporary file beside it, so that a reader sees the
+/// Writes the file with this mode by way of a temporary file beside it, so that a reader sees the
 /// old contents or the new ones. `PkiError` on failure; the old file then is as it was.
-void WriteFile(const std::string& path, const std::string& text, mode_t mode);
+void WriteFile(const std::string& path, const std::string& text, mode_t mode,
+               ExistingFile existing = ExistingFile::kIsReplaced);
 
 }  // namespace simulator::pki

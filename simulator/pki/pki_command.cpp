@@ -27,10 +27,9 @@ void WriteUnit(const Arguments& arguments) {
     const Pki pki = LoadPki(arguments.directory);
     UnitIdentity unit =
         IssueUnit(pki.factoryCa, arguments.vin, arguments.suffix, std::chrono::system_clock::now());
-    std::string text = unit.keyPem + unit.chainPem;
-    WriteFile(arguments.output, text, kSecretMode);
-    OPENSSL_cleanse(text.data(), text.size());
+    const SecretText text(unit.keyPem + unit.chainPem);
     OPENSSL_cleanse(unit.keyPem.data(), unit.keyPem.size());
+    WriteFile(arguments.output, text.text, kSecretMode);
 }
 
 }  // namespace

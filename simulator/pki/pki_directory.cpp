@@ -67,10 +67,8 @@ X509Ptr LoadCertificate(const std::string& path) {
 }
 
 PkeyPtr LoadKey(const std::string& path) {
-    std::string pem = ReadFile(path);
-    PkeyPtr key = ReadPrivateKey(pem);
-    OPENSSL_cleanse(pem.data(), pem.size());
-    return key;
+    const SecretText pem(ReadFile(path));
+    return ReadPrivateKey(pem.text);
 }
 
 Authority Load(const std::string& directory, const char* name) {

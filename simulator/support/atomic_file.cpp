@@ -28,9 +28,22 @@ bool WriteAll(int descriptor, const std::string& text) {
     return true;
 }
 
+bool PutInPlace(const std::string& temporary, const std::string& path, ExistingFile existing) {
+    if (existing == ExistingFile::kIsReplaced) {
+        return ::rename(temporary.c_str(), path.c_str()) == 0;
+    }
+    // Unlike a rename, a link never takes the place of a file.
+    if (::link(temporary.c_str(), path.c_str()) != 0) {
+        return false;
+    }
+    ::unlink(temporary.c_str());
+    return true;
+}
+
 }  // namespace
 
-void WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode) {
+void WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode,
+                         ExistingFile existing) {
     std::string temporary = path + ".XXXXXX";
     const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (descriptor < 0) {
@@ -43,7 +56,7 @@ void WriteFileAtomically(const std::string& path, const std::string& text, mode_
         isDone = false;
         error = errno;
     }
-    if (isDone && ::rename(temporary.c_str(), path.c_str()) != 0) {
+    if (isDone && !PutInPlace(temporary, path, existing)) {
         isDone = false;
         error = errno;
     }

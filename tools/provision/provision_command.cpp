@@ -1,18 +1,24 @@
 #include "tools/provision/provision_command.h"
 
+#include <ctime>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "logging/qel_logging.h"
 #include "orv_sec_crypto/store_administration.h"
 #include "simulator/pki/certificates.h"
 #include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_error.h"
 #include "simulator/pki/vehicle_identity.h"
+#include "tools/provision/judgement_report.h"
+#include "tools/provision/store_export.h"
+#include "tools/provision/store_judge.h"
 #include "tools/provision/store_report.h"
 
 namespace provision {
@@ -23,6 +29,8 @@ using namespace simulator::pki;
 using orv::sec::crypto::host::AdministrationResult;
 using orv::sec::crypto::host::StoreAdministration;
 using orv::sec::crypto::host::StoreEntry;
+using orv::sec::crypto::host::TokenKeyStorage;
+using orv::sec::crypto::host::TpmKeyStorage;
 
 constexpr const char* kBaseId = "ECU_BASE_CERT";
 constexpr const char* kRootId = "PRODUCT_PKI_ROOT_CERT";
@@ -31,14 +39,32 @@ constexpr const char* kShowFormat =
     "Each line describes one certificate, or a key pair without one, in nine fields separated by "
     "tabs: store, kind (\"key\" or \"certificate\"), id, position in the chain (from 1; 0 without "
     "a certificate), subject, issuer, first and last moment of validity (UTC), SHA-256 "
-    "fingerprint. Fields without a value are \"-\".";
+    "fingerprint. Fields without a value are \"-\". An entry that does not parse has one line, "
+    "with "
+    "\"broken: \" and the reason as its subject.";
+
+constexpr const char* kExitStatuses =
+    "Exit status: 0 in order; 3 due (valid, but ends within 365 days); 4 missing (something that "
+    "the service needs is not in the store, or no client certificate is); 5 wrong (something does "
+    "not parse, open, fit or verify, or a client certificate is not valid at the moment). The "
+    "greatest counts. 1 if the "
+    "store can't be read. The service may be running; the store is read at one moment and stays as "
+    "it is. ARA_LOG_LEVEL=info in the environment shows what the service's own classes say.";
 
 struct Arguments {
     std::string store = StoreAdministration::DefaultDirectory();
+    std::string tcti;
+    TokenKeyStorage token;
     std::string keyFile;
     std::string chainFile;
     std::string rootFile;
     bool wantsPem = false;
+    bool wantsJson = false;
+    bool wantsPublicKey = false;
+    bool mayReplace = false;
+    std::string outputFile;
+    std::string outputDirectory;
+    std::string moment;
     EntrySelector selector;
 };
 
@@ -57,6 +83,12 @@ void RequireNoFault(const std::string& fault) {
 std::unique_ptr<StoreAdministration> Open(const Arguments& arguments) {
     std::unique_ptr<StoreAdministration> administration;
     Require(StoreAdministration::Open(arguments.store, administration));
+    return administration;
+}
+
+std::unique_ptr<StoreAdministration> OpenForReading(const Arguments& arguments) {
+    std::unique_ptr<StoreAdministration> administration;
+    Require(StoreAdministration::OpenForReading(arguments.store, administration));
     return administration;
 }
 
@@ -79,7 +111,32 @@ auto ParseFile(const std::string& path, Parse parse) {
 
 void Initialize(const Arguments& arguments) {
     std::unique_ptr<StoreAdministration> administration;
-    Require(StoreAdministration::CreateOrOpen(arguments.store, administration));
+    if (!arguments.tcti.empty()) {
+        Require(StoreAdministration::CreateOrOpen(arguments.store, TpmKeyStorage{arguments.tcti},
+                                                  administration));
+    } else if (!arguments.token.module.empty()) {
+        Require(
+            StoreAdministration::CreateOrOpen(arguments.store, arguments.token, administration));
+    } else {
+        Require(StoreAdministration::CreateOrOpen(arguments.store, administration));
+    }
+}
+
+void AddInitOptions(CLI::App& init, Arguments& arguments) {
+    CLI::Option* tpm = init.add_option(
+        "--tpm", arguments.tcti,
+        "have this TPM 2.0 seal the wrapping key; a TCTI configuration, e.g. device:/dev/tpmrm0");
+    CLI::Option* module = init.add_option("--pkcs11", arguments.token.module,
+                                          "keep the keys in a token behind this PKCS #11 module");
+    CLI::Option* label =
+        init.add_option("--token", arguments.token.token, "label of the token")->needs(module);
+    init.add_option("--slot", arguments.token.slot, "number of its slot, in place of the label")
+        ->needs(module)
+        ->excludes(label);
+    module->excludes(tpm)->needs(init.add_option("--pin-file", arguments.token.pinFile,
+                                                 "file with the token's user PIN, mode 0400; "
+                                                 "relative to the store's directory")
+                                     ->needs(module));
 }
 
 void LoadBase(const Arguments& arguments) {
@@ -113,19 +170,96 @@ void LoadRoot(const Arguments& arguments) {
     Require(administration->StoreCertificate(kRootId, ToPem(roots)));
 }
 
+std::vector<StoreEntry> ListSelected(const Arguments& arguments) {
+    const auto entries = List(*OpenForReading(arguments));
+    if (arguments.selector.id.empty()) {
+        return Filter(entries, arguments.selector);
+    }
+    return {Select(entries, arguments.selector)};
+}
+
 std::string Show(const Arguments& arguments) {
-    const auto entries = List(*Open(arguments));
-    if (arguments.selector.id.empty() && !arguments.wantsPem) {
-        return Describe(Filter(entries, arguments.selector));
+    const auto entries = ListSelected(arguments);
+    if (arguments.wantsPem) {
+        return RequirePart(entries.front(), PartKind::kCertificates).pem;
     }
-    const StoreEntry entry = Select(entries, arguments.selector);
-    if (!arguments.wantsPem) {
-        return Describe({entry});
+    return arguments.wantsJson ? ToJson(entries) : Describe(entries);
+}
+
+void RequireNoneBroken(const std::vector<StoreEntry>& entries) {
+    for (const StoreEntry& entry : entries) {
+        if (!entry.fault.empty()) {
+            throw PkiError("exported without what does not parse, such as '" + entry.id +
+                           "': " + entry.fault);
+        }
     }
-    if (entry.certificateChain.empty()) {
-        throw PkiError("the key pair '" + entry.id + "' has no certificate");
+}
+
+void Export(const Arguments& arguments, std::ostream& output) {
+    const auto entries = ListSelected(arguments);
+    const auto kind = arguments.wantsPublicKey ? PartKind::kPublicKey : PartKind::kCertificates;
+    const auto parts = arguments.selector.id.empty()
+                           ? PublicParts(entries, kind)
+                           : std::vector<PublicPart>{RequirePart(entries.front(), kind)};
+    if (!arguments.outputDirectory.empty()) {
+        WriteParts(arguments.outputDirectory, parts, arguments.mayReplace);
+        RequireNoneBroken(entries);
+        return;
     }
-    return entry.certificateChain;
+    std::string pem;
+    for (const PublicPart& part : parts) {
+        pem += part.pem;
+    }
+    if (arguments.outputFile.empty()) {
+        output << pem << std::flush;
+    } else {
+        WritePart(arguments.outputFile, pem, arguments.mayReplace);
+    }
+    RequireNoneBroken(entries);
+}
+
+/// A moment as `simulator::pki::ToText` writes it, within what the clock counts.
+std::optional<TimePoint> ParseMoment(const std::string& text) {
+    constexpr auto kLast =
+        std::chrono::floor<std::chrono::seconds>(TimePoint::max().time_since_epoch());
+    std::tm utc{};
+    const char* end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    if (end == nullptr || *end != '\0') {
+        return std::nullopt;
+    }
+    const std::chrono::seconds sinceEpoch(::timegm(&utc));
+    if (sinceEpoch.count() < 0 || sinceEpoch > kLast) {
+        return std::nullopt;
+    }
+    const TimePoint moment(sinceEpoch);
+    return ToText(moment) == text ? std::make_optional(moment) : std::nullopt;
+}
+
+/// What a judgement needs: the moment, and a store that stays as it is.
+struct Judgement {
+    explicit Judgement(const Arguments& arguments)
+        : at(ParseMoment(arguments.moment).value_or(std::chrono::system_clock::now())),
+          administration(OpenForReading(arguments)),
+          judge(*administration, at) {}
+
+    TimePoint at;
+    std::unique_ptr<StoreAdministration> administration;
+    StoreJudge judge;
+};
+
+int Verify(const Arguments& arguments, std::ostream& output) {
+    const Judgement judgement(arguments);
+    const auto entries = judgement.judge.JudgeEntries();
+    output << (arguments.wantsJson ? ToJson(entries, judgement.at) : Describe(entries))
+           << std::flush;
+    return static_cast<int>(StandingOf(entries));
+}
+
+int Status(const Arguments& arguments, std::ostream& output) {
+    const Judgement judgement(arguments);
+    const UnitStatus status = judgement.judge.JudgeUnit();
+    output << (arguments.wantsJson ? ToJson(status, judgement.at) : Describe(status)) << std::flush;
+    return static_cast<int>(status.standing);
 }
 
 void Remove(const Arguments& arguments) {
@@ -140,6 +274,38 @@ void AddSelector(CLI::App& command, EntrySelector& selector) {
         ->check(CLI::IsMember({"key", "certificate"}));
 }
 
+CLI::App* AddJudgement(CLI::App& app, const char* name, const char* description,
+                       Arguments& arguments) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->footer(kExitStatuses);
+    command->add_flag("--json", arguments.wantsJson, "answer in JSON");
+    command
+        ->add_option("--at", arguments.moment,
+                     "judge as of this moment, e.g. 2026-11-21T08:00:00Z, instead of now")
+        ->check([](const std::string& text) {
+            return ParseMoment(text).has_value()
+                       ? std::string()
+                       : "not a moment like 2026-11-21T08:00:00Z: " + text;
+        });
+    return command;
+}
+
+void AddExport(CLI::App& command, Arguments& arguments) {
+    command.footer(
+        "Without ID everything is exported that there is. In a directory each entry has a file of "
+        "its own, named STORE.KIND.ID.pem, or STORE.key.ID.public.pem for a public key.");
+    command.add_option("ID", arguments.selector.id, "entry to export");
+    AddSelector(command, arguments.selector);
+    command.add_flag("--public-key", arguments.wantsPublicKey,
+                     "public keys of key pairs instead of certificates");
+    CLI::Option* file = command.add_option("--out", arguments.outputFile,
+                                           "file to write, instead of the standard output");
+    command.add_option("--directory", arguments.outputDirectory, "directory to write files to")
+        ->check(CLI::ExistingDirectory)
+        ->excludes(file);
+    command.add_flag("--force", arguments.mayReplace, "replace files that are there already");
+}
+
 }  // namespace
 
 int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
@@ -147,7 +313,8 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
     Arguments arguments;
     CLI::App app(
         "Does the factory's work on a unit's secure store. Input that does not fit is refused with "
-        "exit status 1 and leaves the store as it was. No command ever prints a private key.",
+        "exit status 1 and leaves the store as it was. No command ever prints a private key. show, "
+        "export, verify and status work beside the running service.",
         "vintrel-provision");
     app.require_subcommand(1);
     app.add_option("--store", arguments.store,
@@ -155,6 +322,7 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
         ->capture_default_str();
 
     CLI::App* init = app.add_subcommand("init", "Make the store, or what it lacks");
+    AddInitOptions(*init, arguments);
     CLI::App* base = app.add_subcommand(
         "base", std::string("Load the unit's base key and certificate chain as ") + kBaseId +
                     "; the common name must be VIN:SUFFIX");
@@ -169,9 +337,22 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
     CLI::App* show = app.add_subcommand("show", "List the store, a part of it, or one entry");
     show->footer(kShowFormat);
     CLI::Option* shownId = show->add_option("ID", arguments.selector.id, "entry to show");
-    show->add_flag("--pem", arguments.wantsPem, "print the entry's certificates in PEM")
-        ->needs(shownId);
+    CLI::Option* showsPem =
+        show->add_flag("--pem", arguments.wantsPem, "print the entry's certificates in PEM")
+            ->needs(shownId);
+    show->add_flag("--json", arguments.wantsJson, "answer in JSON")->excludes(showsPem);
     AddSelector(*show, arguments.selector);
+    CLI::App* exports = app.add_subcommand(
+        "export", "Write certificates or public keys in PEM; a private key never leaves the store");
+    AddExport(*exports, arguments);
+    CLI::App* verify = AddJudgement(
+        app, "verify",
+        "Check each entry: private key, certificate, path and validity, one line each", arguments);
+    CLI::App* status =
+        AddJudgement(app, "status",
+                     "Tell in one line how the client certificate stands, and what the service "
+                     "will do about it",
+                     arguments);
     CLI::App* remove = app.add_subcommand("remove", "Remove a key pair or certificate");
     remove->add_option("ID", arguments.selector.id, "entry to remove")->required();
     AddSelector(*remove, arguments.selector);
@@ -181,6 +362,10 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
     } catch (const CLI::ParseError& error) {
         return app.exit(error, output, errors);
     }
+    // The answer tells what matters; whoever wants more sets ARA_LOG_LEVEL.
+    qel_logging::QELLogging::InitLogging("PROV", verify->parsed() || status->parsed()
+                                                     ? qel_logging::EQELLogLevel::kFatal
+                                                     : qel_logging::EQELLogLevel::kWarning);
     try {
         if (init->parsed()) {
             Initialize(arguments);
@@ -190,6 +375,12 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
             LoadRoot(arguments);
         } else if (show->parsed()) {
             output << Show(arguments) << std::flush;
+        } else if (exports->parsed()) {
+            Export(arguments, output);
+        } else if (verify->parsed()) {
+            return Verify(arguments, output);
+        } else if (status->parsed()) {
+            return Status(arguments, output);
         } else {
             Remove(arguments);
         }

@@ -2,55 +2,117 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
+
+#include <nlohmann/json.hpp>
 
 #include "simulator/pki/certificates.h"
 #include "simulator/pki/pki_error.h"
 
 namespace provision {
 
-namespace {
-
+using nlohmann::ordered_json;
 using orv::sec::crypto::host::EntryKind;
 using orv::sec::crypto::host::StoreEntry;
 using simulator::pki::PkiError;
 
-const char* KindName(const StoreEntry& entry) {
-    return entry.kind == EntryKind::kKeyPair ? "key" : "certificate";
-}
+namespace {
 
-std::string Prefix(const StoreEntry& entry, std::size_t position) {
-    return entry.store + "\t" + KindName(entry) + "\t" + entry.id + "\t" + std::to_string(position);
-}
+struct CertificateText {
+    std::string subject;
+    std::string issuer;
+    std::string notBefore;
+    std::string notAfter;
+    std::string fingerprint;
+};
 
-std::string Describe(const X509& certificate) {
+/// What `show` tells of an entry.
+struct EntryText {
+    std::vector<CertificateText> certificates;
+    std::string fault;
+};
+
+CertificateText Read(const X509& certificate) {
     using simulator::pki::ToText;
-    return "\t" + ToText(*X509_get_subject_name(&certificate)) + "\t" +
-           ToText(*X509_get_issuer_name(&certificate)) + "\t" +
-           ToText(*X509_get0_notBefore(&certificate)) + "\t" +
-           ToText(*X509_get0_notAfter(&certificate)) + "\t" +
-           simulator::pki::Fingerprint(certificate) + "\n";
+    return {ToText(*X509_get_subject_name(&certificate)),
+            ToText(*X509_get_issuer_name(&certificate)), ToText(*X509_get0_notBefore(&certificate)),
+            ToText(*X509_get0_notAfter(&certificate)), simulator::pki::Fingerprint(certificate)};
+}
+
+/// A certificate that the store can parse may still have a field that can't be told.
+EntryText Read(const StoreEntry& entry) {
+    EntryText text;
+    text.fault = entry.fault;
+    if (!text.fault.empty() || entry.certificateChain.empty()) {
+        return text;
+    }
+    try {
+        for (const auto& certificate : simulator::pki::ReadCertificates(entry.certificateChain)) {
+            text.certificates.push_back(Read(*certificate));
+        }
+    } catch (const PkiError& error) {
+        text = {{}, error.what()};
+    }
+    return text;
+}
+
+std::string Line(const StoreEntry& entry, std::size_t position, const CertificateText& text) {
+    return entry.store + "\t" + KindName(entry.kind) + "\t" + entry.id + "\t" +
+           std::to_string(position) + "\t" + text.subject + "\t" + text.issuer + "\t" +
+           text.notBefore + "\t" + text.notAfter + "\t" + text.fingerprint + "\n";
 }
 
 bool FitsStoreAndKind(const StoreEntry& entry, const EntrySelector& selector) {
     return (selector.store.empty() || entry.store == selector.store) &&
-           (selector.kind.empty() || selector.kind == KindName(entry));
+           (selector.kind.empty() || selector.kind == KindName(entry.kind));
 }
 
 }  // namespace
 
+const char* KindName(EntryKind kind) {
+    return kind == EntryKind::kKeyPair ? "key" : "certificate";
+}
+
 std::string Describe(const std::vector<StoreEntry>& entries) {
     std::string lines;
     for (const StoreEntry& entry : entries) {
-        if (entry.certificateChain.empty()) {
-            lines += Prefix(entry, 0) + "\t-\t-\t-\t-\t-\n";
-            continue;
+        const EntryText text = Read(entry);
+        if (text.certificates.empty()) {
+            const std::string subject = text.fault.empty() ? "-" : "broken: " + text.fault;
+            lines += Line(entry, 0, {subject, "-", "-", "-", "-"});
         }
-        std::size_t position = 0;
-        for (const auto& certificate : simulator::pki::ReadCertificates(entry.certificateChain)) {
-            lines += Prefix(entry, ++position) + Describe(*certificate);
+        for (std::size_t index = 0; index < text.certificates.size(); ++index) {
+            lines += Line(entry, index + 1, text.certificates[index]);
         }
     }
     return lines;
+}
+
+std::string ToJson(const std::vector<StoreEntry>& entries) {
+    ordered_json members = ordered_json::array();
+    for (const StoreEntry& entry : entries) {
+        const EntryText text = Read(entry);
+        ordered_json certificates = ordered_json::array();
+        for (const CertificateText& certificate : text.certificates) {
+            certificates.push_back({{"subject", certificate.subject},
+                                    {"issuer", certificate.issuer},
+                                    {"notBefore", certificate.notBefore},
+                                    {"notAfter", certificate.notAfter},
+                                    {"fingerprint", certificate.fingerprint}});
+        }
+        members.push_back(
+            {{"store", entry.store},
+             {"kind", KindName(entry.kind)},
+             {"id", entry.id},
+             {"certificates", std::move(certificates)},
+             {"fault", text.fault.empty() ? ordered_json(nullptr) : ordered_json(text.fault)}});
+    }
+    return Print(ordered_json{{"entries", std::move(members)}});
+}
+
+std::string Print(const ordered_json& json) {
+    constexpr int kIndent = 2;
+    return json.dump(kIndent, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 
 std::vector<StoreEntry> Filter(const std::vector<StoreEntry>& entries,

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "orv_sec_crypto/store_administration.h"
 
 namespace provision {
@@ -15,11 +17,21 @@ struct EntrySelector {
     std::string kind;
 };
 
+/// "key" or "certificate".
+const char* KindName(orv::sec::crypto::host::EntryKind kind);
+
 /// The lines of `show`: one for each certificate of an entry, and one for a key pair that has none.
 /// Nine fields, separated by tabs: store, kind, id, position of the certificate (from 1; 0 without
 /// one), subject, issuer, first and last moment of validity, SHA-256 fingerprint ("-" without a
-/// certificate).
+/// certificate). An entry that does not parse has one line with "broken: " and the reason in place
+/// of the subject.
 std::string Describe(const std::vector<orv::sec::crypto::host::StoreEntry>& entries);
+
+/// The same as JSON (docs/provisioning.md has the members).
+std::string ToJson(const std::vector<orv::sec::crypto::host::StoreEntry>& entries);
+
+/// JSON as it is printed; what is not UTF-8 in it is replaced.
+std::string Print(const nlohmann::ordered_json& json);
 
 /// The entries that fit the selector's store and kind, whatever their ids.
 std::vector<orv::sec::crypto::host::StoreEntry> Filter(

@@ -8,6 +8,7 @@
 #include "crypto_error.h"
 #include "crypto_log.h"
 #include "crypto_service_provider.h"
+#include "library_contents.h"
 #include "orv_sec_crypto/store_administration.h"
 #include "secret_memory.h"
 #include "store_database.h"
@@ -27,6 +28,8 @@ struct OpenLibrary {
     // Held as long as the database: what an operation leaves for the next one, nobody else changes.
     std::shared_ptr<StoreLock> lock;
     std::shared_ptr<StoreDatabase> database;
+    // What the next opening takes instead of the store in the directory; mostly null.
+    std::shared_ptr<StoreDatabase> provided;
 };
 
 OpenLibrary& Instance() {
@@ -39,7 +42,7 @@ void OpenStore(OpenLibrary& library, const std::string& directory) {
         auto lock = StoreLock::Acquire(directory);
         auto database =
             std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreateUnlessLost);
-        if (!database->HasWrappingKey()) {
+        if (!database->HasCustody()) {
             LogWarn(directory + ": no wrapping key yet, no key pair can be made");
         }
         library.lock = std::move(lock);
@@ -49,17 +52,32 @@ void OpenStore(OpenLibrary& library, const std::string& directory) {
     }
 }
 
+void CheckNotOpen(const OpenLibrary& library) {
+    if (library.database != nullptr) {
+        throw CryptoError(CryptoResultCode::kInvalidState, "the library is open already");
+    }
+}
+
 }  // namespace
+
+void ProvideLibraryContents(std::shared_ptr<StoreDatabase> contents) {
+    OpenLibrary& library = Instance();
+    const std::lock_guard<std::mutex> lock(library.mutex);
+    CheckNotOpen(library);
+    library.provided = std::move(contents);
+}
 
 CryptoResult<std::shared_ptr<ICryptoServiceProvider>> initCryptoLib() {
     return RunForResult<std::shared_ptr<ICryptoServiceProvider>>("initCryptoLib", [] {
         OpenLibrary& library = Instance();
         const std::lock_guard<std::mutex> lock(library.mutex);
-        if (library.database != nullptr) {
-            throw CryptoError(CryptoResultCode::kInvalidState, "the library is open already");
-        }
+        CheckNotOpen(library);
         KeepOutOfCoreDumps();
-        OpenStore(library, host::StoreAdministration::DefaultDirectory());
+        if (library.provided != nullptr) {
+            library.database = std::move(library.provided);
+        } else {
+            OpenStore(library, host::StoreAdministration::DefaultDirectory());
+        }
         return std::make_shared<CryptoServiceProvider>(library.database);
     });
 }

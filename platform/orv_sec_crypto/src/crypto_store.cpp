@@ -165,8 +165,7 @@ CryptoResultCode CryptoStore<Interface>::generateKeyPair(
         if (keyType != store::KeyType::kEcP256) {
             throw CryptoError(CryptoResultCode::kUnsupported, "unknown key type");
         }
-        mDatabase->CheckOpen();
-        mDatabase->InsertKeyPair(entry, *GenerateKey());
+        mDatabase->GenerateKeyPair(entry);
     });
 }
 

@@ -121,8 +121,15 @@ ByteVector EncodeP256PublicKey(const EVP_PKEY& key) {
     std::size_t size = 0;
     if (EVP_PKEY_get_octet_string_param(&key, OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size(),
                                         &size) != 1 ||
-        size != point.size() || point.front() != kUncompressed) {
+        size != point.size()) {
         ForgetOpenSslErrors();
+        return {};
+    }
+    return EncodeP256Point({point.begin(), point.end()});
+}
+
+ByteVector EncodeP256Point(const ByteVector& point) {
+    if (point.size() != kPointBytes || point.front() != kUncompressed) {
         return {};
     }
     ByteVector der;
@@ -130,6 +137,13 @@ ByteVector EncodeP256PublicKey(const EVP_PKEY& key) {
     der.insert(der.end(), kPublicKeyStart.begin(), kPublicKeyStart.end());
     der.insert(der.end(), point.begin(), point.end());
     return der;
+}
+
+ByteVector P256Point(const ByteVector& der) {
+    if (der.size() != kPublicKeyStart.size() + kPointBytes || !HasAt(der, 0, kPublicKeyStart)) {
+        return {};
+    }
+    return {der.begin() + static_cast<std::ptrdiff_t>(kPublicKeyStart.size()), der.end()};
 }
 
 }  // namespace orv::sec::crypto

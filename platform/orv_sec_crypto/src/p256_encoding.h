@@ -19,4 +19,8 @@ PkeyPtr DecodeP256PublicKey(const common::ByteVector& der);
 /// The same of `key`; empty unless that is a P-256 key whose point comes uncompressed.
 common::ByteVector EncodeP256PublicKey(const EVP_PKEY& key);
 
+/// The same of an uncompressed point (SEC 1), and back; empty for bytes that are not of this form.
+common::ByteVector EncodeP256Point(const common::ByteVector& point);
+common::ByteVector P256Point(const common::ByteVector& der);
+
 }  // namespace orv::sec::crypto

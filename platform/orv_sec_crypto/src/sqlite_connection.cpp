@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "crypto_error.h"
 
@@ -14,6 +15,7 @@ namespace {
 // No value that the library stores comes near this; it bounds what a doctored file can make SQLite
 // allocate.
 constexpr int kMaxValueBytes = 1024 * 1024;
+constexpr int kAllPages = -1;
 
 CryptoResultCode ToResultCode(int extendedCode) {
     if (extendedCode == SQLITE_CONSTRAINT_PRIMARYKEY || extendedCode == SQLITE_CONSTRAINT_UNIQUE) {
@@ -34,17 +36,46 @@ CryptoResultCode ToResultCode(int extendedCode) {
 }  // namespace
 
 SqliteConnection::SqliteConnection(const std::string& path, std::chrono::milliseconds busyTimeout)
-    : mPath(path) {
+    : SqliteConnection(path, path.c_str(), SQLITE_OPEN_READWRITE, busyTimeout) {}
+
+SqliteConnection::SqliteConnection(std::string path, const char* file, int access,
+                                   std::chrono::milliseconds busyTimeout)
+    : mPath(std::move(path)) {
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(
-        path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE,
-        nullptr);
+        file, &handle, access | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     mHandle.reset(handle);
     if (result != SQLITE_OK) {
         Fail("cannot open", result);
     }
     sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, kMaxValueBytes);
     sqlite3_busy_timeout(handle, static_cast<int>(busyTimeout.count()));
+}
+
+std::unique_ptr<SqliteConnection> SqliteConnection::CopyToMemory(
+    const std::string& path, std::chrono::milliseconds busyTimeout) {
+    const SqliteConnection file(path, path.c_str(), SQLITE_OPEN_READONLY, busyTimeout);
+    std::unique_ptr<SqliteConnection> copy(
+        new SqliteConnection(path, ":memory:", SQLITE_OPEN_READWRITE, busyTimeout));
+    sqlite3_backup* backup = sqlite3_backup_init(copy->Handle(), "main", file.Handle(), "main");
+    if (backup == nullptr) {
+        copy->Fail("cannot copy", sqlite3_extended_errcode(copy->Handle()));
+    }
+    const int result = sqlite3_backup_step(backup, kAllPages);
+    sqlite3_backup_finish(backup);
+    if (result == SQLITE_READONLY_ROLLBACK) {
+        throw CryptoError(
+            CryptoResultCode::kStorageError,
+            path +
+                ": a change was interrupted, and the next process that opens the store "
+                "for writing, such as the service, undoes it");
+    }
+    if (result != SQLITE_DONE) {
+        throw CryptoError(ToResultCode(result), path + ": cannot read: " + sqlite3_errstr(result) +
+                                                    " (SQLite code " + std::to_string(result) +
+                                                    ")");
+    }
+    return copy;
 }
 
 void SqliteConnection::Fail(const std::string& what, int resultCode) const {

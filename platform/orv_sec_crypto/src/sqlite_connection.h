@@ -20,6 +20,11 @@ public:
     /// Opens an existing file and waits up to `busyTimeout` for other processes at each lock.
     SqliteConnection(const std::string& path, std::chrono::milliseconds busyTimeout);
 
+    /// A copy in memory of what an existing file holds at one moment. Only the copying takes a
+    /// lock, one for readers, and nothing is written beside the file or to it.
+    static std::unique_ptr<SqliteConnection> CopyToMemory(const std::string& path,
+                                                          std::chrono::milliseconds busyTimeout);
+
     /// Runs statements that yield no rows.
     void Execute(const char* sql);
 
@@ -35,6 +40,9 @@ public:
     [[noreturn]] void Fail(const std::string& what, int resultCode) const;
 
 private:
+    SqliteConnection(std::string path, const char* file, int access,
+                     std::chrono::milliseconds busyTimeout);
+
     struct Closer {
         void operator()(sqlite3* handle) const noexcept { sqlite3_close_v2(handle); }
     };

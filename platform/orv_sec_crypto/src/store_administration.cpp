@@ -1,11 +1,17 @@
 #include "orv_sec_crypto/store_administration.h"
 
+#include <array>
 #include <cstdlib>
 #include <utility>
+
+#include <openssl/rand.h>
 
 #include "certificate_parser.h"
 #include "crypto_error.h"
 #include "ec_key.h"
+#include "key_custody.h"
+#include "key_storage_file.h"
+#include "library_contents.h"
 #include "secret_memory.h"
 #include "store_database.h"
 #include "store_directory.h"
@@ -19,6 +25,7 @@ namespace {
 
 constexpr const char* kDirectoryVariable = "ORV_CRYPTO_DIR";
 constexpr const char* kDefaultDirectory = "/var/lib/orv/crypto";
+constexpr const char* kHexDigits = "0123456789abcdef";
 
 AdministrationStatus ToStatus(CryptoResultCode code) {
     switch (code) {
@@ -67,15 +74,67 @@ ByteVector ToBytes(const std::string& text) {
     return ByteVector(text.begin(), text.end());
 }
 
-std::string ToPem(const ListedEntry& entry) {
+std::string ToPem(const ByteVector& certificates) {
     std::string pem;
-    if (entry.certificates.empty()) {
-        return pem;
-    }
-    for (const X509Ptr& certificate : ParseCertificates(entry.certificates)) {
+    for (const X509Ptr& certificate : ParseCertificates(certificates)) {
         pem += EncodePem(*certificate);
     }
     return pem;
+}
+
+StoreEntry Describe(const ListedEntry& listed) {
+    StoreEntry entry;
+    entry.store = listed.entry.store;
+    entry.id = listed.entry.id;
+    entry.kind = listed.isKeyPair ? EntryKind::kKeyPair : EntryKind::kCertificate;
+    try {
+        if (listed.isKeyPair) {
+            DecodePublicKey(listed.publicKey);
+            entry.publicKey.assign(listed.publicKey.begin(), listed.publicKey.end());
+        }
+        if (!listed.certificates.empty()) {
+            entry.certificateChain = ToPem(listed.certificates);
+        }
+    } catch (const CryptoError& error) {
+        entry.fault = error.what();
+    }
+    return entry;
+}
+
+// The label of this store's keys, in a token that others may use as well.
+std::string NewKeyLabel() {
+    std::array<unsigned char, 8> random{};
+    if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) {
+        throw OpenSslError("no random numbers for a label");
+    }
+    std::string label = "orv.sec.crypto ";
+    for (const unsigned char byte : random) {
+        label += kHexDigits[byte >> 4U];
+        label += kHexDigits[byte & 0xfU];
+    }
+    return label;
+}
+
+// The keys are made, or reached, before the choice is written down, so that one that does not work
+// leaves nothing behind that stands in the way of the next.
+void ChooseKeyStorage(const std::string& directory, KeyStorage storage) {
+    CheckKeyStorage(storage);
+    const KeyStorage present = LoadKeyStorage(directory).value_or(FileKeyStorage{});
+    if (SameKeyStorage(present, storage)) {
+        return;
+    }
+    // A store without its wrapping key does not open.
+    const bool isMade = !std::holds_alternative<FileKeyStorage>(present) ||
+                        StoreDatabase(directory, StoreDatabase::OpenMode::kCreate).HasCustody();
+    if (isMade) {
+        throw CryptoError(CryptoResultCode::kInvalidArgument,
+                          directory + ": the store keeps its keys elsewhere already");
+    }
+    if (auto* token = std::get_if<TokenKeyStorage>(&storage)) {
+        token->label = NewKeyLabel();
+    }
+    MakeKeyCustody(directory, storage)->Make();
+    SaveKeyStorage(directory, storage);
 }
 
 }  // namespace
@@ -86,7 +145,7 @@ std::string StoreAdministration::DefaultDirectory() {
 }
 
 StoreAdministration::StoreAdministration(std::string directory,
-                                         std::unique_ptr<StoreDatabase> database)
+                                         std::shared_ptr<StoreDatabase> database)
     : mDirectory(std::move(directory)), mDatabase(std::move(database)) {}
 
 StoreAdministration::~StoreAdministration() = default;
@@ -100,10 +159,23 @@ AdministrationResult StoreAdministration::CreateOrOpen(
         const auto lock = StoreLock::Acquire(directory);
         auto database =
             std::make_unique<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreate);
-        database->CreateWrappingKey();
+        database->MakeCustody();
         EnsureKoruStore(*database);
         administration.reset(new StoreAdministration(directory, std::move(database)));
     });
+}
+
+AdministrationResult StoreAdministration::CreateOrOpen(
+    const std::string& directory, const KeyStorage& keyStorage,
+    std::unique_ptr<StoreAdministration>& administration) {
+    const AdministrationResult chosen = Run([&] {
+        CheckDirectoryName(directory);
+        KeepOutOfCoreDumps();
+        CreateDirectories(directory);
+        const auto lock = StoreLock::Acquire(directory);
+        ChooseKeyStorage(directory, keyStorage);
+    });
+    return chosen ? CreateOrOpen(directory, administration) : chosen;
 }
 
 AdministrationResult StoreAdministration::Open(
@@ -114,6 +186,23 @@ AdministrationResult StoreAdministration::Open(
         administration.reset(new StoreAdministration(
             directory,
             std::make_unique<StoreDatabase>(directory, StoreDatabase::OpenMode::kExisting)));
+    });
+}
+
+AdministrationResult StoreAdministration::OpenForReading(
+    const std::string& directory, std::unique_ptr<StoreAdministration>& administration) {
+    return Run([&] {
+        CheckDirectoryName(directory);
+        KeepOutOfCoreDumps();
+        administration.reset(new StoreAdministration(
+            directory, std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCopy)));
+    });
+}
+
+AdministrationResult StoreAdministration::ShareWithLibrary() {
+    return Run([&] {
+        RequireKoruStore(*mDatabase);
+        ProvideLibraryContents(mDatabase);
     });
 }
 
@@ -150,9 +239,7 @@ AdministrationResult StoreAdministration::List(std::vector<StoreEntry>& entries)
     return Run([&] {
         std::vector<StoreEntry> listed;
         for (const ListedEntry& entry : mDatabase->List()) {
-            listed.push_back({entry.entry.store, entry.entry.id,
-                              entry.isKeyPair ? EntryKind::kKeyPair : EntryKind::kCertificate,
-                              ToPem(entry)});
+            listed.push_back(Describe(entry));
         }
         entries = std::move(listed);
     });

@@ -15,6 +15,8 @@
 #include "crypto_log.h"
 #include "ec_key.h"
 #include "file_descriptor.h"
+#include "key_storage_file.h"
+#include "protected_file.h"
 
 namespace orv::sec::crypto {
 
@@ -28,6 +30,16 @@ constexpr std::chrono::milliseconds kBusyTimeout{5000};
 // "ORVS"
 constexpr std::int64_t kApplicationId = 0x4F525653;
 constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
+// In a copy: a key pair made there would be lost, and one deleted there would still be in the
+// store.
+constexpr const char* kProtectKeyPairs = R"(
+    CREATE TRIGGER keep_from_insert BEFORE INSERT ON key_pair
+        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
+    CREATE TRIGGER keep_from_update BEFORE UPDATE ON key_pair
+        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
+    CREATE TRIGGER keep_from_delete BEFORE DELETE ON key_pair
+        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
+)";
 constexpr const char* kSelectCertificate =
     "SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2";
 
@@ -68,10 +80,6 @@ std::string ErrnoText() {
 
 std::string DatabasePath(const std::string& directory) {
     return directory + "/store.db";
-}
-
-std::string WrappingKeyPath(const std::string& directory) {
-    return directory + "/wrapping.key";
 }
 
 std::string Describe(const EntryId& entry) {
@@ -131,14 +139,15 @@ void CheckDatabaseFile(const std::string& directory) {
     CheckOwnership(directory, status);
 }
 
-bool Exists(const std::string& path) {
-    struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 || errno != ENOENT;
+CryptoError LostStore(const std::string& directory, const std::string& trace) {
+    return StorageError(DatabasePath(directory) + ": the store is lost: its " + trace +
+                        " is there, the store is not");
 }
 
-CryptoError LostStore(const std::string& directory) {
-    return StorageError(DatabasePath(directory) +
-                        ": the store is lost: its wrapping key is there, the store is not");
+// Whether the store's lock is held meanwhile.
+bool IsForWriters(StoreDatabase::OpenMode mode) {
+    return mode == StoreDatabase::OpenMode::kCreate ||
+           mode == StoreDatabase::OpenMode::kCreateUnlessLost;
 }
 
 void AppendWithLength(std::string& target, const std::string& field) {
@@ -148,12 +157,33 @@ void AppendWithLength(std::string& target, const std::string& field) {
     target += field;
 }
 
-// Binds a wrapped key to its place. The lengths keep ("A", "BC") and ("AB", "C") apart.
-std::string AssociatedData(const EntryId& entry) {
+// Names a row, and binds a wrapped key to it. The lengths keep ("A", "BC") and ("AB", "C") apart.
+std::string RowName(const EntryId& entry) {
     std::string data = "orv.sec.crypto key pair 1";
     AppendWithLength(data, entry.store);
     AppendWithLength(data, entry.id);
     return data;
+}
+
+// Says in the message of a failure which key it was.
+template <typename Work>
+auto NamingTheKey(const EntryId& entry, Work work) {
+    try {
+        return work();
+    } catch (const CryptoError& error) {
+        throw CryptoError(error.Code(), "private key " + Describe(entry) + ": " + error.what());
+    }
+}
+
+// A key that got no row is nobody's.
+template <typename Work>
+void ForgetOnFailure(KeyCustody& custody, const StoredKey& key, Work work) {
+    try {
+        work();
+    } catch (const CryptoError&) {
+        custody.Forget(key.blob);
+        throw;
+    }
 }
 
 }  // namespace
@@ -172,24 +202,42 @@ void CheckId(const std::string& id) {
     }
 }
 
-StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode) : mDirectory(directory) {
+StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
+    : mDirectory(directory),
+      mCustody(
+          MakeKeyCustody(directory, LoadKeyStorage(directory).value_or(host::FileKeyStorage{}))) {
     const std::string path = DatabasePath(mDirectory);
-    const bool isExpected =
-        mode == OpenMode::kCreateUnlessLost && Exists(WrappingKeyPath(mDirectory));
-    if (isExpected && !Exists(path)) {
-        throw LostStore(mDirectory);
+    const bool mayBeLost = mode == OpenMode::kCreateUnlessLost || mode == OpenMode::kCopy;
+    const std::string trace = mayBeLost ? mCustody->TraceOfStore() : std::string();
+    if (!trace.empty() && !FileExists(path)) {
+        throw LostStore(mDirectory, trace);
     }
-    if (mode != OpenMode::kExisting) {
+    if (IsForWriters(mode)) {
         CreateDatabaseFile(path);
     }
     CheckDatabaseFile(mDirectory);
-    mConnection = std::make_unique<SqliteConnection>(path, kBusyTimeout);
+    if (mode == OpenMode::kCopy) {
+        ConnectToCopy(trace);
+    } else {
+        ConnectToFile(trace);
+    }
+    OpenCustody(mode);
+}
+
+void StoreDatabase::ConnectToFile(const std::string& trace) {
+    mConnection = std::make_unique<SqliteConnection>(DatabasePath(mDirectory), kBusyTimeout);
     Configure();
     // A store that is not for this version to open stays untouched.
     SchemaVersion();
     SetJournalMode();
-    UpgradeSchema(isExpected);
-    LoadWrappingKey();
+    UpgradeSchema(trace);
+}
+
+void StoreDatabase::ConnectToCopy(const std::string& trace) {
+    mConnection = SqliteConnection::CopyToMemory(DatabasePath(mDirectory), kBusyTimeout);
+    Configure();
+    UpgradeSchema(trace);
+    mConnection->Execute(kProtectKeyPairs);
 }
 
 void StoreDatabase::Configure() {
@@ -227,15 +275,15 @@ std::int64_t StoreDatabase::SchemaVersion() {
     return version;
 }
 
-void StoreDatabase::UpgradeSchema(bool isExpected) {
+void StoreDatabase::UpgradeSchema(const std::string& trace) {
     if (SchemaVersion() == kSchemaVersion) {
         return;
     }
     SqliteTransaction transaction(*mConnection);
     // Another process may have been faster.
     const std::int64_t version = SchemaVersion();
-    if (version == 0 && isExpected) {
-        throw LostStore(mDirectory);
+    if (version == 0 && !trace.empty()) {
+        throw LostStore(mDirectory, trace);
     }
     for (auto step = static_cast<std::size_t>(version); step < kUpgrades.size(); ++step) {
         mConnection->Execute(kUpgrades[step]);
@@ -248,18 +296,30 @@ void StoreDatabase::UpgradeSchema(bool isExpected) {
     }
 }
 
-void StoreDatabase::LoadWrappingKey() {
-    mWrappingKey = WrappingKey::Load(WrappingKeyPath(mDirectory));
-    if (mWrappingKey == nullptr && HasAnyKeyPair()) {
-        throw StorageError(WrappingKeyPath(mDirectory) +
-                           ": key file is not there, the keys in the store can't be read");
+std::vector<ByteVector> StoreDatabase::PrivateKeyBlobs() const {
+    SqliteStatement statement(Connection(), "SELECT wrapped_private_key FROM key_pair");
+    std::vector<ByteVector> blobs;
+    while (statement.Step()) {
+        blobs.push_back(statement.Blob(0));
+    }
+    return blobs;
+}
+
+void StoreDatabase::OpenCustody(OpenMode mode) {
+    if (!IsForWriters(mode) && !mCustody->IsLocal()) {
+        return;
+    }
+    const auto blobs = PrivateKeyBlobs();
+    mCustody->Load(!blobs.empty());
+    if (IsForWriters(mode)) {
+        mCustody->Sweep(blobs);
     }
 }
 
 void StoreDatabase::Close() {
     const std::lock_guard<std::mutex> lock(mMutex);
     mConnection.reset();
-    mWrappingKey.reset();
+    mCustody.reset();
 }
 
 void StoreDatabase::CheckOpen() const {
@@ -274,33 +334,15 @@ SqliteConnection& StoreDatabase::Connection() const {
     return *mConnection;
 }
 
-const WrappingKey& StoreDatabase::RequireWrappingKey() const {
-    if (mWrappingKey == nullptr) {
-        mWrappingKey = WrappingKey::Load(WrappingKeyPath(mDirectory));
-    }
-    if (mWrappingKey == nullptr) {
-        throw StorageError(WrappingKeyPath(mDirectory) + ": key file is not there");
-    }
-    return *mWrappingKey;
-}
-
-bool StoreDatabase::HasWrappingKey() const {
+bool StoreDatabase::HasCustody() const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return mWrappingKey != nullptr;
+    return mCustody != nullptr && mCustody->IsLoaded();
 }
 
-bool StoreDatabase::HasAnyKeyPair() const {
-    return Connection().QueryInteger("SELECT EXISTS (SELECT 1 FROM key_pair)") != 0;
-}
-
-void StoreDatabase::CreateWrappingKey() {
+void StoreDatabase::MakeCustody() {
     const std::lock_guard<std::mutex> lock(mMutex);
     Connection();
-    WrappingKey::RemoveLeftover(WrappingKeyPath(mDirectory));
-    if (mWrappingKey == nullptr) {
-        WrappingKey::Create(WrappingKeyPath(mDirectory));
-        LoadWrappingKey();
-    }
+    mCustody->Make();
 }
 
 void StoreDatabase::CreateStore(const std::string& name, StoreKind kind) {
@@ -330,51 +372,57 @@ bool StoreDatabase::HasKeyPair(const EntryId& entry) const {
     return HasRow("SELECT 1 FROM key_pair WHERE store = ?1 AND id = ?2", entry);
 }
 
-ByteVector StoreDatabase::WrapPrivateKey(const EntryId& entry, const EVP_PKEY& key) const {
-    return RequireWrappingKey().Wrap(EncodePrivateKey(key), AssociatedData(entry));
-}
-
-void StoreDatabase::InsertKeyPair(const EntryId& entry, EVP_PKEY& key) {
+void StoreDatabase::GenerateKeyPair(const EntryId& entry) {
     const std::lock_guard<std::mutex> lock(mMutex);
-    const ByteVector publicKey = EncodePublicKey(key);
-    const ByteVector wrapped = WrapPrivateKey(entry, key);
-    SqliteStatement(Connection(),
-                    "INSERT INTO key_pair (store, id, public_key, wrapped_private_key) "
-                    "VALUES (?1, ?2, ?3, ?4)")
-        .Bind(1, entry.store)
-        .Bind(2, entry.id)
-        .Bind(3, publicKey)
-        .Bind(4, wrapped)
-        .Step();
+    if (FindStoredKey(entry)) {
+        throw CryptoError(CryptoResultCode::kAlreadyExists,
+                          "there is a key pair " + Describe(entry));
+    }
+    const StoredKey made = mCustody->Generate(RowName(entry));
+    ForgetOnFailure(*mCustody, made, [&] {
+        SqliteStatement(Connection(),
+                        "INSERT INTO key_pair (store, id, public_key, wrapped_private_key) "
+                        "VALUES (?1, ?2, ?3, ?4)")
+            .Bind(1, entry.store)
+            .Bind(2, entry.id)
+            .Bind(3, made.publicKey)
+            .Bind(4, made.blob)
+            .Step();
+    });
 }
 
 void StoreDatabase::ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const ByteVector& chain) {
     const std::lock_guard<std::mutex> lock(mMutex);
-    const ByteVector publicKey = EncodePublicKey(key);
-    const ByteVector wrapped = WrapPrivateKey(entry, key);
-    SqliteStatement(Connection(),
-                    "INSERT INTO key_pair (store, id, public_key, wrapped_private_key, "
-                    "certificates) VALUES (?1, ?2, ?3, ?4, ?5) "
-                    "ON CONFLICT (store, id) DO UPDATE SET public_key = excluded.public_key, "
-                    "wrapped_private_key = excluded.wrapped_private_key, "
-                    "certificates = excluded.certificates")
-        .Bind(1, entry.store)
-        .Bind(2, entry.id)
-        .Bind(3, publicKey)
-        .Bind(4, wrapped)
-        .Bind(5, chain)
-        .Step();
+    const auto replaced = FindStoredKey(entry);
+    const StoredKey adopted = mCustody->Adopt(RowName(entry), key);
+    ForgetOnFailure(*mCustody, adopted, [&] {
+        SqliteStatement(Connection(),
+                        "INSERT INTO key_pair (store, id, public_key, wrapped_private_key, "
+                        "certificates) VALUES (?1, ?2, ?3, ?4, ?5) "
+                        "ON CONFLICT (store, id) DO UPDATE SET public_key = excluded.public_key, "
+                        "wrapped_private_key = excluded.wrapped_private_key, "
+                        "certificates = excluded.certificates")
+            .Bind(1, entry.store)
+            .Bind(2, entry.id)
+            .Bind(3, adopted.publicKey)
+            .Bind(4, adopted.blob)
+            .Bind(5, chain)
+            .Step();
+    });
+    if (replaced) {
+        mCustody->Forget(replaced->blob);
+    }
 }
 
 void StoreDatabase::MoveKeyPair(const EntryId& source, const EntryId& destination) {
     const std::lock_guard<std::mutex> lock(mMutex);
     SqliteTransaction transaction(Connection());
-    // The key is wrapped anew, for its new place.
-    const PkeyPtr key = UnwrapPrivateKey(source);
+    const StoredKey stored = RequireStoredKey(source);
+    const ByteVector blob = NamingTheKey(
+        source, [&] { return mCustody->Rebind(stored, RowName(source), RowName(destination)); });
     if (source.store == destination.store && source.id == destination.id) {
         throw CryptoError(CryptoResultCode::kAlreadyExists, "source and destination are the same");
     }
-    const ByteVector wrapped = WrapPrivateKey(destination, *key);
     SqliteStatement(Connection(),
                     "UPDATE key_pair SET store = ?3, id = ?4, wrapped_private_key = ?5 "
                     "WHERE store = ?1 AND id = ?2")
@@ -382,7 +430,7 @@ void StoreDatabase::MoveKeyPair(const EntryId& source, const EntryId& destinatio
         .Bind(2, source.id)
         .Bind(3, destination.store)
         .Bind(4, destination.id)
-        .Bind(5, wrapped)
+        .Bind(5, blob)
         .Step();
     transaction.Commit();
 }
@@ -396,7 +444,11 @@ void StoreDatabase::DeleteRow(const char* sql, const EntryId& entry) {
 
 void StoreDatabase::DeleteKeyPair(const EntryId& entry) {
     const std::lock_guard<std::mutex> lock(mMutex);
+    const auto stored = FindStoredKey(entry);
     DeleteRow("DELETE FROM key_pair WHERE store = ?1 AND id = ?2", entry);
+    if (stored) {
+        mCustody->Forget(stored->blob);
+    }
 }
 
 void StoreDatabase::DeleteCertificate(const EntryId& entry) {
@@ -404,33 +456,36 @@ void StoreDatabase::DeleteCertificate(const EntryId& entry) {
     DeleteRow("DELETE FROM certificate WHERE store = ?1 AND id = ?2", entry);
 }
 
-PkeyPtr StoreDatabase::UnwrapPrivateKey(const EntryId& entry) const {
+std::optional<StoredKey> StoreDatabase::FindStoredKey(const EntryId& entry) const {
     SqliteStatement statement(Connection(),
-                              "SELECT wrapped_private_key, public_key FROM key_pair "
+                              "SELECT public_key, wrapped_private_key FROM key_pair "
                               "WHERE store = ?1 AND id = ?2");
     if (!statement.Bind(1, entry.store).Bind(2, entry.id).Step()) {
+        return std::nullopt;
+    }
+    return StoredKey{statement.Blob(0), statement.Blob(1)};
+}
+
+StoredKey StoreDatabase::RequireStoredKey(const EntryId& entry) const {
+    auto stored = FindStoredKey(entry);
+    if (!stored) {
         throw NotFound("key pair", entry);
     }
-    try {
-        PkeyPtr key =
-            DecodePrivateKey(RequireWrappingKey().Unwrap(statement.Blob(0), AssociatedData(entry)));
-        if (EncodePublicKey(*key) != statement.Blob(1)) {
-            throw CryptoError(CryptoResultCode::kIntegrityError,
-                              "does not belong to its public key");
-        }
-        return key;
-    } catch (const CryptoError& error) {
-        throw CryptoError(error.Code(), "private key " + Describe(entry) + ": " + error.what());
-    }
+    return std::move(*stored);
+}
+
+PkeyPtr StoreDatabase::OpenPrivateKey(const EntryId& entry) const {
+    const StoredKey stored = RequireStoredKey(entry);
+    return NamingTheKey(entry, [&] { return mCustody->Open(RowName(entry), stored); });
 }
 
 PkeyPtr StoreDatabase::LoadPrivateKey(const EntryId& entry) const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return UnwrapPrivateKey(entry);
+    return OpenPrivateKey(entry);
 }
 
 void StoreDatabase::CheckCertificates(const EntryId& entry, const ByteVector& certificates) const {
-    ByteVector& checked = mChecked[AssociatedData(entry)];
+    ByteVector& checked = mChecked[RowName(entry)];
     if (checked == certificates) {
         return;
     }
@@ -469,7 +524,7 @@ void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
     const EVP_PKEY* certified = X509_get0_pubkey(certificates.front().get());
     const std::lock_guard<std::mutex> lock(mMutex);
     SqliteTransaction transaction(Connection());
-    const PkeyPtr key = UnwrapPrivateKey(entry);
+    const PkeyPtr key = OpenPrivateKey(entry);
     if (certified == nullptr || !SameKey(*certified, *key)) {
         ForgetOpenSslErrors();
         throw CryptoError(CryptoResultCode::kKeyMismatch,
@@ -526,13 +581,16 @@ PkeyPtr StoreDatabase::LoadPublicKey(const EntryId& entry) const {
 std::vector<ListedEntry> StoreDatabase::List() const {
     const std::lock_guard<std::mutex> lock(mMutex);
     SqliteStatement statement(Connection(),
-                              "SELECT store, id, 1 AS is_key, certificates FROM key_pair "
-                              "UNION ALL SELECT store, id, 0, certificates FROM certificate "
+                              "SELECT store, id, 1 AS is_key, certificates, public_key "
+                              "FROM key_pair "
+                              "UNION ALL SELECT store, id, 0, certificates, NULL FROM certificate "
                               "ORDER BY 1, 3 DESC, 2");
     std::vector<ListedEntry> entries;
     while (statement.Step()) {
-        entries.push_back(
-            {{statement.Text(0), statement.Text(1)}, statement.Integer(2) != 0, statement.Blob(3)});
+        entries.push_back({{statement.Text(0), statement.Text(1)},
+                           statement.Integer(2) != 0,
+                           statement.Blob(3),
+                           statement.Blob(4)});
     }
     return entries;
 }

@@ -5,14 +5,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
+#include "key_custody.h"
 #include "openssl_ptr.h"
 #include "sqlite_connection.h"
-#include "wrapping_key.h"
 
 namespace orv::sec::crypto {
 
@@ -32,13 +33,16 @@ struct ListedEntry {
     bool isKeyPair;
     /// As stored; empty for a key pair without a chain.
     common::ByteVector certificates;
+    /// As stored; empty for a certificate.
+    common::ByteVector publicKey;
 };
 
 /// Throws `CryptoError` unless `id` is 1 to 128 bytes of printable ASCII: `kTooLarge` or
 /// `kInvalidArgument`.
 void CheckId(const std::string& id);
 
-/// The secure store of the unit: one SQLite file and the wrapping key beside it.
+/// The secure store of the unit: one SQLite file, and the custody of its private keys, which the
+/// configuration beside it decides about.
 ///
 /// Every operation is one transaction, durable when the operation returns. The journal is a
 /// rollback journal in TRUNCATE mode: with synchronous=FULL it is synced after it was cut, so that
@@ -50,13 +54,18 @@ void CheckId(const std::string& id);
 class StoreDatabase {
 public:
     enum class OpenMode : std::uint8_t {
-        /// There must be a store already.
+        /// There must be a store already. A TPM or token is not reached before a key is needed.
         kExisting,
-        /// An empty store is made where the directory has none.
+        /// An empty store is made where the directory has none. For the holder of the store's lock,
+        /// as the next one.
         kCreate,
         /// As above, but where there is a wrapping key, the store that it belongs to was lost, and
         /// an empty one in its place would hide that.
         kCreateUnlessLost,
+        /// What an existing store holds at this moment, in memory. The files stay as they are, and
+        /// need not be writable. What becomes of the copy is lost with it, so it takes certificates
+        /// and stores, but no change of a key pair: `kStorageError`.
+        kCopy,
     };
 
     StoreDatabase(const std::string& directory, OpenMode mode);
@@ -66,16 +75,17 @@ public:
     /// Throws `kInvalidState` when the store is closed.
     void CheckOpen() const;
 
-    bool HasWrappingKey() const;
-    /// Makes the wrapping key unless there is one. For the holder of the store's lock.
-    void CreateWrappingKey();
+    /// False where what key pairs need was never made.
+    bool HasCustody() const;
+    /// Makes it unless it is there. For the holder of the store's lock.
+    void MakeCustody();
 
     void CreateStore(const std::string& name, StoreKind kind);
     bool HasStore(const std::string& name, StoreKind kind) const;
 
     bool HasKeyPair(const EntryId& entry) const;
-    /// Adds a key pair; `kAlreadyExists` when there is one.
-    void InsertKeyPair(const EntryId& entry, EVP_PKEY& key);
+    /// Makes a key pair; `kAlreadyExists` when there is one.
+    void GenerateKeyPair(const EntryId& entry);
     /// Puts a key pair with its chain in the place of what is there.
     void ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
     void MoveKeyPair(const EntryId& source, const EntryId& destination);
@@ -102,14 +112,16 @@ public:
 private:
     SqliteConnection& Connection() const;
     void Configure();
+    void ConnectToFile(const std::string& trace);
+    void ConnectToCopy(const std::string& trace);
     std::int64_t SchemaVersion();
     void SetJournalMode();
-    void UpgradeSchema(bool isExpected);
-    void LoadWrappingKey();
-    const WrappingKey& RequireWrappingKey() const;
-    bool HasAnyKeyPair() const;
-    common::ByteVector WrapPrivateKey(const EntryId& entry, const EVP_PKEY& key) const;
-    PkeyPtr UnwrapPrivateKey(const EntryId& entry) const;
+    void UpgradeSchema(const std::string& trace);
+    void OpenCustody(OpenMode mode);
+    std::vector<common::ByteVector> PrivateKeyBlobs() const;
+    std::optional<StoredKey> FindStoredKey(const EntryId& entry) const;
+    StoredKey RequireStoredKey(const EntryId& entry) const;
+    PkeyPtr OpenPrivateKey(const EntryId& entry) const;
     common::ByteVector LoadCertificates(const char* sql, const EntryId& entry) const;
     bool HoldsCertificate(const EntryId& entry, const common::ByteVector& certificates) const;
     void CheckCertificates(const EntryId& entry, const common::ByteVector& certificates) const;
@@ -119,8 +131,7 @@ private:
     const std::string mDirectory;
     mutable std::mutex mMutex;
     std::unique_ptr<SqliteConnection> mConnection;
-    // Also read later than at the start, where an administrator made it meanwhile.
-    mutable std::unique_ptr<WrappingKey> mWrappingKey;
+    std::unique_ptr<KeyCustody> mCustody;
     // What was loaded last from each place, and parsed: the same bytes need not be parsed again.
     mutable std::map<std::string, common::ByteVector> mChecked;
 };

@@ -253,6 +253,36 @@ TEST_F(StoreAdministrationTest, CertificatesThatNoLongerParseAreNoEmptyStore) {
                                       HasSubstr("stored certificates 'ROOT' in KORU")));
 }
 
+TEST_F(StoreAdministrationTest, ReadingTellsOneMomentAndLeavesTheStoreAsItIs) {
+    OpenLibrary();
+    GeneratedKey("TIV");
+    cleanupCryptoLib();
+    std::unique_ptr<StoreAdministration> reading;
+    ASSERT_TRUE(StoreAdministration::OpenForReading(mDirectory, reading));
+    ASSERT_TRUE(mAdministration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
+    const std::string file = ReadFile("store.db");
+    ASSERT_TRUE(reading->ShareWithLibrary());
+    mProvider = initCryptoLib().GetObject();
+    ASSERT_NE(mProvider, nullptr);
+    mStore = mProvider->createTrustStoreManager().GetObject()->lookupTrustStore("TIV").GetObject();
+    ASSERT_NE(mStore, nullptr);
+
+    std::vector<StoreEntry> entries;
+    EXPECT_TRUE(reading->List(entries));
+    EXPECT_EQ(entries.size(), 1U);
+    EXPECT_TRUE(Signature(Key("TIV"))->sign(ToBytes("content")).IsSuccess());
+    EXPECT_EQ(mStore->storeCertificate(Cert("TIV_TMP"), ToBytes(SelfSigned({}).Pem())),
+              CryptoResultCode::kSuccess);
+    EXPECT_TRUE(mStore->loadPublicKey(Key("TIV_TMP")).IsSuccess());
+    for (const CryptoResultCode change :
+         {mStore->generateKeyPair(Key("TIV_CSR"), store::KeyType::kEcP256),
+          mStore->moveKeyPair(Key("TIV"), Key("OTHER")), mStore->deleteKeyPair(Key("TIV"))}) {
+        EXPECT_EQ(change, CryptoResultCode::kStorageError);
+    }
+    EXPECT_EQ(reading->ShareWithLibrary().status, AdministrationStatus::kStoreFailure);
+    EXPECT_EQ(ReadFile("store.db"), file);
+}
+
 TEST_F(StoreAdministrationTest, PrivateKeysLieInTheFilesEncrypted) {
     const Identity unit = SelfSigned({});
     ASSERT_TRUE(mAdministration->ImportKeyPair("K", PrivateKeyPem(unit.key), unit.Pem()));

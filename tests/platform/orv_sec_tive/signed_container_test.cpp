@@ -16,6 +16,7 @@
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "orv_sec_crypto/store_administration.h"
+#include "platform/orv_sec_crypto/key_hardware.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 
@@ -43,13 +44,16 @@ class SignedContainerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ::setenv("ORV_CRYPTO_DIR", mDirectory.File("store").c_str(), 1);
-        ASSERT_TRUE(StoreAdministration::CreateOrOpen(mDirectory.File("store"), mAdministration));
+        ASSERT_TRUE(StoreAdministration::CreateOrOpen(mDirectory.File("store"), Storage(),
+                                                      mAdministration));
         ProvisionAndOpen(
             testing_support::PemOf({mFactory.leaf, mFactory.intermediate, mFactory.root}));
         Write("root.pem", mFactory.root.Pem());
     }
 
     ~SignedContainerTest() override { crypto::cleanupCryptoLib(); }
+
+    virtual crypto::host::KeyStorage Storage() { return crypto::host::FileKeyStorage{}; }
 
     /// Nobody else writes to a store that the library has open.
     void ProvisionAndOpen(const std::string& chain) {
@@ -158,6 +162,19 @@ TEST_F(SignedContainerTest, AnyPayloadComesOutAsItWentIn) {
         EXPECT_TRUE(Verify(container));
         EXPECT_EQ(Output(), payload);
     }
+}
+
+/// The same with the keys in a token.
+class TokenContainerTest : public SignedContainerTest {
+protected:
+    crypto::host::KeyStorage Storage() override { return mToken.Storage(); }
+
+    const crypto::test::SoftwareToken mToken{mDirectory.File("pin")};
+};
+
+TEST_F(TokenContainerTest, ABaseKeyInATokenSigns) {
+    EXPECT_TRUE(Verify(Container("payload")));
+    EXPECT_EQ(Output(), "payload");
 }
 
 TEST_F(SignedContainerTest, ATamperedByteIsRefusedOrChangesNeitherContentNorSigner) {

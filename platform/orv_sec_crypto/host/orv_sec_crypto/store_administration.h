@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "orv_sec_crypto/key_storage.h"
+
 namespace orv::sec::crypto {
 class StoreDatabase;
 }
@@ -51,6 +53,11 @@ struct StoreEntry {
     EntryKind kind = EntryKind::kCertificate;
     /// PEM, first certificate first; empty for a key pair that has no certificate yet.
     std::string certificateChain;
+    /// SubjectPublicKeyInfo (RFC 5280) in DER; empty for a certificate.
+    std::string publicKey;
+    /// Why what is stored does not parse any more, in one line; empty for an entry in order. What
+    /// does not parse is empty above; an unreadable public key leaves both empty.
+    std::string fault;
 };
 
 class StoreAdministration {
@@ -60,10 +67,18 @@ public:
     static std::string DefaultDirectory();
 
     /// Opens the store in `directory` and creates what is missing: the directory with its parents
-    /// (mode 0700), "store.db" (mode 0600), "wrapping.key" (32 random bytes, mode 0400) and in the
-    /// former the key-management store. An existing wrapping key is never replaced, and none is
-    /// created beside a store that already holds keys. `administration` is set only on success.
+    /// (mode 0700), "store.db" (mode 0600), "wrapping.key" (32 random bytes, mode 0400) or what
+    /// "store.json" asks for in its place, and in the database the key-management store. An
+    /// existing wrapping key is never replaced, and none is created beside a store that already
+    /// holds keys. `administration` is set only on success.
     static AdministrationResult CreateOrOpen(const std::string& directory,
+                                             std::unique_ptr<StoreAdministration>& administration);
+
+    /// As above, for a store whose private keys are to be kept elsewhere than in "wrapping.key":
+    /// `keyStorage` is tried and then written to "store.json" (mode 0400). Where the store was made
+    /// already, it must be kept there (else kInvalidArgument).
+    static AdministrationResult CreateOrOpen(const std::string& directory,
+                                             const KeyStorage& keyStorage,
                                              std::unique_ptr<StoreAdministration>& administration);
 
     /// Opens an existing store; kNotFound if there is no "store.db". It makes neither that file nor
@@ -71,6 +86,22 @@ public:
     /// its tables.
     static AdministrationResult Open(const std::string& directory,
                                      std::unique_ptr<StoreAdministration>& administration);
+
+    /// Reads an existing store at one moment, and never again: all that this object tells is what
+    /// the store held then. It takes no lock, leaves the store's files as they are and makes none;
+    /// a store that was upgraded since is refused, an older one is upgraded in memory only. What
+    /// the service would not open is refused, too. So is, with kStoreFailure, each operation that
+    /// would change a key pair; what the others change is lost with the object.
+    static AdministrationResult OpenForReading(
+        const std::string& directory, std::unique_ptr<StoreAdministration>& administration);
+
+    /// For an object from `OpenForReading`: has `initCryptoLib` open, in this process and once,
+    /// what this object has read, so that the classes of the system judge it beside the service and
+    /// without touching the store. The library then takes certificates, and keeps them for itself,
+    /// but gives `kStorageError` for what would change a key pair. kNotFound if the key-management
+    /// store was never made, kStoreFailure while the library is open. `cleanupCryptoLib` ends the
+    /// use of this object, too.
+    AdministrationResult ShareWithLibrary();
 
     ~StoreAdministration();
     StoreAdministration(const StoreAdministration&) = delete;
@@ -87,17 +118,18 @@ public:
     AdministrationResult StoreCertificate(const std::string& certId,
                                           const std::string& certificates);
 
-    /// All entries of all stores, ordered by store, kind and id.
+    /// All entries of all stores, ordered by store, kind and id. One that does not parse any more
+    /// is listed with its fault.
     AdministrationResult List(std::vector<StoreEntry>& entries) const;
 
     /// Removes one entry of the store named `store`; kNotFound if it is not there.
     AdministrationResult Remove(const std::string& store, const std::string& id, EntryKind kind);
 
 private:
-    StoreAdministration(std::string directory, std::unique_ptr<StoreDatabase> database);
+    StoreAdministration(std::string directory, std::shared_ptr<StoreDatabase> database);
 
     const std::string mDirectory;
-    std::unique_ptr<StoreDatabase> mDatabase;
+    std::shared_ptr<StoreDatabase> mDatabase;
 };
 
 }  // namespace orv::sec::crypto::host

@@ -1,0 +1,91 @@
+#include "tools/provision/store_export.h"
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "simulator/pki/certificates.h"
+#include "simulator/pki/file_access.h"
+#include "simulator/pki/pki_error.h"
+#include "tools/provision/store_report.h"
+
+namespace provision {
+
+using orv::sec::crypto::host::StoreEntry;
+using simulator::ExistingFile;
+using simulator::pki::PkiError;
+
+namespace {
+
+constexpr std::string_view kPlain =
+    "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_-";
+
+std::string Escape(const std::string& name) {
+    std::string escaped;
+    for (const char letter : name) {
+        if (kPlain.find(letter) != std::string_view::npos) {
+            escaped += letter;
+            continue;
+        }
+        std::array<char, 4> code{};
+        std::snprintf(code.data(), code.size(), "%%%02X", static_cast<unsigned char>(letter));
+        escaped += code.data();
+    }
+    return escaped;
+}
+
+std::string FileName(const StoreEntry& entry, PartKind kind) {
+    return Escape(entry.store) + "." + KindName(entry.kind) + "." + Escape(entry.id) +
+           (kind == PartKind::kPublicKey ? ".public.pem" : ".pem");
+}
+
+bool HasPart(const StoreEntry& entry, PartKind kind) {
+    return !(kind == PartKind::kPublicKey ? entry.publicKey : entry.certificateChain).empty();
+}
+
+}  // namespace
+
+std::vector<PublicPart> PublicParts(const std::vector<StoreEntry>& entries, PartKind kind) {
+    std::vector<PublicPart> parts;
+    for (const StoreEntry& entry : entries) {
+        if (HasPart(entry, kind)) {
+            parts.push_back(RequirePart(entry, kind));
+        }
+    }
+    return parts;
+}
+
+PublicPart RequirePart(const StoreEntry& entry, PartKind kind) {
+    if (!HasPart(entry, kind)) {
+        throw PkiError("the entry '" + entry.id + "' " +
+                       (!entry.fault.empty()           ? "does not parse: " + entry.fault
+                        : kind == PartKind::kPublicKey ? "is no key pair"
+                                                       : "has no certificate"));
+    }
+    return {FileName(entry, kind), kind == PartKind::kPublicKey
+                                       ? simulator::pki::PublicKeyToPem(entry.publicKey)
+                                       : entry.certificateChain};
+}
+
+void WritePart(const std::string& path, const std::string& pem, bool mayReplace) {
+    simulator::pki::WriteFile(path, pem, simulator::pki::kPublicMode,
+                              mayReplace ? ExistingFile::kIsReplaced : ExistingFile::kIsKept);
+}
+
+void WriteParts(const std::string& directory, const std::vector<PublicPart>& parts,
+                bool mayReplace) {
+    const std::filesystem::path target(directory);
+    for (const PublicPart& part : parts) {
+        std::error_code ignored;
+        if (!mayReplace && std::filesystem::exists(target / part.fileName, ignored)) {
+            throw PkiError((target / part.fileName).string() + ": File exists");
+        }
+    }
+    for (const PublicPart& part : parts) {
+        WritePart((target / part.fileName).string(), part.pem, mayReplace);
+    }
+}
+
+}  // namespace provision
