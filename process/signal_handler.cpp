@@ -18,7 +18,10 @@ namespace {
 
 /// The real handler gets no context, so the write end of the pipe has to be found here.
 std::atomic<int> gWriteEnd{-1};
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may not wait for a lock");
+/// A SIGTERM for which the pipe had no room, behind SIGPIPEs that are still to be read.
+std::atomic<bool> gSigtermHeldBack{false};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "a signal handler may not wait for a lock");
 
 unsigned char StopMessage() {
     return static_cast<unsigned char>(SIGRTMIN);
@@ -41,13 +44,17 @@ bool SetDisposition(int signal, void (*handler)(int)) {
 void HandleSignal(int signal) {
     const int savedErrno = errno;
     const int writeEnd = gWriteEnd;
-    if (writeEnd >= 0) {
-        static_cast<void>(WriteMessage(writeEnd, static_cast<unsigned char>(signal)));
+    const auto message = static_cast<unsigned char>(signal);
+    if (writeEnd >= 0 && !WriteMessage(writeEnd, message) && signal == SIGTERM) {
+        gSigtermHeldBack = true;
+        // If the pipe has been emptied meanwhile, nobody would come to look.
+        static_cast<void>(WriteMessage(writeEnd, message));
     }
     errno = savedErrno;
 }
 
 SignalHandler::SignalHandler(std::function<void()> terminate) : mTerminate(std::move(terminate)) {
+    gSigtermHeldBack = false;
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
         // Once nobody reads any more, a signal must not block on a full pipe.
@@ -135,7 +142,10 @@ int SignalHandler::ReadMessage() const {
     do {
         count = ::read(mReadEnd, &message, sizeof(message));
     } while (count < 0 && errno == EINTR);
-    return count == 1 ? message : -1;
+    if (count != 1) {
+        return -1;
+    }
+    return gSigtermHeldBack.exchange(false) ? SIGTERM : message;
 }
 
 }  // namespace signal_handler

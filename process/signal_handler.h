@@ -7,7 +7,8 @@
 namespace signal_handler {
 
 /// Installed for SIGTERM and SIGPIPE: hands the number of the signal to the thread of the
-/// SignalHandler, and does nothing where there is none. Safe in signal context.
+/// SignalHandler, and does nothing where there is none. Never blocks and is safe in signal context.
+/// While the thread is behind by more than a pipe holds, a SIGPIPE is dropped and a SIGTERM is not.
 void HandleSignal(int signal);
 
 /// Turns SIGTERM into a function call on a thread of its own; SIGPIPE is only logged.
@@ -28,7 +29,7 @@ public:
 
 private:
     void HandleMessages();
-    /// One byte of the pipe, or a negative value on failure.
+    /// The number of the next signal, or a negative value on failure.
     int ReadMessage() const;
     void StopThread();
     bool HasLateSigterm() const;

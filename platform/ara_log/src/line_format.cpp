@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdint>
 #include <ctime>
-#include <string_view>
 #include <system_error>
 
 #include <sys/stat.h>
@@ -31,17 +30,27 @@ const LevelText& TextOf(LogLevel level) {
     return kTexts.at(static_cast<std::size_t>(level));
 }
 
-std::string TimeText(std::chrono::system_clock::time_point time) {
-    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-    const std::time_t clock = seconds.count();
+std::string DateText(std::time_t seconds) {
     std::tm parts{};
-    gmtime_r(&clock, &parts);
+    gmtime_r(&seconds, &parts);
     std::array<char, 32> date{};
     const std::size_t length =
         std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S.", &parts);
+    return {date.data(), length};
+}
+
+std::string TimeText(std::chrono::system_clock::time_point time) {
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    // Many lines share their second.
+    thread_local std::time_t lastSeconds = 0;
+    thread_local std::string date = DateText(0);
+    if (seconds.count() != lastSeconds) {
+        lastSeconds = seconds.count();
+        date = DateText(lastSeconds);
+    }
     const std::string millis = std::to_string((sinceEpoch - seconds).count());
-    return std::string(date.data(), length) + std::string(3 - millis.size(), '0') + millis + "Z ";
+    return date + std::string(3 - millis.size(), '0') + millis + "Z ";
 }
 
 bool IsControl(unsigned char byte) {
@@ -61,8 +70,20 @@ void AppendEscaped(std::string& line, unsigned char byte) {
     line += kDigits[byte & 0xfU];
 }
 
+bool IsPlain(char byte) {
+    return byte >= ' ' && byte < '\x7f';
+}
+
 void AppendText(std::string& line, std::string_view text, const std::string& continuation) {
     for (std::size_t i = 0; i < text.size(); ++i) {
+        const std::size_t start = i;
+        while (i < text.size() && IsPlain(text[i])) {
+            ++i;
+        }
+        line.append(text, start, i - start);
+        if (i == text.size()) {
+            return;
+        }
         const auto byte = static_cast<unsigned char>(text[i]);
         if (byte == '\n') {
             line += continuation;
@@ -83,6 +104,13 @@ bool ReadNumber(std::string_view text, std::uintmax_t& number) {
 }
 
 }  // namespace
+
+std::string EscapeText(std::string_view text, const std::string& continuation) {
+    std::string escaped;
+    escaped.reserve(text.size());
+    AppendText(escaped, text, continuation);
+    return escaped;
+}
 
 std::string FormatEntry(bool forJournal, std::chrono::system_clock::time_point time, LogLevel level,
                         const std::string& appId, const std::string& text) {

@@ -34,7 +34,7 @@ void LogStream::Flush() noexcept {
         return;
     }
     try {
-        internal::Registry::Instance().Write(mLevel, mText);
+        internal::Registry::Instance().Write(mLogger, mLevel, mText);
         mText.clear();
     } catch (const std::exception&) {
         mEnabled = false;  // out of memory for one line; there is nobody to tell

@@ -1,48 +1,13 @@
 #include "registry.h"
 
-#include <array>
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <utility>
 
-#include <unistd.h>
-
 #include <ara/log/logging.h>
 
-#include "ara_log_host/line_format.h"
-
 namespace ara::log::internal {
-
-namespace {
-
-std::optional<LogLevel> LevelByName(const char* name) {
-    static constexpr std::array<std::string_view, 7> kNames{"off",  "fatal", "error",  "warn",
-                                                            "info", "debug", "verbose"};
-    for (std::size_t i = 0; name != nullptr && i < kNames.size(); ++i) {
-        if (kNames.at(i) == name) {
-            return static_cast<LogLevel>(i);
-        }
-    }
-    return std::nullopt;
-}
-
-/// False if nobody will ever read what is written.
-bool WriteToStderr(std::string_view entry) {
-    while (!entry.empty()) {
-        const ssize_t written = write(STDERR_FILENO, entry.data(), entry.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return written == 0 || errno != EPIPE;
-        }
-        entry.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-}  // namespace
 
 Registry& Registry::Instance() {
     static Registry& registry = *new Registry;
@@ -50,37 +15,101 @@ Registry& Registry::Instance() {
 }
 
 Registry::Registry() {
-    ReadEnvironment();
+    ReadConfig();
 }
 
-void Registry::ReadEnvironment() {
-    mEnvironmentLevel = LevelByName(std::getenv("ARA_LOG_LEVEL"));
-    mForJournal = ara_log_host::IsJournalStream(std::getenv("JOURNAL_STREAM"), STDERR_FILENO);
+void Registry::ReadConfig() {
+    mComplaints.clear();
+    mConfig = ara_log_host::ReadLogConfig(mComplaints);
+}
+
+void Registry::Register(std::string_view appId, std::string_view appDescription, LogLevel level) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    ReadConfig();
+    mConsole.LookAgain();
+    mAppId = mConfig.applicationId.empty() ? appId : mConfig.applicationId;
+    mApplicationLevel = level;
+    if (mConfig.dlt) {
+        OpenDlt(appDescription);
+    }
     UpdateLoggers();
+    for (const std::string& complaint : mComplaints) {
+        mConsole.Write(std::chrono::system_clock::now(), LogLevel::kWarn, mAppId, complaint);
+    }
+}
+
+void Registry::OpenDlt(std::string_view appDescription) {
+    if (mWasDltOpened) {
+        return;
+    }
+    const std::string description(mConfig.applicationDescription.empty()
+                                      ? appDescription
+                                      : std::string_view(mConfig.applicationDescription));
+    mDlt = DltOutput::Open(mAppId, description, [](std::string_view context, LogLevel level) {
+        Instance().TakeDltLevel(context, level);
+    });
+    if (!mDlt) {
+        mComplaints.emplace_back("Log output dlt is not available; logging to the console");
+        mConfig.console = true;
+        return;
+    }
+    mWasDltOpened = true;
+    for (const auto& [contextId, logger] : mLoggers) {
+        AddToDlt(*logger);
+    }
+    // Runs before what the library itself has registered: a line behind that would start it anew.
+    std::atexit([] { Instance().CloseDlt(); });
+}
+
+void Registry::CloseDlt() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mDlt.reset();
+    UpdateLoggers();
+}
+
+void Registry::TakeDltLevel(std::string_view context, LogLevel level) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    for (const auto& [contextId, logger] : mLoggers) {
+        if (std::string_view(contextId).substr(0, 4) == context) {
+            logger->mDltLevel = level;
+            UpdateLevels(*logger);
+        }
+    }
+}
+
+void Registry::AddToDlt(Logger& logger) {
+    logger.mDltLevel = ConfiguredLevel(logger);
+    mDlt->AddContext(logger.mContextId, logger.mContextDescription, logger.mDltLevel);
+}
+
+void Registry::UpdateLevels(Logger& logger) const {
+    logger.mConsoleLevel = mConfig.console ? ConfiguredLevel(logger) : LogLevel::kOff;
+    const LogLevel outputs =
+        std::max(logger.mConsoleLevel, mDlt ? logger.mDltLevel : LogLevel::kOff);
+    logger.mEffectiveLevel = mSink.sink ? mSink.level : outputs;
 }
 
 void Registry::UpdateLoggers() {
     for (const auto& [contextId, logger] : mLoggers) {
-        logger->mEffectiveLevel = EffectiveLevel(logger->mOwnLevel);
+        UpdateLevels(*logger);
     }
 }
 
-void Registry::Register(std::string_view appId, LogLevel level) {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mAppId = appId;
-    mApplicationLevel = level;
-    ReadEnvironment();
-}
-
-Logger& Registry::GetLogger(std::string_view contextId, std::optional<LogLevel> level) {
+Logger& Registry::GetLogger(std::string_view contextId, std::string_view description,
+                            std::optional<LogLevel> level) {
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto known = mLoggers.find(contextId);
     if (known != mLoggers.end()) {
         return *known->second;
     }
-    std::unique_ptr<Logger> logger(new Logger(level));
-    logger->mEffectiveLevel = EffectiveLevel(level);
-    return *mLoggers.emplace(contextId, std::move(logger)).first->second;
+    std::unique_ptr<Logger> made(
+        new Logger(std::string(contextId), std::string(description), level));
+    Logger& logger = *mLoggers.emplace(contextId, std::move(made)).first->second;
+    if (mDlt) {
+        AddToDlt(logger);
+    }
+    UpdateLevels(logger);
+    return logger;
 }
 
 ara_log_host::SinkSetting Registry::ExchangeSink(ara_log_host::SinkSetting setting) {
@@ -90,42 +119,42 @@ ara_log_host::SinkSetting Registry::ExchangeSink(ara_log_host::SinkSetting setti
     return setting;
 }
 
-LogLevel Registry::EffectiveLevel(std::optional<LogLevel> own) const {
-    if (mSink.sink) {
-        return mSink.level;
-    }
-    return mEnvironmentLevel.value_or(own.value_or(mApplicationLevel));
+LogLevel Registry::ConfiguredLevel(const Logger& logger) const {
+    return mConfig.level.value_or(logger.mOwnLevel.value_or(mApplicationLevel));
 }
 
-void Registry::Write(LogLevel level, const std::string& text) {
+void Registry::Write(const Logger& logger, LogLevel level, const std::string& text) {
     const auto now = std::chrono::system_clock::now();
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mSink.sink) {
         mSink.sink(level, text);
         return;
     }
-    if (mReaderGone) {
-        return;
+    if (level <= logger.mConsoleLevel) {
+        mConsole.Write(now, level, mAppId, text);
     }
-    mReaderGone = !WriteToStderr(ara_log_host::FormatEntry(mForJournal, now, level, mAppId, text));
+    if (mDlt) {
+        mDlt->Write(logger.mContextId, level, text);
+    }
 }
 
 }  // namespace ara::log::internal
 
 namespace ara::log {
 
-void InitLogging(std::string_view appId, std::string_view /*appDescription*/,
+void InitLogging(std::string_view appId, std::string_view appDescription,
                  LogLevel appDefaultLevel) {
-    internal::Registry::Instance().Register(appId, appDefaultLevel);
+    internal::Registry::Instance().Register(appId, appDescription, appDefaultLevel);
 }
 
-Logger& CreateLogger(std::string_view contextId, std::string_view /*contextDescription*/) {
-    return internal::Registry::Instance().GetLogger(contextId, std::nullopt);
+Logger& CreateLogger(std::string_view contextId, std::string_view contextDescription) {
+    return internal::Registry::Instance().GetLogger(contextId, contextDescription, std::nullopt);
 }
 
-Logger& CreateLogger(std::string_view contextId, std::string_view /*contextDescription*/,
+Logger& CreateLogger(std::string_view contextId, std::string_view contextDescription,
                      LogLevel contextDefaultLevel) {
-    return internal::Registry::Instance().GetLogger(contextId, contextDefaultLevel);
+    return internal::Registry::Instance().GetLogger(contextId, contextDescription,
+                                                    contextDefaultLevel);
 }
 
 }  // namespace ara::log

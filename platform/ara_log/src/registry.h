@@ -6,10 +6,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <ara/log/logger.h>
 
+#include "ara_log_host/log_config.h"
 #include "ara_log_host/sink.h"
+#include "console_output.h"
+#include "dlt_output.h"
 
 namespace ara::log::internal {
 
@@ -19,27 +23,33 @@ public:
     /// Never destroyed, since objects with static lifetime may log in their destructors.
     static Registry& Instance();
 
-    void Register(std::string_view appId, LogLevel level);
-    Logger& GetLogger(std::string_view contextId, std::optional<LogLevel> level);
+    void Register(std::string_view appId, std::string_view appDescription, LogLevel level);
+    Logger& GetLogger(std::string_view contextId, std::string_view description,
+                      std::optional<LogLevel> level);
     ara_log_host::SinkSetting ExchangeSink(ara_log_host::SinkSetting setting);
 
-    void Write(LogLevel level, const std::string& text);
+    void Write(const Logger& logger, LogLevel level, const std::string& text);
 
 private:
     Registry();
-    void ReadEnvironment();
-    LogLevel EffectiveLevel(std::optional<LogLevel> own) const;
+    void ReadConfig();
+    void OpenDlt(std::string_view appDescription);
+    void CloseDlt();
+    void TakeDltLevel(std::string_view context, LogLevel level);
+    void AddToDlt(Logger& logger);
+    void UpdateLevels(Logger& logger) const;
     void UpdateLoggers();
+    LogLevel ConfiguredLevel(const Logger& logger) const;
 
     std::mutex mMutex;
     LogLevel mApplicationLevel{LogLevel::kWarn};
     std::string mAppId{"----"};
-    bool mForJournal{false};
-    /// Nothing more is written then: each attempt would raise SIGPIPE, and a process that logs the
-    /// signal would thereby raise the next one, without end.
-    bool mReaderGone{false};
-    std::optional<LogLevel> mEnvironmentLevel;
+    ara_log_host::LogConfig mConfig;
+    std::vector<std::string> mComplaints;
     ara_log_host::SinkSetting mSink;
+    ConsoleOutput mConsole;
+    std::unique_ptr<DltOutput> mDlt;
+    bool mWasDltOpened{false};
     std::map<std::string, std::unique_ptr<Logger>, std::less<>> mLoggers;
 };
 

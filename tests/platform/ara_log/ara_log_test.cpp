@@ -1,11 +1,19 @@
+#include <array>
 #include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <ara_log_host/line_format.h>
+#include <ara_log_host/log_config.h>
 #include <ara_log_host/sink.h>
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <stdlib.h>
+#include <sys/fsuid.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -96,6 +104,169 @@ TEST(LogStreamTest, WritesOneLineWhenItGoesOrIsFlushed) {
     ara_log_host::ExchangeSink(former);
     logger.LogVerbose() << "back on stderr, and not enabled there";
     EXPECT_EQ(lines, (std::vector<std::string>{"a 132true b", "first", "second"}));
+}
+
+/// Something in place of stderr, for as long as it lives.
+class Redirected {
+public:
+    explicit Redirected(int target) : mFormer(dup(STDERR_FILENO)) {
+        dup2(target, STDERR_FILENO);
+        ara::log::InitLogging("VT", "", LogLevel::kInfo);
+    }
+    Redirected(const Redirected&) = delete;
+    Redirected& operator=(const Redirected&) = delete;
+    ~Redirected() {
+        dup2(mFormer, STDERR_FILENO);
+        close(mFormer);
+    }
+
+private:
+    int mFormer;
+};
+
+std::string ReadAll(int descriptor) {
+    std::string all;
+    std::array<char, 65536> bytes{};
+    ssize_t count = 0;
+    while ((count = read(descriptor, bytes.data(), bytes.size())) > 0) {
+        all.append(bytes.data(), static_cast<std::size_t>(count));
+    }
+    return all;
+}
+
+/// Its text without the time.
+std::vector<std::string> Lines(const std::string& all) {
+    std::vector<std::string> lines;
+    std::istringstream stream(all);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line.substr(std::string("2026-11-21T08:00:00.007Z ").size()));
+    }
+    return lines;
+}
+
+enum class Channel { kPipe, kPipeOfAnotherUser, kSocket };
+
+class ConsoleTest : public testing::TestWithParam<Channel> {
+protected:
+    ConsoleTest() {
+        if (GetParam() == Channel::kSocket) {
+            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, mEnds.data()), 0);
+        } else {
+            EXPECT_EQ(pipe(mEnds.data()), 0);
+        }
+        EXPECT_EQ(fcntl(mEnds[0], F_SETFL, O_NONBLOCK), 0);
+        if (GetParam() == Channel::kPipeOfAnotherUser) {
+            EXPECT_EQ(fchmod(mEnds[1], 0), 0);
+            setfsuid(65534);
+        }
+    }
+    ~ConsoleTest() override {
+        setfsuid(geteuid());
+        close(mEnds[0]);
+        close(mEnds[1]);
+    }
+
+    const ara::log::Logger& mLogger = ara::log::CreateLogger("CONS", "", LogLevel::kInfo);
+    std::array<int, 2> mEnds{};
+};
+
+TEST_P(ConsoleTest, AReaderThatDoesNotReadCostsLinesAndNoTime) {
+    const Redirected redirected(mEnds[1]);
+    const std::string text(10000, 'x');
+    constexpr std::size_t kMoreThanFits = 100;
+    for (std::size_t i = 0; i < kMoreThanFits; ++i) {
+        mLogger.LogInfo() << text;
+    }
+    EXPECT_EQ(fcntl(mEnds[1], F_GETFL) & O_NONBLOCK, 0) << "others write there, too";
+    std::string all = ReadAll(mEnds[0]);
+    mLogger.LogInfo() << "after it";
+    all += ReadAll(mEnds[0]);
+
+    const std::vector<std::string> lines = Lines(all);
+    ASSERT_GE(lines.size(), 3U);
+    const std::size_t whole = lines.size() - 2;
+    EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.end() - 2),
+                testing::Each("info    VT " + text));
+    EXPECT_EQ(lines[whole],
+              "warn    VT log lines dropped: " + std::to_string(kMoreThanFits - whole));
+    EXPECT_EQ(lines.back(), "info    VT after it");
+}
+
+TEST_P(ConsoleTest, AReaderThatIsGoneEndsNothing) {
+    const Redirected redirected(mEnds[1]);
+    mLogger.LogInfo() << "read";
+    close(mEnds[0]);
+    mLogger.LogInfo() << "by nobody";
+    mLogger.LogInfo() << "by nobody";
+    sigset_t pending{};
+    ASSERT_EQ(sigpending(&pending), 0);
+    EXPECT_FALSE(sigismember(&pending, SIGPIPE));
+}
+
+INSTANTIATE_TEST_SUITE_P(Channels, ConsoleTest,
+                         testing::Values(Channel::kPipe, Channel::kPipeOfAnotherUser,
+                                         Channel::kSocket));
+
+TEST(ConsoleFileTest, AFullDiskCostsLinesUntilThereIsRoom) {
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    const int file = open(testing::TempDir().c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
+    ASSERT_GE(std::min(full, file), 0);
+    const auto& logger = ara::log::CreateLogger("FULL", "", LogLevel::kInfo);
+    {
+        const Redirected redirected(full);
+        logger.LogInfo() << "lost";
+        logger.LogInfo() << "lost";
+        dup2(file, STDERR_FILENO);
+        logger.LogInfo() << "kept";
+    }
+    ASSERT_EQ(lseek(file, 0, SEEK_SET), 0);
+    EXPECT_THAT(
+        Lines(ReadAll(file)),
+        testing::ElementsAre(testing::EndsWith("log lines dropped: 2"), testing::EndsWith("kept")));
+    close(full);
+    close(file);
+}
+
+TEST(LogConfigTest, AFileIsTakenAsAWholeOrNotAtAll) {
+    const auto config = ara_log_host::ParseLogConfig(
+        R"({"outputs":["dlt"],"level":"off","applicationId":"VTCL","applicationDescription":"d"})");
+    EXPECT_TRUE(!config.console && config.dlt);
+    EXPECT_EQ(config.level, LogLevel::kOff);
+    EXPECT_EQ(config.applicationId + config.applicationDescription, "VTCLd");
+    for (const char* text :
+         {"", "[]", R"({"outputs":[]})", R"({"outputs":"dlt"})", R"({"outputs":["dlt","syslog"]})",
+          R"({"level":"loud"})", R"({"level":3})", R"({"applicationId":"VTCL1"})",
+          R"({"applicationId":""})", R"({"applicationId":"V\n"})", R"({"Level":"info"})"}) {
+        EXPECT_THROW(ara_log_host::ParseLogConfig(text), std::runtime_error) << text;
+    }
+}
+
+TEST(LogConfigTest, TheEnvironmentOverridesTheFileAndWhatIsUnusableIsNamed) {
+    const std::string path = testing::TempDir() + "Logging.json." + std::to_string(getpid());
+    const auto read = [&](const std::string& file, const char* output, const char* level) {
+        std::ofstream(path) << file;
+        setenv("ARA_LOG_CONFIG", path.c_str(), 1);
+        setenv("ARA_LOG_OUTPUT", output, 1);
+        setenv("ARA_LOG_LEVEL", level, 1);
+        std::vector<std::string> complaints;
+        const auto config = ara_log_host::ReadLogConfig(complaints);
+        unsetenv("ARA_LOG_CONFIG");
+        unsetenv("ARA_LOG_OUTPUT");
+        unsetenv("ARA_LOG_LEVEL");
+        unlink(path.c_str());
+        return std::pair(config, complaints);
+    };
+    const auto [config, none] =
+        read(R"({"outputs":["console"],"level":"off"})", "dlt,console", "debug");
+    EXPECT_TRUE(config.console && config.dlt && none.empty());
+    EXPECT_EQ(config.level, LogLevel::kDebug);
+
+    const auto [fallback, complaints] = read("{", "dlt,", "loud");
+    EXPECT_TRUE(fallback.console && !fallback.dlt && !fallback.level);
+    EXPECT_THAT(complaints,
+                testing::ElementsAre("Log configuration, " + path + ": no JSON object",
+                                     "Log configuration, ARA_LOG_OUTPUT: unknown output ''",
+                                     "Log configuration, ARA_LOG_LEVEL: unknown level 'loud'"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 #include <ara/log/common.h>
 
@@ -16,6 +17,9 @@ namespace ara_log_host {
 std::string FormatEntry(bool forJournal, std::chrono::system_clock::time_point time,
                         ara::log::LogLevel level, const std::string& appId,
                         const std::string& text);
+
+/// The text with each line feed replaced by `continuation`, other control characters as \xNN.
+std::string EscapeText(std::string_view text, const std::string& continuation);
 
 /// Whether `journalStream`, the value of JOURNAL_STREAM (may be null), names the file behind this
 /// descriptor by device and inode.

@@ -37,8 +37,10 @@ public:
 
 private:
     friend class Logger;
-    LogStream(LogLevel level, bool enabled) : mLevel(level), mEnabled(enabled) {}
+    LogStream(const Logger& logger, LogLevel level, bool enabled)
+        : mLogger(logger), mLevel(level), mEnabled(enabled) {}
 
+    const Logger& mLogger;
     LogLevel mLevel;
     bool mEnabled;
     bool mPending{true};

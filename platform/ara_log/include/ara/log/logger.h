@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include <ara/log/common.h>
 #include <ara/log/log_stream.h>
@@ -30,14 +32,22 @@ public:
     LogStream LogInfo() const { return WithLevel(LogLevel::kInfo); }
     LogStream LogDebug() const { return WithLevel(LogLevel::kDebug); }
     LogStream LogVerbose() const { return WithLevel(LogLevel::kVerbose); }
-    LogStream WithLevel(LogLevel level) const { return {level, IsLogEnabled(level)}; }
+    LogStream WithLevel(LogLevel level) const { return {*this, level, IsLogEnabled(level)}; }
 
 private:
     friend class internal::Registry;
-    explicit Logger(std::optional<LogLevel> level) : mOwnLevel(level) {}
+    Logger(std::string contextId, std::string description, std::optional<LogLevel> level)
+        : mContextId(std::move(contextId)),
+          mContextDescription(std::move(description)),
+          mOwnLevel(level) {}
 
+    const std::string mContextId;
+    const std::string mContextDescription;
     const std::optional<LogLevel> mOwnLevel;
-    /// What results from this level, the application's and the ones that override both.
+    /// What each output takes; the registry's lock guards them.
+    LogLevel mConsoleLevel{LogLevel::kOff};
+    LogLevel mDltLevel{LogLevel::kOff};
+    /// What is of use to any output.
     std::atomic<LogLevel> mEffectiveLevel{LogLevel::kOff};
 };
 

@@ -10,9 +10,10 @@ namespace ara::log {
 /// Registers the application with the log service: the id that stands in each of its lines, and the
 /// level of all loggers that were made without one.
 ///
-/// The environment variable ARA_LOG_LEVEL (off, fatal, error, warn, info, debug, verbose) overrides
-/// every level. Until this call the id is "----" and the level `kWarn`. Any thread; a later call
-/// replaces the registration.
+/// The integrator's configuration is read here (docs/logging.md); it may override the id, the
+/// description and all levels, and it chooses the outputs. Until this call the id is "----", the
+/// level `kWarn` and the output stderr. Any thread; a later call replaces the registration, except
+/// the one with DLT, which is made once.
 void InitLogging(std::string_view appId, std::string_view appDescription,
                  LogLevel appDefaultLevel = LogLevel::kWarn);
 

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+#include <ara/log/common.h>
+
+namespace ara::log::internal {
+
+/// The lines on stderr, whatever that is at the moment: journal, file, pipe or terminal.
+///
+/// Never waits and never raises SIGPIPE. A line that can't be written at once is dropped; a warning
+/// in front of the next one that can says how many were. Of a line that went out in part the rest
+/// comes before anything else. One thread at a time.
+class ConsoleOutput {
+public:
+    ConsoleOutput() = default;
+    ConsoleOutput(const ConsoleOutput&) = delete;
+    ConsoleOutput& operator=(const ConsoleOutput&) = delete;
+    ~ConsoleOutput();
+
+    /// Has the next line look at what stderr is now, which otherwise may take a second.
+    void LookAgain() { mLastLook = {}; }
+    void Write(std::chrono::system_clock::time_point time, LogLevel level, const std::string& appId,
+               const std::string& text);
+
+private:
+    enum class Kind { kFile, kSocket, kStream };
+
+    void FollowStderr(std::chrono::system_clock::time_point time);
+    void CloseOwn();
+    bool Put(std::string entry);
+    bool WriteRest();
+    ssize_t WriteSome(std::string_view bytes) const;
+    ssize_t WriteToStream(std::string_view bytes) const;
+
+    std::chrono::system_clock::time_point mLastLook;
+    dev_t mDevice{0};
+    ino_t mInode{0};
+    Kind mKind{Kind::kFile};
+    bool mForJournal{false};
+    /// Opened anew, a pipe or terminal can be non-blocking here without being so for all processes
+    /// that share it. Negative where that isn't permitted.
+    int mOwn{-1};
+    std::string mRest;
+    std::size_t mDropped{0};
+};
+
+}  // namespace ara::log::internal
