@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json_fwd.hpp>
+
+namespace timeline {
+
+/// The lanes' ES module (page/lanes.js): draws what `TimelineStore::ToJson` and events say.
+std::string_view LanesScript();
+/// The lanes' style (page/lanes.css), for light and dark.
+std::string_view LanesStyle();
+
+/// JSON that may stand in a `<script>` element: no text in it can end the element, whatever a log
+/// holds. Bytes that are no UTF-8 become U+FFFD.
+std::string JsonForHtml(const nlohmann::json& json);
+
+/// One file with everything in it, which needs neither a network nor a server.
+/// @param title what the page is about, as text
+/// @param data  members of `TimelineStore::ToJson`, "counts", "notes"
+std::string HtmlPage(std::string_view title, const nlohmann::json& data);
+
+}  // namespace timeline

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string_view>
+
+namespace timeline {
+
+// The files of page/, compiled in. Constant-initialised.
+extern const std::string_view kPageTemplate;
+extern const std::string_view kLanesStyle;
+extern const std::string_view kLanesScript;
+
+}  // namespace timeline
