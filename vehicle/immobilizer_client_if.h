@@ -18,7 +18,8 @@ public:
     /// Sets the receiver, not owned, or none by null. To be called before Start.
     virtual void AssignCallback(ImmobilizerCallbackIf* callback) = 0;
 
-    /// Asks for the VIN and returns at once. Exactly one ImmobilizerVinReceived follows.
+    /// Asks for the VIN and returns at once. Exactly one ImmobilizerVinReceived follows, unless the
+    /// client has no access to the vehicle's services at all and thus never reports a connection.
     virtual void GetImmobilizerVin() = 0;
 };
 

@@ -41,9 +41,9 @@ unsigned int SocksTlsAlertClientImpl::StartListening(SocksTlsAlertClientCallback
     if (mThread.joinable()) {
         mThread.join();
     }
-    mCallback = callback;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
+        mCallback = callback;
         mRunning.store(true, std::memory_order_release);
     }
     try {
@@ -62,10 +62,11 @@ void SocksTlsAlertClientImpl::StopListening() {
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mRunning.store(false, std::memory_order_release);
+        // Not later, or it would take away the callback of a start that follows at once.
+        mCallback = nullptr;
         communicator = mCommunicator;
     }
     mCondition.notify_all();
-    mCallback = nullptr;
     if (communicator) {
         communicator->Close();
     }

@@ -46,8 +46,8 @@ private:
     void ErrorWhenReadingSocket(const Communicator& communicator);
 
     std::shared_ptr<vonta_socket::StreamClientConnectorIf> mConnector;
-    Communicator mCommunicator;  ///< guarded by mMutex
-    std::atomic<SocksTlsAlertClientCallbackIf*> mCallback{nullptr};
+    Communicator mCommunicator;                                      ///< guarded by mMutex
+    std::atomic<SocksTlsAlertClientCallbackIf*> mCallback{nullptr};  ///< changes under mMutex
     std::thread mThread;
     std::atomic<std::thread::id> mListeningThread{};
     std::atomic<bool> mRunning{false};  ///< changes under mMutex

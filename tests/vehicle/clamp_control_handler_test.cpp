@@ -28,6 +28,7 @@ using clampcontrolclient::ClampControlCallbackIf;
 struct Script {
     service_access_test::EventRecorder calls;
     std::function<void(ClampControlCallbackIf&)> atStart;
+    std::function<void()> atRelease;
     std::mutex mutex;
     std::deque<std::function<std::string()>> answers;
     // Held while a notification runs, so that taking the callback away waits for it.
@@ -44,6 +45,10 @@ struct Script {
         if (callback != nullptr) {
             notification(*callback);
         }
+    }
+
+    void NotifyConnected(bool connected) {
+        Notify([connected](auto& each) { each.ConnectionStateNotification(connected); });
     }
 };
 
@@ -71,6 +76,9 @@ void ClampControlClient::Stop() {
 }
 
 void ClampControlClient::AssignCallback(ClampControlCallbackIf* callback) {
+    if (callback == nullptr && script->atRelease) {
+        script->atRelease();
+    }
     const std::lock_guard lock(script->callbackMutex);
     script->callback = callback;
     script->calls.Add(callback == nullptr ? "no callback" : "callback");
@@ -207,14 +215,19 @@ TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
                 ElementsAre("subscribe", "subscribe", "unsubscribe second", "no callback", "stop"));
 }
 
-TEST_F(ClampControlHandlerTest, TheSubscribeThreadMayAskForASubscriptionItself) {
-    std::unique_ptr<ClampControlHandler> handler;
-    mScript.Answer([&handler] { return handler->SubscribeNB() ? "id" : ""; });
-    handler = std::make_unique<ClampControlHandler>(&mCallback);
+TEST_F(ClampControlHandlerTest, DestructionWaitsForAnAttemptThatBlocksAndEndsItsSubscription) {
+    std::promise<void> release;
+    mScript.Answer([&release] {
+        release.get_future().wait();
+        return "late";
+    });
+    auto handler = std::make_unique<ClampControlHandler>(&mCallback);
     handler->SubscribeNB();
-    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
-    handler.reset();
-    EXPECT_THAT(Calls(4), ElementsAre("subscribe", "unsubscribe id", "no callback", "stop"));
+    Calls(1);
+    auto destruction = std::async(std::launch::async, [&handler] { handler.reset(); });
+    release.set_value();
+    ASSERT_EQ(std::future_status::ready, destruction.wait_for(service_access_test::kHangGuard));
+    EXPECT_THAT(Calls(4), ElementsAre("subscribe", "unsubscribe late", "no callback", "stop"));
 }
 
 TEST_F(ClampControlHandlerTest, DestructionEndsAttemptsThatAreRefused) {
@@ -268,9 +281,7 @@ TEST_F(ClampControlWexaImplTest, EachNewConnectionSubscribesAndALostOneDoesNothi
     vintrel::ClampControlWexaImpl clampControl(mClamp);
     clampControl.Subscribe();
     for (const bool connected : {true, false, true}) {
-        mScript.Notify([connected](ClampControlCallbackIf& each) {
-            each.ConnectionStateNotification(connected);
-        });
+        mScript.NotifyConnected(connected);
         Calls(3);
     }
     EXPECT_THAT(Calls(4), ElementsAre("callback", "start", "subscribe", "subscribe"));
@@ -278,21 +289,30 @@ TEST_F(ClampControlWexaImplTest, EachNewConnectionSubscribesAndALostOneDoesNothi
     EXPECT_THAT(Lines(mLog), ::testing::IsSupersetOf({text + "1", text + "0", text + "1"}));
 }
 
-TEST_F(ClampControlWexaImplTest, AServiceMayConnectInTheMomentOfDestruction) {
-    for (int round = 0; round < 100; ++round) {
-        mScript.Answer([] { return "id"; });
-        auto clampControl = std::make_unique<vintrel::ClampControlWexaImpl>(mClamp);
-        clampControl->Subscribe();
-        std::thread notifier([this] {
-            for (int i = 0; i < 3; ++i) {
-                mScript.Notify(
-                    [](ClampControlCallbackIf& each) { each.ConnectionStateNotification(true); });
-            }
+TEST_F(ClampControlWexaImplTest, AttemptsGoOnWhateverTheConnectionDoesOnTheSubscribeThread) {
+    for (const bool connected : {false, true}) {
+        mScript.Answer([this, connected] {
+            mScript.NotifyConnected(connected);
+            return "";
         });
-        clampControl.reset();
-        notifier.join();
-        EXPECT_EQ(nullptr, mScript.callback);
     }
+    mScript.Answer([] { return "id"; });
+    auto clampControl = std::make_unique<vintrel::ClampControlWexaImpl>(mClamp);
+    clampControl->Subscribe();
+    mScript.NotifyConnected(true);
+    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    clampControl.reset();
+    EXPECT_THAT(Calls(8), ElementsAre("callback", "start", "subscribe", "subscribe", "subscribe",
+                                      "unsubscribe id", "no callback", "stop"));
+}
+
+TEST_F(ClampControlWexaImplTest, AServiceThatConnectsInTheMomentOfDestructionIsLeftAlone) {
+    // The subscribe thread is gone by then, the callback is still there.
+    mScript.atRelease = [this] { std::thread([this] { mScript.NotifyConnected(true); }).join(); };
+    auto clampControl = std::make_unique<vintrel::ClampControlWexaImpl>(mClamp);
+    clampControl->Subscribe();
+    clampControl.reset();
+    EXPECT_THAT(Calls(4), ElementsAre("callback", "start", "no callback", "stop"));
 }
 
 }  // namespace nuro_common

@@ -1,5 +1,6 @@
 #include "vehicle/tls_alerts.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -13,6 +14,7 @@
 
 #include <vonta_socket/unix_stream_client_connector.h>
 
+#include "platform/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/socks_tls_alert_client_impl.h"
@@ -21,6 +23,7 @@
 namespace {
 
 using qel_logging::EQELLogLevel;
+using service_access_test::EventRecorder;
 using socks_rux::SocksTlsAlertClientImpl;
 using testing::InSequence;
 using testing::NiceMock;
@@ -154,16 +157,34 @@ TEST_F(SocksTlsAlertClientTest, AlertsArriveAsTheDaemonSentThem) {
 }
 
 TEST_F(SocksTlsAlertClientTest, AnythingButAnAlertDropsTheConnectionAndSubscribesAnew) {
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(3);
+    const std::vector<std::vector<std::uint8_t>> streams{
+        {1}, {3}, {2, 0, 0, 0x10, 1}, {2, 0x40, 0, 0, 0}, {2, 0xFF, 0xFF, 0xFF, 0xFF}};
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(static_cast<int>(streams.size()) + 1);
     EXPECT_CALL(mReceiver, SocksTlsAlertOccured).Times(0);
     mClient.StartListening(&mReceiver);
-    ExpectSubscriptions(1);
-    mDaemon.Broadcast({3});
-    ExpectSubscriptions(2);
-    mDaemon.Broadcast({2, 0xFF, 0xFF, 0xFF, 0xFF});
-    ExpectSubscriptions(3);
+    std::size_t subscriptions = 0;
+    for (const auto& stream : streams) {
+        ExpectSubscriptions(++subscriptions);
+        mDaemon.Broadcast(stream);
+    }
+    ExpectSubscriptions(++subscriptions);
+    mDaemon.Broadcast({2, 0, 0, 0, 2, 'o'});
     mDaemon.DropConnections();
-    ExpectSubscriptions(4);
+    ExpectSubscriptions(++subscriptions);
+}
+
+TEST_F(SocksTlsAlertClientTest, AnAlertInSingleBytesArrivesAndHalfAnAlertIsNoHindranceToAStop) {
+    std::promise<void> received;
+    EXPECT_CALL(mReceiver, SocksTlsAlertOccured("op", ETlsAlertCode::kCertificateRevoked))
+        .WillOnce([&] { received.set_value(); });
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
+    mClient.StartListening(&mReceiver);
+    ExpectSubscriptions(1);
+    for (const std::uint8_t byte :
+         std::vector<std::uint8_t>{2, 0, 0, 0, 2, 'o', 'p', 44, 2, 0, 0}) {
+        EXPECT_EQ(mDaemon.Broadcast({byte}), 1U);
+    }
+    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
 }
 
 TEST_F(SocksTlsAlertClientTest, AStopDuringAReadIsNoErrorAndAStartFollowsAtOnce) {
@@ -214,30 +235,95 @@ TEST_F(SocksTlsAlertClientTest, AStopDuringTheWaitBetweenAttemptsEndsTheThreadAt
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
 
-TEST_F(SocksTlsAlertClientTest, NothingIsLeftOfAConnectionWhenTheNextOneIsMade) {
+/// A connection that the daemon has closed already.
+class ClosedConnection : public StreamCommunicatorIf {
+public:
+    ClosedConnection(EventRecorder& calls, bool takesRequest)
+        : mCalls(calls), mTakesRequest(takesRequest) {}
+
+    void Close() override { mCalls.Add("close"); }
+    std::size_t Write(const std::vector<std::uint8_t>& data) override {
+        mCalls.Add("write " + std::to_string(data.at(0)));
+        return mTakesRequest ? data.size() : 0;
+    }
+    bool Read(std::vector<std::uint8_t>& /*data*/) override {
+        mCalls.Add("read");
+        return false;
+    }
+
+private:
+    EventRecorder& mCalls;
+    bool mTakesRequest;
+};
+
+TEST_F(SocksTlsAlertClientTest, ADaemonThatAcceptsAndClosesIsCalledAnewInTheSameOrder) {
+    EventRecorder calls;
     std::weak_ptr<StreamCommunicatorIf> former;
     int attempts = 0;
-    std::promise<void> ended;
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).WillOnce([&] { calls.Add("error"); });
     SocksTlsAlertClientImpl client(
         std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
-            EXPECT_TRUE(former.expired()) << "attempt " << attempts;
+            EXPECT_TRUE(former.expired()) << "something is left of the last connection";
+            calls.Add("connect");
             if (++attempts == 3) {
-                ended.set_value();
                 return nullptr;
             }
-            const auto connection = ConnectToDaemon();
+            auto connection = std::make_shared<ClosedConnection>(calls, attempts == 1);
             former = connection;
-            if (attempts == 2) {
-                connection->Close();  // so that the request cannot be sent
-            }
             return connection;
         }));
-    EXPECT_CALL(mReceiver, SocksTlsAlertError());
     client.StartListening(&mReceiver);
-    ExpectSubscriptions(1);
-    mDaemon.DropConnections();
-    EXPECT_EQ(ended.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_THAT(calls.Wait(9), testing::ElementsAre("connect", "write 1", "read", "error", "close",
+                                                    "connect", "write 1", "close", "connect"));
     client.StopListening();
+    EXPECT_EQ(calls.Events().size(), 9U) << "no connection, nothing to close";
+}
+
+TEST_F(SocksTlsAlertClientTest, AnAlertInTheMomentOfTheStopEndsBeforeTheDestruction) {
+    std::promise<void> alerted;
+    std::promise<void> stopped;
+    bool ended = false;
+    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
+    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).WillOnce([&] {
+        alerted.set_value();
+        stopped.get_future().wait();
+        ended = true;
+    });
+    {
+        SocksTlsAlertClientImpl client(
+            std::make_shared<UnixStreamClientConnector>(mPath, -1, "test"));
+        client.StartListening(&mReceiver);
+        ExpectSubscriptions(1);
+        mDaemon.BroadcastAlert("during", 44);
+        mDaemon.BroadcastAlert("behind", 44);
+        alerted.get_future().wait();
+        client.StopListening();
+        stopped.set_value();
+    }
+    EXPECT_TRUE(ended);
+}
+
+TEST_F(SocksTlsAlertClientTest, AStopAndAStartDuringAnAttemptLeaveOneListener) {
+    std::promise<void> connecting;
+    std::promise<void> stopped;
+    std::atomic<int> attempts{0};
+    SocksTlsAlertClientImpl client(std::make_shared<ScriptedConnector>([&] {
+        if (++attempts == 1) {
+            connecting.set_value();
+            stopped.get_future().wait();
+        }
+        return ConnectToDaemon();
+    }));
+    client.StartListening(&mReceiver);
+    connecting.get_future().wait();
+    client.StopListening();
+    auto start = std::async(std::launch::async, [&] { return client.StartListening(&mReceiver); });
+    stopped.set_value();
+    ASSERT_EQ(start.wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(start.get(), socks_rux::kStartOk);
+    ExpectSubscriptions(1);
+    EXPECT_EQ(attempts, 2);
+    EXPECT_EQ(mDaemon.GetSubscriberCount(), 1U);
 }
 
 TEST_F(SocksTlsAlertClientTest, AConnectionMadeDuringAStopIsClosedUnused) {

@@ -22,4 +22,8 @@ nlohmann::json ParseBoundedJson(std::string_view text) {
     });
 }
 
+std::string FormatJson(const nlohmann::json& value) {
+    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 }  // namespace service_access

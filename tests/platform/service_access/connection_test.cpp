@@ -246,16 +246,6 @@ TEST_F(ConnectionTest, AQueryEndsInOneAnswerWhateverTheServerDoes) {
     EXPECT_EQ(4U, mEvents.Events().size());
 }
 
-TEST_F(ConnectionTest, ASilentServerIsAFailureAfterTheTimeLimit) {
-    mConfig.queryTimeLimit = milliseconds(20);
-    mServer.SetServiceAvailable("Immobilizer", true);
-    mServer.SetImmobilizerSilent();
-    mServer.Start();
-    Connection connection(mConfig);
-    connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_THAT(mEvents.Wait(1), ElementsAre("no answer in time"));
-}
-
 TEST_F(ConnectionTest, StopEndsEveryQueryOnceAndRefusesFurtherOnes) {
     mServer.SetServiceAvailable("Immobilizer", true);
     mServer.SetImmobilizerSilent();
