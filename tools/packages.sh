@@ -8,12 +8,17 @@ readonly BUILD_PACKAGES=(
     libtss2-dev libp11-kit-dev
     bubblewrap openssl python3)
 readonly TEST_PACKAGES=(libgtest-dev libgmock-dev swtpm softhsm2)
+# A browser that the tests of the page steer.
+readonly PAGE_PACKAGES=(chromium chromium-driver python3-selenium)
+# What makes the pictures of the documentation small.
+readonly PICTURE_PACKAGES=(pngquant)
 readonly BENCH_PACKAGES=(libuv1-dev curl haproxy)
 readonly LINT_PACKAGES=(clang-format clang-tidy)
 # libFuzzer is in libclang-rt-dev; llvm has the symbolizer.
 readonly FUZZ_PACKAGES=(clang libclang-rt-dev llvm)
 # Servers that the tests start themselves. apache2-bin is Apache without its service.
-readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy dlt-daemon dlt-tools)
+readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy dlt-daemon dlt-tools
+    python3-scapy tshark iproute2)
 # The Debian package of the service, and the machine that tests/systemd has it run in.
 readonly PACKAGE_PACKAGES=(dpkg-dev file lintian systemd)
 

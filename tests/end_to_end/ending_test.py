@@ -39,10 +39,12 @@ class EndingTest(unit_case.UnitCase):
         self.day.provision()
         self.day.start_client()
         self.day.stop_client()
+        for said in ("clamp control is out of reach:", " Exception:"):
+            self.assertIn(f"{said} client configuration /var/run/qel/", self.day.client_log.text())
         lines = self.day.client_log.text().splitlines()
         start = [line.split("] ")[-1] for line in lines[:lines.index(next(
             line for line in lines if "waiting for a trigger" in line)) + 1]]
-        listens = next(index for index, line in enumerate(start) if "aliveTime" in line)
+        listens = next(index for index, line in enumerate(start) if "Crypto API init" in line)
         for index in range(listens, len(start), 4):
             with self.subTest(line=start[index]):
                 self.launch()
@@ -67,6 +69,7 @@ class EndingTest(unit_case.UnitCase):
         release = self.hold_store_at_the_next_pass()
         self.day.processes["vintrel-client"].send_signal(signal.SIGTERM)
         self.day.wait_log("SIGTERM received.")
+        self.day.processes["vintrel-client"].send_signal(signal.SIGTERM)  # changes nothing
         release()
         self.assert_orderly(self.day.processes.pop("vintrel-client").wait(60))
 

@@ -5,8 +5,11 @@
 namespace ara::exec {
 
 bool ApplicationClient::ReportApplicationState(ApplicationState state) const {
-    const char* message = state == ApplicationState::kRunning ? "READY=1" : "STOPPING=1";
-    return sd_notify(0, message) < 0;
+    if (state != ApplicationState::kRunning) {
+        return sd_notify(0, "STOPPING=1") < 0;
+    }
+    const bool hasWatchdog = sd_watchdog_enabled(0, nullptr) > 0;
+    return sd_notify(0, hasWatchdog ? "READY=1\nWATCHDOG_USEC=0" : "READY=1") < 0;
 }
 
 }  // namespace ara::exec

@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <stdexcept>
 #include <system_error>
 
@@ -8,7 +9,12 @@
 namespace ara::phm {
 
 SupervisionEntity::SupervisionEntity(const Phm_client_interface& client)
-    : mInstanceId(client.GetInstanceId()) {}
+    : mInstanceId(client.GetInstanceId()) {
+    std::uint64_t timeout = 0;
+    if (sd_watchdog_enabled(0, &timeout) > 0) {
+        sd_notify(0, ("WATCHDOG_USEC=" + std::to_string(timeout)).c_str());
+    }
+}
 
 void SupervisionEntity::CheckpointReached(unsigned short supervisionEntityId,
                                           unsigned short checkpointId) const {

@@ -34,6 +34,16 @@ TEST(ServiceManagerTest, StatesCheckpointsAndHealthReachTheServiceManager) {
     EXPECT_EQ(manager.Receive(), "STOPPING=1");
 }
 
+TEST(ServiceManagerTest, TheWatchdogWaitsOnlyForWhoTakesUpSupervision) {
+    const NotifySocket manager;
+    ::setenv("WATCHDOG_USEC", "2500000", 1);
+    EXPECT_FALSE(ara::exec::ApplicationClient().ReportApplicationState(ApplicationState::kRunning));
+    EXPECT_EQ(manager.Receive(), "READY=1\nWATCHDOG_USEC=0");
+    const ara::phm::SupervisionEntity entity{ara::phm::Phm_client("instance7")};
+    EXPECT_EQ(manager.Receive(), "WATCHDOG_USEC=2500000");
+    ::unsetenv("WATCHDOG_USEC");
+}
+
 TEST(ServiceManagerTest, ReportsSucceedWithoutAServiceManagerAndFailWithABrokenOne) {
     const ara::exec::ApplicationClient application;
     const ara::phm::SupervisionEntity entity{ara::phm::Phm_client("instance7")};

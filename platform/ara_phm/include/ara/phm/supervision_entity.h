@@ -14,7 +14,9 @@ namespace ara::phm {
 /// other listeners what has been reached.
 class SupervisionEntity {
 public:
-    /// The client need not outlive the entity.
+    /// The client need not outlive the entity. From here on the service manager's watchdog, where
+    /// there is one ($WATCHDOG_USEC), waits for checkpoints. That the manager can't be told shows
+    /// at the first of them.
     explicit SupervisionEntity(const Phm_client_interface& client);
 
     /// May be called from any thread. A process that nobody supervises ($NOTIFY_SOCKET is not set)
