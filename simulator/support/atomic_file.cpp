@@ -32,12 +32,34 @@ bool PutInPlace(const std::string& temporary, const std::string& path, ExistingF
     if (existing == ExistingFile::kIsReplaced) {
         return ::rename(temporary.c_str(), path.c_str()) == 0;
     }
-    // Unlike a rename, a link never takes the place of a file.
+    // Neither this nor a link takes the place of a file; not every file system can do both.
+    if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return false;
+    }
     if (::link(temporary.c_str(), path.c_str()) != 0) {
         return false;
     }
     ::unlink(temporary.c_str());
     return true;
+}
+
+// The name of a file is durable once its directory is.
+bool SyncDirectoryOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    // Some file systems have nothing to sync there.
+    const bool isDone = ::fsync(descriptor) == 0 || errno == EINVAL;
+    const int error = errno;
+    ::close(descriptor);
+    errno = error;
+    return isDone;
 }
 
 }  // namespace
@@ -63,6 +85,9 @@ void WriteFileAtomically(const std::string& path, const std::string& text, mode_
     if (!isDone) {
         ::unlink(temporary.c_str());
         throw std::system_error(error, std::generic_category(), path);
+    }
+    if (!SyncDirectoryOf(path)) {
+        throw std::system_error(errno, std::generic_category(), path);
     }
 }
 

@@ -15,7 +15,8 @@ enum class ExistingFile : std::uint8_t {
 };
 
 /// Writes the file with this mode by way of a temporary file beside it, durably, so that a reader
-/// sees the old text or the new one. Throws std::system_error; the old file then is as it was.
+/// sees the old text or the new one. Throws std::system_error; the old file then is as it was,
+/// unless only the last step failed, which makes the new one's name durable.
 void WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode,
                          ExistingFile existing = ExistingFile::kIsReplaced);
 

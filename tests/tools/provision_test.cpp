@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -12,6 +13,7 @@
 #include <sys/wait.h>
 
 #include "certificate_zoo/certificate_zoo.h"
+#include "platform/orv_sec_crypto/key_hardware.h"
 #include "testing/temporary_directory.h"
 
 namespace provision {
@@ -212,6 +214,45 @@ TEST_F(ProvisionTest, MissingStoresAndEntriesAreNamed) {
     EXPECT_NE(Provision("nonsense"), 0);
     EXPECT_EQ(Provision("show --help"), 0);
     EXPECT_THAT(Read("output"), HasSubstr("fingerprint"));
+}
+
+TEST_F(ProvisionTest, AnEmptyKeyStorageIsNotTheFile) {
+    for (const char* options : {"--tpm ''", "--pkcs11 '' --token unit --pin-file pin"}) {
+        EXPECT_EQ(Provision(std::string("init ") + options), 1) << options;
+        EXPECT_THAT(Read("errors"), HasSubstr("must have 1 to 1024 characters"));
+        EXPECT_FALSE(std::filesystem::exists(mDirectory.File("store/wrapping.key")));
+    }
+}
+
+TEST_F(ProvisionTest, AStoreWhoseKeysAreOutOfReachIsNotJudged) {
+    using namespace orv::sec::crypto::test;
+    SoftwareTpm tpm;
+    const SoftwareToken token(mDirectory.File("pin"));
+    const auto& [module, label, slot, pinFile, keyLabel] = token.Storage();
+    const struct {
+        std::string options;
+        std::function<void()> takeAway;
+        const char* reason;
+    } cases[] = {
+        {"--tpm " + tpm.Storage().tcti, [&] { tpm.Stop(); }, "cannot be reached"},
+        {"--pkcs11 " + module + " --token '" + label + "' --pin-file " + pinFile,
+         [&] { token.WritePin("1234"); }, "login refused"},
+        // The next process must not spend the last attempts.
+        {"", [] {}, "a wrong PIN was tried before"},
+    };
+    for (const auto& [options, takeAway, reason] : cases) {
+        SCOPED_TRACE(reason);
+        if (!options.empty()) {
+            std::filesystem::remove_all(mDirectory.File("store"));
+            ASSERT_EQ(Provision("init " + options), 0) << Read("errors");
+            ASSERT_THAT(LoadBase(PrivateKeyPem(mFactory.leaf.key), mFactory.ChainPem()), IsEmpty());
+            EXPECT_EQ(Provision("verify"), 4) << Read("output");
+        }
+        takeAway();
+        EXPECT_EQ(Provision("status"), 1) << Read("output");
+        EXPECT_THAT(Read("errors"), HasSubstr(reason));
+        EXPECT_THAT(Show(), HasSubstr("ECU_BASE_CERT"));
+    }
 }
 
 }  // namespace

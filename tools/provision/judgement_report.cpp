@@ -1,6 +1,8 @@
 #include "tools/provision/judgement_report.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 
 #include <nlohmann/json.hpp>
 
@@ -75,6 +77,23 @@ std::string Join(const std::vector<std::string>& parts, const char* separator) {
     return text;
 }
 
+// Names come from certificates: none may start a line or steer a terminal.
+std::string ToLine(const std::string& text) {
+    constexpr unsigned char kDelete = 0x7f;
+    std::string line;
+    for (const char letter : text) {
+        const auto byte = static_cast<unsigned char>(letter);
+        if (byte >= ' ' && byte != kDelete) {
+            line += letter;
+            continue;
+        }
+        std::array<char, 5> code{};
+        std::snprintf(code.data(), code.size(), "\\x%02X", byte);
+        line += code.data();
+    }
+    return line + "\n";
+}
+
 std::string PlaceText(const EntryJudgement& entry) {
     return entry.store + " " + KindName(entry.kind) + " " + entry.id;
 }
@@ -114,9 +133,9 @@ ordered_json ToMember(const std::optional<CertificateFacts>& facts) {
     if (!facts.has_value()) {
         return nullptr;
     }
-    return {{"subject", facts->subject},         {"issuer", facts->issuer},
-            {"notBefore", facts->notBefore},     {"notAfter", facts->notAfter},
-            {"fingerprint", facts->fingerprint}, {"daysLeft", facts->daysLeft}};
+    ordered_json member = ToMember(static_cast<const CertificateText&>(*facts));
+    member["daysLeft"] = facts->daysLeft;
+    return member;
 }
 
 ordered_json ToMember(const EntryJudgement& entry) {
@@ -171,8 +190,8 @@ Standing StandingOf(const std::vector<EntryJudgement>& entries) {
 std::string Describe(const std::vector<EntryJudgement>& entries) {
     std::string lines;
     for (const EntryJudgement& entry : entries) {
-        lines += std::string(StandingText(entry.standing)) + ": " + PlaceText(entry) + ": " +
-                 DescribeFindings(entry) + "\n";
+        lines += ToLine(std::string(StandingText(entry.standing)) + ": " + PlaceText(entry) + ": " +
+                        DescribeFindings(entry));
     }
     return lines;
 }
@@ -196,7 +215,7 @@ std::string Describe(const UnitStatus& status) {
     for (const EntryJudgement& entry : status.broken) {
         line += "; " + PlaceText(entry) + " " + entry.faults.front();
     }
-    return line + "\n";
+    return ToLine(line);
 }
 
 std::string ToJson(const UnitStatus& status, TimePoint at) {

@@ -34,6 +34,8 @@ using orv::sec::crypto::host::TpmKeyStorage;
 
 constexpr const char* kBaseId = "ECU_BASE_CERT";
 constexpr const char* kRootId = "PRODUCT_PKI_ROOT_CERT";
+constexpr const char* kTpmOption = "--tpm";
+constexpr const char* kTokenOption = "--pkcs11";
 
 constexpr const char* kShowFormat =
     "Each line describes one certificate, or a key pair without one, in nine fields separated by "
@@ -47,9 +49,9 @@ constexpr const char* kExitStatuses =
     "Exit status: 0 in order; 3 due (valid, but ends within 365 days); 4 missing (something that "
     "the service needs is not in the store, or no client certificate is); 5 wrong (something does "
     "not parse, open, fit or verify, or a client certificate is not valid at the moment). The "
-    "greatest counts. 1 if the "
-    "store can't be read. The service may be running; the store is read at one moment and stays as "
-    "it is. ARA_LOG_LEVEL=info in the environment shows what the service's own classes say.";
+    "greatest counts. 1 if the store can't be read, its TPM or token not be reached, or the answer "
+    "not be written. The service may be running; the store is read at one moment and stays as it "
+    "is. ARA_LOG_LEVEL=info in the environment shows what the service's own classes say.";
 
 struct Arguments {
     std::string store = StoreAdministration::DefaultDirectory();
@@ -77,6 +79,13 @@ void Require(const AdministrationResult& result) {
 void RequireNoFault(const std::string& fault) {
     if (!fault.empty()) {
         throw PkiError(fault);
+    }
+}
+
+void WriteAnswer(const std::string& text, std::ostream& output) {
+    output << text << std::flush;
+    if (!output) {
+        throw PkiError("the output cannot be written");
     }
 }
 
@@ -109,12 +118,13 @@ auto ParseFile(const std::string& path, Parse parse) {
     }
 }
 
-void Initialize(const Arguments& arguments) {
+// An option that is there counts, also with an empty text, which is refused where it is checked.
+void Initialize(const Arguments& arguments, const CLI::App& init) {
     std::unique_ptr<StoreAdministration> administration;
-    if (!arguments.tcti.empty()) {
+    if (init.count(kTpmOption) > 0) {
         Require(StoreAdministration::CreateOrOpen(arguments.store, TpmKeyStorage{arguments.tcti},
                                                   administration));
-    } else if (!arguments.token.module.empty()) {
+    } else if (init.count(kTokenOption) > 0) {
         Require(
             StoreAdministration::CreateOrOpen(arguments.store, arguments.token, administration));
     } else {
@@ -124,9 +134,9 @@ void Initialize(const Arguments& arguments) {
 
 void AddInitOptions(CLI::App& init, Arguments& arguments) {
     CLI::Option* tpm = init.add_option(
-        "--tpm", arguments.tcti,
+        kTpmOption, arguments.tcti,
         "have this TPM 2.0 seal the wrapping key; a TCTI configuration, e.g. device:/dev/tpmrm0");
-    CLI::Option* module = init.add_option("--pkcs11", arguments.token.module,
+    CLI::Option* module = init.add_option(kTokenOption, arguments.token.module,
                                           "keep the keys in a token behind this PKCS #11 module");
     CLI::Option* label =
         init.add_option("--token", arguments.token.token, "label of the token")->needs(module);
@@ -211,7 +221,7 @@ void Export(const Arguments& arguments, std::ostream& output) {
         pem += part.pem;
     }
     if (arguments.outputFile.empty()) {
-        output << pem << std::flush;
+        WriteAnswer(pem, output);
     } else {
         WritePart(arguments.outputFile, pem, arguments.mayReplace);
     }
@@ -250,15 +260,14 @@ struct Judgement {
 int Verify(const Arguments& arguments, std::ostream& output) {
     const Judgement judgement(arguments);
     const auto entries = judgement.judge.JudgeEntries();
-    output << (arguments.wantsJson ? ToJson(entries, judgement.at) : Describe(entries))
-           << std::flush;
+    WriteAnswer(arguments.wantsJson ? ToJson(entries, judgement.at) : Describe(entries), output);
     return static_cast<int>(StandingOf(entries));
 }
 
 int Status(const Arguments& arguments, std::ostream& output) {
     const Judgement judgement(arguments);
     const UnitStatus status = judgement.judge.JudgeUnit();
-    output << (arguments.wantsJson ? ToJson(status, judgement.at) : Describe(status)) << std::flush;
+    WriteAnswer(arguments.wantsJson ? ToJson(status, judgement.at) : Describe(status), output);
     return static_cast<int>(status.standing);
 }
 
@@ -368,13 +377,13 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
                                                      : qel_logging::EQELLogLevel::kWarning);
     try {
         if (init->parsed()) {
-            Initialize(arguments);
+            Initialize(arguments, *init);
         } else if (base->parsed()) {
             LoadBase(arguments);
         } else if (root->parsed()) {
             LoadRoot(arguments);
         } else if (show->parsed()) {
-            output << Show(arguments) << std::flush;
+            WriteAnswer(Show(arguments), output);
         } else if (exports->parsed()) {
             Export(arguments, output);
         } else if (verify->parsed()) {

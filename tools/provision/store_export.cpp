@@ -1,6 +1,7 @@
 #include "tools/provision/store_export.h"
 
 #include <array>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <string_view>
@@ -19,6 +20,8 @@ using simulator::pki::PkiError;
 
 namespace {
 
+// The temporary file beside it has seven characters more.
+constexpr std::size_t kMaxFileName = NAME_MAX - 7;
 constexpr std::string_view kPlain =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_-";
 
@@ -78,6 +81,9 @@ void WriteParts(const std::string& directory, const std::vector<PublicPart>& par
                 bool mayReplace) {
     const std::filesystem::path target(directory);
     for (const PublicPart& part : parts) {
+        if (part.fileName.size() > kMaxFileName) {
+            throw PkiError((target / part.fileName).string() + ": File name too long");
+        }
         std::error_code ignored;
         if (!mayReplace && std::filesystem::exists(target / part.fileName, ignored)) {
             throw PkiError((target / part.fileName).string() + ": File exists");

@@ -328,7 +328,6 @@ std::optional<bool> StoreJudge::JudgePath(const std::string& store,
 
 CertificateFacts StoreJudge::ReadFacts(const std::string& certificate,
                                        const std::string& pem) const {
-    using simulator::pki::ToText;
     const auto bytes = vintrel::ToLibraryBytes(certificate);
     const auto notBefore = mCertificates->getCertificateNotBeforeDate(bytes);
     const auto notAfter = mCertificates->getCertificateNotAfterDate(bytes);
@@ -336,15 +335,9 @@ CertificateFacts StoreJudge::ReadFacts(const std::string& certificate,
         throw PkiError("unreadable date");
     }
     const auto parsed = simulator::pki::ReadCertificates(pem);
-    const X509& first = *parsed.front();
     const std::int64_t now =
         std::chrono::floor<std::chrono::seconds>(mAt).time_since_epoch().count();
-    CertificateFacts facts;
-    facts.subject = ToText(*X509_get_subject_name(&first));
-    facts.issuer = ToText(*X509_get_issuer_name(&first));
-    facts.notBefore = ToText(*X509_get0_notBefore(&first));
-    facts.notAfter = ToText(*X509_get0_notAfter(&first));
-    facts.fingerprint = simulator::pki::Fingerprint(first);
+    CertificateFacts facts{ReadText(*parsed.front())};
     facts.daysLeft = FloorToDays(notAfter.GetObject() - now);
     if (now < notBefore.GetObject()) {
         facts.validity = Validity::kNotYetValid;

@@ -15,6 +15,7 @@
 #include "certificates/x509_validator_if.h"
 #include "client/status_code.h"
 #include "orv_sec_crypto/store_administration.h"
+#include "tools/provision/store_report.h"
 
 namespace provision {
 
@@ -35,13 +36,7 @@ enum class Standing : std::uint8_t {
 enum class Validity : std::uint8_t { kValid, kNotYetValid, kExpired };
 
 /// What a certificate says of itself, and how it stands at the moment that is judged.
-struct CertificateFacts {
-    std::string subject;
-    std::string issuer;
-    /// As "2026-11-21T08:00:00Z".
-    std::string notBefore;
-    std::string notAfter;
-    std::string fingerprint;
+struct CertificateFacts : CertificateText {
     Validity validity = Validity::kValid;
     /// Whole days until `notAfter`, rounded down; negative afterwards.
     std::int64_t daysLeft = 0;

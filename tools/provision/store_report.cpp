@@ -18,26 +18,11 @@ using simulator::pki::PkiError;
 
 namespace {
 
-struct CertificateText {
-    std::string subject;
-    std::string issuer;
-    std::string notBefore;
-    std::string notAfter;
-    std::string fingerprint;
-};
-
 /// What `show` tells of an entry.
 struct EntryText {
     std::vector<CertificateText> certificates;
     std::string fault;
 };
-
-CertificateText Read(const X509& certificate) {
-    using simulator::pki::ToText;
-    return {ToText(*X509_get_subject_name(&certificate)),
-            ToText(*X509_get_issuer_name(&certificate)), ToText(*X509_get0_notBefore(&certificate)),
-            ToText(*X509_get0_notAfter(&certificate)), simulator::pki::Fingerprint(certificate)};
-}
 
 /// A certificate that the store can parse may still have a field that can't be told.
 EntryText Read(const StoreEntry& entry) {
@@ -48,7 +33,7 @@ EntryText Read(const StoreEntry& entry) {
     }
     try {
         for (const auto& certificate : simulator::pki::ReadCertificates(entry.certificateChain)) {
-            text.certificates.push_back(Read(*certificate));
+            text.certificates.push_back(ReadText(*certificate));
         }
     } catch (const PkiError& error) {
         text = {{}, error.what()};
@@ -68,6 +53,21 @@ bool FitsStoreAndKind(const StoreEntry& entry, const EntrySelector& selector) {
 }
 
 }  // namespace
+
+CertificateText ReadText(const X509& certificate) {
+    using simulator::pki::ToText;
+    return {ToText(*X509_get_subject_name(&certificate)),
+            ToText(*X509_get_issuer_name(&certificate)), ToText(*X509_get0_notBefore(&certificate)),
+            ToText(*X509_get0_notAfter(&certificate)), simulator::pki::Fingerprint(certificate)};
+}
+
+ordered_json ToMember(const CertificateText& text) {
+    return {{"subject", text.subject},
+            {"issuer", text.issuer},
+            {"notBefore", text.notBefore},
+            {"notAfter", text.notAfter},
+            {"fingerprint", text.fingerprint}};
+}
 
 const char* KindName(EntryKind kind) {
     return kind == EntryKind::kKeyPair ? "key" : "certificate";
@@ -94,11 +94,7 @@ std::string ToJson(const std::vector<StoreEntry>& entries) {
         const EntryText text = Read(entry);
         ordered_json certificates = ordered_json::array();
         for (const CertificateText& certificate : text.certificates) {
-            certificates.push_back({{"subject", certificate.subject},
-                                    {"issuer", certificate.issuer},
-                                    {"notBefore", certificate.notBefore},
-                                    {"notAfter", certificate.notAfter},
-                                    {"fingerprint", certificate.fingerprint}});
+            certificates.push_back(ToMember(certificate));
         }
         members.push_back(
             {{"store", entry.store},

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
+#include <openssl/types.h>
 
 #include "orv_sec_crypto/store_administration.h"
 
@@ -16,6 +17,22 @@ struct EntrySelector {
     /// "key" or "certificate".
     std::string kind;
 };
+
+/// What a certificate says of itself.
+struct CertificateText {
+    std::string subject;
+    std::string issuer;
+    /// As "2026-11-21T08:00:00Z".
+    std::string notBefore;
+    std::string notAfter;
+    std::string fingerprint;
+};
+
+/// `simulator::pki::PkiError` for a field that can't be told.
+CertificateText ReadText(const X509& certificate);
+
+/// As members of one object.
+nlohmann::ordered_json ToMember(const CertificateText& text);
 
 /// "key" or "certificate".
 const char* KindName(orv::sec::crypto::host::EntryKind kind);

@@ -1,6 +1,8 @@
 #include "crypto_error.h"
 
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 #include <openssl/err.h>
 
@@ -31,6 +33,11 @@ void ReportError(const char* operation, const CryptoError& error) {
         return;
     }
     LogDebug(line);
+}
+
+CryptoError SystemError(const std::string& path, const std::string& what) {
+    return CryptoError(common::CryptoResultCode::kStorageError,
+                       path + ": " + what + ": " + std::generic_category().message(errno));
 }
 
 CryptoError OpenSslError(const std::string& what) {

@@ -29,6 +29,9 @@ private:
 /// know; at debug level if the caller's request was refused or nothing was there.
 void ReportError(const char* operation, const CryptoError& error);
 
+/// A `kStorageError` that names the file, what was tried with it and the reason in `errno`.
+CryptoError SystemError(const std::string& path, const std::string& what);
+
 /// A `kFailure` that names the OpenSSL operation and its reason, and empties OpenSSL's queue.
 CryptoError OpenSslError(const std::string& what);
 

@@ -10,6 +10,7 @@
 
 #include "crypto_error.h"
 #include "p256_encoding.h"
+#include "remote_key.h"
 
 namespace orv::sec::crypto {
 
@@ -182,7 +183,7 @@ ByteVector MakeSigningRequest(EVP_PKEY& key, const std::string& commonName) {
         X509_REQ_set_subject_name(request.get(), subject.get()) != 1 ||
         X509_REQ_set_pubkey(request.get(), &key) != 1 ||
         X509_REQ_sign(request.get(), &key, EVP_sha256()) <= 0) {
-        throw OpenSslError("cannot sign a request");
+        throw SigningError("cannot sign a request");
     }
     unsigned char* der = nullptr;
     const int size = i2d_X509_REQ(request.get(), &der);
@@ -203,7 +204,7 @@ ByteVector Sign(EVP_PKEY& key, const ByteVector& content) {
     ByteVector signature(size);
     if (EVP_DigestSign(context.get(), signature.data(), &size, content.data(), content.size()) !=
         1) {
-        throw OpenSslError("cannot sign");
+        throw SigningError("cannot sign");
     }
     signature.resize(size);
     return signature;

@@ -15,17 +15,18 @@ namespace orv::sec::crypto {
 struct StoredKey {
     /// SubjectPublicKeyInfo in DER.
     common::ByteVector publicKey;
-    /// Whatever brings the private key back; it is none itself. The first byte tells its version,
-    /// and so what kind of custody it is one of.
+    /// Whatever brings the private key back; never one in the clear. The first byte tells its
+    /// version, and so what kind of custody it is one of.
     common::ByteVector blob;
 };
 
 /// Holds the private keys of a store, or what protects them. The database keeps the blobs that come
 /// from here and knows nothing about them.
 ///
-/// Calls are serialised by the caller; the keys that `Open` gives may be used by any thread, but
-/// fail once their custody is gone. All failures are `CryptoError`: `kStorageError` where the keys
-/// can't be reached, `kIntegrityError` where one of them is not what it should be.
+/// Calls are serialised by the caller; the keys that `Open` gives may be used by any thread. Those
+/// that are in a token fail once their custody is gone. All failures are `CryptoError`:
+/// `kStorageError` where the keys can't be reached, `kIntegrityError` where one of them is not what
+/// it should be.
 class KeyCustody {
 public:
     KeyCustody() = default;
@@ -58,11 +59,14 @@ public:
     virtual common::ByteVector Rebind(const StoredKey& stored, const std::string& row,
                                       const std::string& newRow) = 0;
 
+    /// Throws where a key pair could not be dropped now because it can't be reached.
+    virtual void CheckDroppable() = 0;
     /// Drops a key pair that no row has any more. What can't be dropped now is left to `Sweep`.
     virtual void Forget(const common::ByteVector& blob) = 0;
 
-    /// Drops what crashes have left: everything that is in none of the store's blobs. For the
-    /// holder of the store's lock.
+    /// Drops what crashes have left: everything that is in none of the store's blobs. Nothing if
+    /// what one of them refers to is missing: the keys then belong to another state of the store.
+    /// For the holder of the store's lock.
     virtual void Sweep(const std::vector<common::ByteVector>& blobs) = 0;
 };
 

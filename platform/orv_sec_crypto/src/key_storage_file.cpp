@@ -34,10 +34,23 @@ CryptoError Invalid(const std::string& why) {
     return CryptoError(CryptoResultCode::kInvalidArgument, why);
 }
 
+bool IsUtf8(const std::string& text) {
+    try {
+        static_cast<void>(json(text).dump());
+        return true;
+    } catch (const json::type_error&) {
+        return false;
+    }
+}
+
 void CheckText(const char* name, const std::string& text, std::size_t maximum = kMaxTextBytes) {
     if (text.empty() || text.size() > maximum || text.find('\0') != std::string::npos) {
         throw Invalid(std::string(name) + " must have 1 to " + std::to_string(maximum) +
                       " characters");
+    }
+    // What is tried must be what is written down.
+    if (!IsUtf8(text)) {
+        throw Invalid(std::string(name) + " is no UTF-8 text");
     }
 }
 
@@ -193,10 +206,10 @@ void SaveKeyStorage(const std::string& directory, const KeyStorage& storage) {
     } else {
         return;
     }
-    const std::string text = object.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    const std::string text = object.dump(2) + "\n";
     RemoveProtectedLeftover(PathIn(directory));
-    CreateProtectedFile(PathIn(directory), reinterpret_cast<const std::uint8_t*>(text.data()),
-                        text.size());
+    ReplaceProtectedFile(PathIn(directory), reinterpret_cast<const std::uint8_t*>(text.data()),
+                         text.size());
 }
 
 }  // namespace orv::sec::crypto

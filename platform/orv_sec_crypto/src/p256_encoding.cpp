@@ -19,8 +19,6 @@ using common::ByteVector;
 namespace {
 
 constexpr std::string_view kCurve = "prime256v1";
-constexpr std::size_t kScalarBytes = 32;
-constexpr std::size_t kPointBytes = 65;
 constexpr std::uint8_t kUncompressed = 4;
 
 /// SubjectPublicKeyInfo up to the point: id-ecPublicKey, prime256v1, BIT STRING.
@@ -47,17 +45,17 @@ public:
 
     /// False if OpenSSL has no memory left.
     bool SetScalar(const std::uint8_t* bytes) {
-        const ScalarPtr number(BN_bin2bn(bytes, kScalarBytes, nullptr));
-        mHasScalar = number != nullptr &&
-                     BN_bn2nativepad(number.get(), mScalar.data(), kScalarBytes) == kScalarBytes;
+        const ScalarPtr number(BN_bin2bn(bytes, kP256NumberBytes, nullptr));
+        mHasScalar = number != nullptr && BN_bn2nativepad(number.get(), mScalar.data(),
+                                                          kP256NumberBytes) == kP256NumberBytes;
         return mHasScalar;
     }
 
     PkeyPtr MakeKey() {
         std::array<char, kCurve.size() + 1> curve{};
         std::copy(kCurve.begin(), kCurve.end(), curve.begin());
-        std::array<std::uint8_t, kPointBytes> point{};
-        std::copy_n(mPoint, kPointBytes, point.begin());
+        std::array<std::uint8_t, kP256PointBytes> point{};
+        std::copy_n(mPoint, kP256PointBytes, point.begin());
         std::array<OSSL_PARAM, 4> params{
             OSSL_PARAM_construct_utf8_string(OSSL_PKEY_PARAM_GROUP_NAME, curve.data(), 0),
             OSSL_PARAM_construct_octet_string(OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size()),
@@ -78,7 +76,7 @@ public:
 
 private:
     const std::uint8_t* mPoint;
-    std::array<std::uint8_t, kScalarBytes> mScalar{};
+    std::array<std::uint8_t, kP256NumberBytes> mScalar{};
     bool mHasScalar{false};
 };
 
@@ -93,9 +91,9 @@ bool HasAt(const ByteVector& der, std::size_t position,
 
 PkeyPtr DecodeP256PrivateKey(const ByteVector& der) {
     constexpr std::size_t kScalarAt = kPrivateKeyStart.size();
-    constexpr std::size_t kMiddleAt = kScalarAt + kScalarBytes;
+    constexpr std::size_t kMiddleAt = kScalarAt + kP256NumberBytes;
     constexpr std::size_t kPointAt = kMiddleAt + kPrivateKeyMiddle.size();
-    if (der.size() != kPointAt + kPointBytes || !HasAt(der, 0, kPrivateKeyStart) ||
+    if (der.size() != kPointAt + kP256PointBytes || !HasAt(der, 0, kPrivateKeyStart) ||
         !HasAt(der, kMiddleAt, kPrivateKeyMiddle)) {
         return nullptr;
     }
@@ -104,7 +102,7 @@ PkeyPtr DecodeP256PrivateKey(const ByteVector& der) {
 }
 
 PkeyPtr DecodeP256PublicKey(const ByteVector& der) {
-    if (der.size() != kPublicKeyStart.size() + kPointBytes || !HasAt(der, 0, kPublicKeyStart)) {
+    if (der.size() != kPublicKeyStart.size() + kP256PointBytes || !HasAt(der, 0, kPublicKeyStart)) {
         return nullptr;
     }
     return KeyParts(der.data() + kPublicKeyStart.size()).MakeKey();
@@ -117,7 +115,7 @@ ByteVector EncodeP256PublicKey(const EVP_PKEY& key) {
         group.data() != kCurve) {
         return {};
     }
-    std::array<std::uint8_t, kPointBytes> point{};
+    std::array<std::uint8_t, kP256PointBytes> point{};
     std::size_t size = 0;
     if (EVP_PKEY_get_octet_string_param(&key, OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size(),
                                         &size) != 1 ||
@@ -129,7 +127,7 @@ ByteVector EncodeP256PublicKey(const EVP_PKEY& key) {
 }
 
 ByteVector EncodeP256Point(const ByteVector& point) {
-    if (point.size() != kPointBytes || point.front() != kUncompressed) {
+    if (point.size() != kP256PointBytes || point.front() != kUncompressed) {
         return {};
     }
     ByteVector der;
@@ -140,7 +138,7 @@ ByteVector EncodeP256Point(const ByteVector& point) {
 }
 
 ByteVector P256Point(const ByteVector& der) {
-    if (der.size() != kPublicKeyStart.size() + kPointBytes || !HasAt(der, 0, kPublicKeyStart)) {
+    if (der.size() != kPublicKeyStart.size() + kP256PointBytes || !HasAt(der, 0, kPublicKeyStart)) {
         return {};
     }
     return {der.begin() + static_cast<std::ptrdiff_t>(kPublicKeyStart.size()), der.end()};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "openssl_ptr.h"
@@ -8,6 +10,10 @@
 /// every format of every provider, which takes about twenty times as long. Whatever is not exactly
 /// of the usual form is left to them.
 namespace orv::sec::crypto {
+
+/// Of a private key or one half of a signature, and of an uncompressed point (SEC 1).
+inline constexpr std::size_t kP256NumberBytes = 32;
+inline constexpr std::size_t kP256PointBytes = 65;
 
 /// From PKCS #8 (RFC 5208, RFC 5915) as `EncodePrivateKey` writes it; null for any other bytes.
 PkeyPtr DecodeP256PrivateKey(const common::ByteVector& der);

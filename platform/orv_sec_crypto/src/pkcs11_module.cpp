@@ -1,6 +1,7 @@
 #include "pkcs11_module.h"
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -19,6 +20,9 @@ namespace {
 
 // Never destroyed: a store may be closed by the destructor of a static object.
 struct LoadedModules {
+    // Which process loaded the last one. A child of a fork must not wait for a mutex: whoever held
+    // it is not there to give it back.
+    std::atomic<pid_t> owner{0};
     std::mutex mutex;
     std::map<std::string, std::unique_ptr<Pkcs11Module>> byPath;
 };
@@ -90,9 +94,8 @@ Pkcs11Module& Pkcs11Module::Load(const std::string& path) {
     std::unique_ptr<Pkcs11Module> module(new Pkcs11Module(path));
     module->Initialize();
     // Registered after the module's libraries have registered theirs, so that this runs before.
-    if (loaded.byPath.empty()) {
-        std::atexit(FinalizeAll);
-    }
+    std::atexit(FinalizeAll);
+    loaded.owner = ::getpid();
     return *loaded.byPath.emplace(path, std::move(module)).first->second;
 }
 
@@ -106,7 +109,6 @@ void Pkcs11Module::Initialize() {
         reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library, "C_GetFunctionList"));
     CK_FUNCTION_LIST* functions = nullptr;
     if (getList == nullptr || getList(&functions) != CKR_OK || functions == nullptr) {
-        ::dlclose(library);
         throw ModuleError(mPath, "is no PKCS #11 module");
     }
     CK_C_INITIALIZE_ARGS arguments{};
@@ -131,8 +133,11 @@ CK_FUNCTION_LIST& Pkcs11Module::Functions() const {
 }
 
 void Pkcs11Module::Finalize() {
+    if (mOwner != ::getpid()) {
+        return;
+    }
     const std::lock_guard<std::mutex> lock(mMutex);
-    if (IsUsable() && mIsFinalizedByUs) {
+    if (!mHasEnded && mIsFinalizedByUs) {
         mFunctions->C_Finalize(nullptr);
     }
     mHasEnded = true;
@@ -140,6 +145,9 @@ void Pkcs11Module::Finalize() {
 
 void Pkcs11Module::FinalizeAll() {
     LoadedModules& loaded = Loaded();
+    if (loaded.owner != ::getpid()) {
+        return;
+    }
     const std::lock_guard<std::mutex> lock(loaded.mutex);
     for (const auto& [path, module] : loaded.byPath) {
         module->Finalize();

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <map>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include <p11-kit/pkcs11.h>
@@ -26,10 +26,9 @@ public:
     /// False once `Functions` would refuse.
     bool IsUsable() const;
 
-    /// Remembers a PIN that was refused, so that nobody tries it again; for the holder of the
-    /// mutex. It is known by its token and its file's version.
-    void RememberRefusal(const std::string& pin) { mRefusedPins.insert(pin); }
-    bool WasRefused(const std::string& pin) const { return mRefusedPins.count(pin) != 0; }
+    /// Remembers the PIN that a token has refused last in this process, so that nobody tries it
+    /// again: by the version of its file, empty for none. For the holder of the mutex.
+    std::string& RefusedPin(const std::string& serialNumber) { return mRefusedPins[serialNumber]; }
 
 private:
     explicit Pkcs11Module(const std::string& path);
@@ -41,10 +40,10 @@ private:
     const std::string mPath;
     std::mutex mMutex;
     CK_FUNCTION_LIST* mFunctions = nullptr;
-    pid_t mOwner = 0;
+    const pid_t mOwner;
     bool mIsFinalizedByUs = false;
     bool mHasEnded = false;
-    std::set<std::string> mRefusedPins;
+    std::map<std::string, std::string> mRefusedPins;
 };
 
 /// "CKR_PIN_INCORRECT" for the usual ones, else the number.

@@ -5,6 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include <unistd.h>
+
+#include "p256_encoding.h"
 #include "protected_file.h"
 
 namespace orv::sec::crypto {
@@ -15,8 +18,6 @@ using common::CryptoResultCode;
 namespace {
 
 constexpr FileDemands kPinFile{"PIN file", FileProtection::kSecret, 1, 256};
-constexpr std::size_t kPointBytes = 65;
-constexpr std::size_t kNumberBytes = 32;
 constexpr std::size_t kMaxAttributeBytes = 4096;
 // The OID prime256v1 in DER.
 constexpr std::array<std::uint8_t, 10> kCurve{0x06, 0x08, 0x2a, 0x86, 0x48,
@@ -98,7 +99,8 @@ void DropLineEnd(ByteVector& pin) {
 
 }  // namespace
 
-Pkcs11Token::Pkcs11Token(host::TokenKeyStorage settings) : mSettings(std::move(settings)) {}
+Pkcs11Token::Pkcs11Token(host::TokenKeyStorage settings)
+    : mSettings(std::move(settings)), mOwner(::getpid()) {}
 
 Pkcs11Token::~Pkcs11Token() {
     Close();
@@ -118,6 +120,10 @@ void Pkcs11Token::Require(CK_RV value, const std::string& what) const {
 
 template <typename Work>
 auto Pkcs11Token::Run(Work work) {
+    // The parent's threads may have held the mutexes at the fork, and nobody here gives them back.
+    if (mOwner != ::getpid()) {
+        throw Error("belongs to the parent process");
+    }
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mIsClosed) {
         throw CryptoError(CryptoResultCode::kInvalidState, "the library is not open");
@@ -142,6 +148,9 @@ auto Pkcs11Token::Run(Work work) {
 }
 
 void Pkcs11Token::Close() {
+    if (mOwner != ::getpid()) {
+        return;
+    }
     const std::lock_guard<std::mutex> lock(mMutex);
     mIsClosed = true;
     if (mModule != nullptr) {
@@ -214,13 +223,19 @@ void Pkcs11Token::LogIn(const CK_TOKEN_INFO& token) {
         throw CryptoError(CryptoResultCode::kStorageError,
                           mSettings.pinFile + ": PIN file is not there");
     }
-    const std::string attempt = Trimmed(token.serialNumber) + "/" + file->Version();
-    if (mModule->WasRefused(attempt)) {
+    std::string& refused = mModule->RefusedPin(Trimmed(token.serialNumber));
+    if (refused == file->Version()) {
         throw Error("its PIN was refused, and is not tried again until " + mSettings.pinFile +
                     " changes");
     }
     if ((token.flags & (CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED)) != 0) {
         throw Error("the PIN is locked, or one wrong attempt away from it");
+    }
+    // Each start of the service would try its PIN, and each costs an attempt if it is wrong.
+    if ((token.flags & CKF_USER_PIN_COUNT_LOW) != 0 && refused.empty()) {
+        throw Error(
+            "a wrong PIN was tried before; none is tried here until somebody has logged in with "
+            "the right one");
     }
     ByteVector pin = file->Read();
     DropLineEnd(pin);
@@ -229,9 +244,10 @@ void Pkcs11Token::LogIn(const CK_TOKEN_INFO& token) {
         return;
     }
     if (IsRefusedPin(value)) {
-        mModule->RememberRefusal(attempt);
+        refused = file->Version();
     }
     Require(value, "login refused");
+    refused.clear();
 }
 
 void Pkcs11Token::CheckUsable() {
@@ -291,11 +307,31 @@ ByteVector Pkcs11Token::ReadAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE
 ByteVector Pkcs11Token::ReadPoint(CK_OBJECT_HANDLE publicKey) const {
     ByteVector point = ReadAttribute(publicKey, CKA_EC_POINT);
     // Some tokens leave the OCTET STRING away.
-    if (point.size() == kPointStart.size() + kPointBytes &&
+    if (point.size() == kPointStart.size() + kP256PointBytes &&
         std::equal(kPointStart.begin(), kPointStart.end(), point.begin())) {
         point.erase(point.begin(), point.begin() + kPointStart.size());
     }
     return point;
+}
+
+// What is of no use must not stay in the token.
+template <typename Work>
+auto Pkcs11Token::OrDestroy(const KeyId& id, Work work) {
+    try {
+        return work();
+    } catch (const CryptoError&) {
+        DestroyObjects(id);
+        throw;
+    }
+}
+
+// Some modules take what a template demands for a wish.
+void Pkcs11Token::CheckNeverLeaves(const KeyId& id) const {
+    const CK_OBJECT_HANDLE key = FindKey(id, kPrivateKey);
+    if (ReadAttribute(key, CKA_SENSITIVE) != ByteVector{CK_TRUE} ||
+        ReadAttribute(key, CKA_EXTRACTABLE) != ByteVector{CK_FALSE}) {
+        throw Error("makes keys that could leave it");
+    }
 }
 
 ByteVector Pkcs11Token::GenerateKeyPair(const KeyId& id) {
@@ -309,7 +345,10 @@ ByteVector Pkcs11Token::GenerateKeyPair(const KeyId& id) {
                                               publicKey.size(), privateKey.data(),
                                               privateKey.size(), &publicHandle, &privateHandle),
                 "cannot make a key pair");
-        return ReadPoint(publicHandle);
+        return OrDestroy(id, [&] {
+            CheckNeverLeaves(id);
+            return ReadPoint(publicHandle);
+        });
     });
 }
 
@@ -330,12 +369,10 @@ void Pkcs11Token::ImportKeyPair(const KeyId& id, const ByteVector& scalar,
         encoded.insert(encoded.end(), point.begin(), point.end());
         auto publicKey = PublicKeyAttributes(mSettings.label, id);
         publicKey.push_back(Attribute(CKA_EC_POINT, encoded.data(), encoded.size()));
-        try {
+        OrDestroy(id, [&] {
+            CheckNeverLeaves(id);
             CreateObject(std::move(publicKey));
-        } catch (const CryptoError&) {
-            DestroyObjects(id);
-            throw;
-        }
+        });
     });
 }
 
@@ -351,7 +388,7 @@ ByteVector Pkcs11Token::SignDigest(const KeyId& id, const std::uint8_t* digest, 
         CK_MECHANISM mechanism{CKM_ECDSA, nullptr, 0};
         Require(Functions().C_SignInit(mSession, &mechanism, FindKey(id, kPrivateKey)),
                 "cannot sign");
-        ByteVector signature(2 * kNumberBytes);
+        ByteVector signature(2 * kP256NumberBytes);
         CK_ULONG signatureSize = signature.size();
         Require(Functions().C_Sign(mSession, const_cast<std::uint8_t*>(digest), size,
                                    signature.data(), &signatureSize),

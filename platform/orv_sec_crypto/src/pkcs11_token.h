@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "crypto_error.h"
@@ -19,8 +21,9 @@ namespace orv::sec::crypto {
 /// public key object for each, with the store's CKA_LABEL and a CKA_ID of their own.
 ///
 /// The token is reached, and its user logged in, by the first operation, and again when the session
-/// was lost. A PIN that was refused is not tried again until its file changes, and none is tried
-/// when the token says that it is the last attempt. Any thread. All failures are `CryptoError`:
+/// was lost. A PIN that was refused is not tried again by this process until its file changes. None
+/// is tried when the token says that it is the last attempt, or that another process, or somebody
+/// else, has tried a wrong one. Any thread, but no child of a fork. All failures are `CryptoError`:
 /// `kIntegrityError` when a key is not there, `kStorageError` for everything else.
 class Pkcs11Token {
 public:
@@ -69,9 +72,13 @@ private:
     common::ByteVector ReadAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const;
     common::ByteVector ReadPoint(CK_OBJECT_HANDLE publicKey) const;
     void CreateObject(std::vector<CK_ATTRIBUTE> attributes);
+    template <typename Work>
+    auto OrDestroy(const KeyId& id, Work work);
+    void CheckNeverLeaves(const KeyId& id) const;
     void DestroyObjects(const KeyId& id);
 
     const host::TokenKeyStorage mSettings;
+    const pid_t mOwner;
     // Taken before the module's.
     std::mutex mMutex;
     Pkcs11Module* mModule = nullptr;

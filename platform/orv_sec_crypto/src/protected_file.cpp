@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -21,11 +20,6 @@ namespace {
 constexpr mode_t kSecretMode = S_IRUSR;
 constexpr mode_t kModeBits = 07777;
 constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
-
-CryptoError SystemError(const std::string& path, const std::string& what) {
-    return CryptoError(CryptoResultCode::kStorageError,
-                       path + ": " + what + ": " + std::generic_category().message(errno));
-}
 
 CryptoError Refused(const std::string& path, const FileDemands& demands, const std::string& why) {
     return CryptoError(CryptoResultCode::kStorageError,
@@ -99,6 +93,35 @@ std::string TemporaryPath(const std::string& path) {
     return path + ".new";
 }
 
+// `putInPlace` gives the complete file its name, and false with `errno` if it can't.
+template <typename PutInPlace>
+void WriteProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size,
+                        PutInPlace putInPlace) {
+    const std::string temporary = TemporaryPath(path);
+    const FileDescriptor file(
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
+    if (!file.IsValid()) {
+        throw SystemError(temporary, "cannot create");
+    }
+    try {
+        TransferAll(size, temporary, [&](std::size_t done) {
+            return ::write(file.Get(), bytes + done, size - done);
+        });
+        // The mode was subject to the umask.
+        if (::fchmod(file.Get(), kSecretMode) != 0 || ::fsync(file.Get()) != 0) {
+            throw SystemError(temporary, "cannot complete");
+        }
+        if (!putInPlace(temporary.c_str(), path.c_str())) {
+            throw SystemError(path, "cannot create");
+        }
+    } catch (const CryptoError&) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    RemoveProtectedLeftover(path);
+    SyncDirectory(path.substr(0, path.rfind('/')));
+}
+
 }  // namespace
 
 ProtectedFile::ProtectedFile(const std::string& path, int descriptor)
@@ -147,30 +170,16 @@ void RemoveProtectedLeftover(const std::string& path) {
 }
 
 void CreateProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size) {
-    const std::string temporary = TemporaryPath(path);
-    const FileDescriptor file(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
-    if (!file.IsValid()) {
-        throw SystemError(temporary, "cannot create");
-    }
-    try {
-        TransferAll(size, temporary, [&](std::size_t done) {
-            return ::write(file.Get(), bytes + done, size - done);
-        });
-        // The mode was subject to the umask.
-        if (::fchmod(file.Get(), kSecretMode) != 0 || ::fsync(file.Get()) != 0) {
-            throw SystemError(temporary, "cannot complete");
-        }
+    WriteProtectedFile(path, bytes, size, [](const char* temporary, const char* place) {
         // Unlike a rename, a link never takes the place of a key.
-        if (::link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST) {
-            throw SystemError(path, "cannot create");
-        }
-    } catch (const CryptoError&) {
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    RemoveProtectedLeftover(path);
-    SyncDirectory(path.substr(0, path.rfind('/')));
+        return ::link(temporary, place) == 0 || errno == EEXIST;
+    });
+}
+
+void ReplaceProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size) {
+    WriteProtectedFile(path, bytes, size, [](const char* temporary, const char* place) {
+        return std::rename(temporary, place) == 0;
+    });
 }
 
 bool FileExists(const std::string& path) {

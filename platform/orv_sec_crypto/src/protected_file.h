@@ -35,12 +35,10 @@ public:
     /// cannot be opened.
     static std::unique_ptr<ProtectedFile> Open(const std::string& path, const FileDemands& demands);
 
-    std::size_t Size() const { return mSize; }
-
     /// Changes whenever the file was written or replaced.
     const std::string& Version() const { return mVersion; }
 
-    /// Reads all `Size()` bytes.
+    /// Reads all of it; `bytes` is of the size that was demanded.
     void Read(std::uint8_t* bytes) const;
     common::ByteVector Read() const;
 
@@ -57,8 +55,10 @@ private:
 /// already stays as it is. For the holder of the store's lock.
 void CreateProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size);
 
-/// Removes what a `CreateProtectedFile` that was interrupted has left. For the holder of the
-/// store's lock.
+/// The same, but in the place of one that is there.
+void ReplaceProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size);
+
+/// Removes what one of both that was interrupted has left. For the holder of the store's lock.
 void RemoveProtectedLeftover(const std::string& path);
 
 /// False only if it is certain that there is nothing under this name.

@@ -1,11 +1,11 @@
 #include "remote_key.h"
 
+#include <optional>
 #include <utility>
 
 #include <openssl/ec.h>
 #include <openssl/obj_mac.h>
 
-#include "crypto_error.h"
 #include "crypto_log.h"
 #include "p256_encoding.h"
 
@@ -20,8 +20,7 @@ using EcdsaSignaturePtr = OpenSslPtr<ECDSA_SIG, ECDSA_SIG_free>;
 using NumberPtr = OpenSslPtr<BIGNUM, BN_free>;
 using SignerHolder = std::shared_ptr<RemoteSigner>;
 
-constexpr int kNumberBytes = 32;
-constexpr std::size_t kSignatureBytes = 64;
+constexpr int kNumberBytes = kP256NumberBytes;
 
 void FreeSigner(void*, void* holder, CRYPTO_EX_DATA*, int, long, void*) {
     delete static_cast<SignerHolder*>(holder);
@@ -40,7 +39,7 @@ int SignerIndex() {
 }
 
 EcdsaSignaturePtr ToSignature(const ByteVector& numbers) {
-    if (numbers.size() != kSignatureBytes) {
+    if (numbers.size() != 2 * kP256NumberBytes) {
         return nullptr;
     }
     EcdsaSignaturePtr signature(ECDSA_SIG_new());
@@ -56,19 +55,26 @@ EcdsaSignaturePtr ToSignature(const ByteVector& numbers) {
     return signature;
 }
 
+// Why the last signing on this thread has failed, as OpenSSL would not tell.
+thread_local std::optional<CryptoError> tFailure;
+
 // No exception may pass through OpenSSL.
 ECDSA_SIG* SignToNumbers(const unsigned char* digest, int size, const BIGNUM*, const BIGNUM*,
                          EC_KEY* key) {
+    tFailure.reset();
     const auto* signer = static_cast<SignerHolder*>(EC_KEY_get_ex_data(key, SignerIndex()));
     if (signer == nullptr || size <= 0) {
         return nullptr;
     }
     try {
         return ToSignature((*signer)->SignDigest(digest, static_cast<std::size_t>(size))).release();
+    } catch (const CryptoError& error) {
+        tFailure = error;
+        LogError(error.what());
     } catch (const std::exception& error) {
         LogError(error.what());
-        return nullptr;
     }
+    return nullptr;
 }
 
 int SignToDer(int, const unsigned char* digest, int size, unsigned char* output,
@@ -94,6 +100,12 @@ const EC_KEY_METHOD* RemoteMethod() {
 }
 
 }  // namespace
+
+CryptoError SigningError(const std::string& what) {
+    const CryptoError general = OpenSslError(what);
+    const std::optional<CryptoError> failure = std::exchange(tFailure, std::nullopt);
+    return failure ? CryptoError(failure->Code(), what + ": " + failure->what()) : general;
+}
 
 PkeyPtr MakeRemoteKey(const ByteVector& publicKey, std::shared_ptr<RemoteSigner> signer) {
     const ByteVector point = P256Point(publicKey);

@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
+#include "crypto_error.h"
 #include "openssl_ptr.h"
 
 namespace orv::sec::crypto {
@@ -24,8 +26,13 @@ public:
 };
 
 /// A key that OpenSSL can sign with like with any other, for requests, signatures and CMS; its
-/// private operations are `signer`'s. A signature that fails there fails in OpenSSL, and the reason
-/// is in the log. `publicKey` is a P-256 key as SubjectPublicKeyInfo in DER.
+/// private operations are `signer`'s. A signature that fails there fails in OpenSSL; the reason is
+/// in the log, and `SigningError` has it. `publicKey` is a P-256 key as SubjectPublicKeyInfo in
+/// DER.
 PkeyPtr MakeRemoteKey(const common::ByteVector& publicKey, std::shared_ptr<RemoteSigner> signer);
+
+/// Why a signature that OpenSSL was to make just now, on this thread, has failed: with the signer's
+/// own code where it was that, else as `OpenSslError`.
+CryptoError SigningError(const std::string& what);
 
 }  // namespace orv::sec::crypto

@@ -8,10 +8,12 @@
 
 #include "certificate_parser.h"
 #include "crypto_error.h"
+#include "crypto_log.h"
 #include "ec_key.h"
 #include "key_custody.h"
 #include "key_storage_file.h"
 #include "library_contents.h"
+#include "protected_file.h"
 #include "secret_memory.h"
 #include "store_database.h"
 #include "store_directory.h"
@@ -115,6 +117,31 @@ std::string NewKeyLabel() {
     return label;
 }
 
+// A new store beside the configuration of a lost one gets a label of its own, so that what that one
+// had in the token, and may be wanted yet, is not the new one's to destroy.
+void PartFromLostStore(const std::string& directory) {
+    auto storage = LoadKeyStorage(directory);
+    auto* token = storage ? std::get_if<TokenKeyStorage>(&*storage) : nullptr;
+    if (token == nullptr || StoreDatabase::HasFile(directory)) {
+        return;
+    }
+    LogWarn(directory + ": the store is lost; its keys stay in the token, with the label '" +
+            token->label + "'");
+    token->label = NewKeyLabel();
+    SaveKeyStorage(directory, *storage);
+}
+
+// An interrupted choice of a TPM, or a lost configuration.
+void CheckNoSealedKeyAlone(const std::string& directory) {
+    const std::string keyPath = directory + "/wrapping.key";
+    if (FileExists(keyPath + ".tpm") && !FileExists(keyPath) && !LoadKeyStorage(directory)) {
+        throw CryptoError(CryptoResultCode::kInvalidArgument,
+                          keyPath +
+                              ".tpm: is there without a store.json; choose the TPM that has "
+                              "sealed it, or remove it");
+    }
+}
+
 // The keys are made, or reached, before the choice is written down, so that one that does not work
 // leaves nothing behind that stands in the way of the next.
 void ChooseKeyStorage(const std::string& directory, KeyStorage storage) {
@@ -157,6 +184,8 @@ AdministrationResult StoreAdministration::CreateOrOpen(
         KeepOutOfCoreDumps();
         CreateDirectories(directory);
         const auto lock = StoreLock::Acquire(directory);
+        CheckNoSealedKeyAlone(directory);
+        PartFromLostStore(directory);
         auto database =
             std::make_unique<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreate);
         database->MakeCustody();
@@ -201,7 +230,12 @@ AdministrationResult StoreAdministration::OpenForReading(
 
 AdministrationResult StoreAdministration::ShareWithLibrary() {
     return Run([&] {
+        if (!mDatabase->IsCopy()) {
+            throw CryptoError(CryptoResultCode::kInvalidState,
+                              "the store was not opened for reading only");
+        }
         RequireKoruStore(*mDatabase);
+        mDatabase->LoadCustody();
         ProvideLibraryContents(mDatabase);
     });
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -30,16 +29,6 @@ constexpr std::chrono::milliseconds kBusyTimeout{5000};
 // "ORVS"
 constexpr std::int64_t kApplicationId = 0x4F525653;
 constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
-// In a copy: a key pair made there would be lost, and one deleted there would still be in the
-// store.
-constexpr const char* kProtectKeyPairs = R"(
-    CREATE TRIGGER keep_from_insert BEFORE INSERT ON key_pair
-        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
-    CREATE TRIGGER keep_from_update BEFORE UPDATE ON key_pair
-        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
-    CREATE TRIGGER keep_from_delete BEFORE DELETE ON key_pair
-        BEGIN SELECT RAISE(ABORT, 'the store is open for reading only'); END;
-)";
 constexpr const char* kSelectCertificate =
     "SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2";
 
@@ -74,10 +63,6 @@ CryptoError StorageError(const std::string& message) {
     return CryptoError(CryptoResultCode::kStorageError, message);
 }
 
-std::string ErrnoText() {
-    return std::generic_category().message(errno);
-}
-
 std::string DatabasePath(const std::string& directory) {
     return directory + "/store.db";
 }
@@ -101,7 +86,7 @@ void CreateDatabaseFile(const std::string& path) {
         return;
     }
     if (errno != EEXIST) {
-        throw StorageError(path + ": cannot create: " + ErrnoText());
+        throw SystemError(path, "cannot create");
     }
 }
 
@@ -127,14 +112,14 @@ void CheckDatabaseFile(const std::string& directory) {
         if (errno == ENOENT) {
             throw CryptoError(CryptoResultCode::kNotFound, path + ": there is no store");
         }
-        throw StorageError(path + ": cannot open: " + ErrnoText());
+        throw SystemError(path, "cannot open");
     }
     if (!S_ISREG(status.st_mode)) {
         throw Refused(path, "not a regular file");
     }
     CheckOwnership(path, status);
     if (::stat(directory.c_str(), &status) != 0) {
-        throw StorageError(directory + ": cannot open: " + ErrnoText());
+        throw SystemError(directory, "cannot open");
     }
     CheckOwnership(directory, status);
 }
@@ -175,17 +160,6 @@ auto NamingTheKey(const EntryId& entry, Work work) {
     }
 }
 
-// A key that got no row is nobody's.
-template <typename Work>
-void ForgetOnFailure(KeyCustody& custody, const StoredKey& key, Work work) {
-    try {
-        work();
-    } catch (const CryptoError&) {
-        custody.Forget(key.blob);
-        throw;
-    }
-}
-
 }  // namespace
 
 void CheckId(const std::string& id) {
@@ -204,10 +178,11 @@ void CheckId(const std::string& id) {
 
 StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
     : mDirectory(directory),
+      mIsCopy(mode == OpenMode::kCopy),
       mCustody(
           MakeKeyCustody(directory, LoadKeyStorage(directory).value_or(host::FileKeyStorage{}))) {
     const std::string path = DatabasePath(mDirectory);
-    const bool mayBeLost = mode == OpenMode::kCreateUnlessLost || mode == OpenMode::kCopy;
+    const bool mayBeLost = mode == OpenMode::kCreateUnlessLost || mIsCopy;
     const std::string trace = mayBeLost ? mCustody->TraceOfStore() : std::string();
     if (!trace.empty() && !FileExists(path)) {
         throw LostStore(mDirectory, trace);
@@ -216,12 +191,18 @@ StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
         CreateDatabaseFile(path);
     }
     CheckDatabaseFile(mDirectory);
-    if (mode == OpenMode::kCopy) {
+    if (mIsCopy) {
         ConnectToCopy(trace);
     } else {
         ConnectToFile(trace);
     }
     OpenCustody(mode);
+}
+
+bool StoreDatabase::HasFile(const std::string& directory) {
+    struct stat status {};
+    const bool isKnown = ::lstat(DatabasePath(directory).c_str(), &status) == 0;
+    return isKnown ? status.st_size > 0 : errno != ENOENT;
 }
 
 void StoreDatabase::ConnectToFile(const std::string& trace) {
@@ -237,7 +218,6 @@ void StoreDatabase::ConnectToCopy(const std::string& trace) {
     mConnection = SqliteConnection::CopyToMemory(DatabasePath(mDirectory), kBusyTimeout);
     Configure();
     UpgradeSchema(trace);
-    mConnection->Execute(kProtectKeyPairs);
 }
 
 void StoreDatabase::Configure() {
@@ -345,6 +325,12 @@ void StoreDatabase::MakeCustody() {
     mCustody->Make();
 }
 
+void StoreDatabase::LoadCustody() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const bool holdsKeys = !PrivateKeyBlobs().empty();
+    mCustody->Load(holdsKeys);
+}
+
 void StoreDatabase::CreateStore(const std::string& name, StoreKind kind) {
     CheckId(name);
     const std::lock_guard<std::mutex> lock(mMutex);
@@ -372,14 +358,47 @@ bool StoreDatabase::HasKeyPair(const EntryId& entry) const {
     return HasRow("SELECT 1 FROM key_pair WHERE store = ?1 AND id = ?2", entry);
 }
 
+// A key pair made in a copy would be lost, and one deleted there would still be in the store.
+void StoreDatabase::CheckKeyPairsMayChange() const {
+    Connection();
+    if (mIsCopy) {
+        throw StorageError(DatabasePath(mDirectory) + ": the store is open for reading only");
+    }
+}
+
+// A write of which only the last sync failed has taken effect, so its failure alone does not tell.
+bool StoreDatabase::CertainlyLacks(const EntryId& entry, const ByteVector& blob) const {
+    try {
+        const auto stored = FindStoredKey(entry);
+        return !stored || stored->blob != blob;
+    } catch (const CryptoError&) {
+        return false;
+    }
+}
+
+// A key that got no row is nobody's. Where that can't be told, it stays for the next start to find
+// out.
+template <typename Work>
+void StoreDatabase::ForgetOnFailure(const EntryId& entry, const StoredKey& made, Work work) {
+    try {
+        work();
+    } catch (const CryptoError&) {
+        if (CertainlyLacks(entry, made.blob)) {
+            mCustody->Forget(made.blob);
+        }
+        throw;
+    }
+}
+
 void StoreDatabase::GenerateKeyPair(const EntryId& entry) {
     const std::lock_guard<std::mutex> lock(mMutex);
+    CheckKeyPairsMayChange();
     if (FindStoredKey(entry)) {
         throw CryptoError(CryptoResultCode::kAlreadyExists,
                           "there is a key pair " + Describe(entry));
     }
     const StoredKey made = mCustody->Generate(RowName(entry));
-    ForgetOnFailure(*mCustody, made, [&] {
+    ForgetOnFailure(entry, made, [&] {
         SqliteStatement(Connection(),
                         "INSERT INTO key_pair (store, id, public_key, wrapped_private_key) "
                         "VALUES (?1, ?2, ?3, ?4)")
@@ -393,9 +412,10 @@ void StoreDatabase::GenerateKeyPair(const EntryId& entry) {
 
 void StoreDatabase::ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const ByteVector& chain) {
     const std::lock_guard<std::mutex> lock(mMutex);
+    CheckKeyPairsMayChange();
     const auto replaced = FindStoredKey(entry);
     const StoredKey adopted = mCustody->Adopt(RowName(entry), key);
-    ForgetOnFailure(*mCustody, adopted, [&] {
+    ForgetOnFailure(entry, adopted, [&] {
         SqliteStatement(Connection(),
                         "INSERT INTO key_pair (store, id, public_key, wrapped_private_key, "
                         "certificates) VALUES (?1, ?2, ?3, ?4, ?5) "
@@ -416,6 +436,7 @@ void StoreDatabase::ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const By
 
 void StoreDatabase::MoveKeyPair(const EntryId& source, const EntryId& destination) {
     const std::lock_guard<std::mutex> lock(mMutex);
+    CheckKeyPairsMayChange();
     SqliteTransaction transaction(Connection());
     const StoredKey stored = RequireStoredKey(source);
     const ByteVector blob = NamingTheKey(
@@ -444,11 +465,11 @@ void StoreDatabase::DeleteRow(const char* sql, const EntryId& entry) {
 
 void StoreDatabase::DeleteKeyPair(const EntryId& entry) {
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto stored = FindStoredKey(entry);
+    CheckKeyPairsMayChange();
+    const StoredKey stored = RequireStoredKey(entry);
+    NamingTheKey(entry, [&] { mCustody->CheckDroppable(); });
     DeleteRow("DELETE FROM key_pair WHERE store = ?1 AND id = ?2", entry);
-    if (stored) {
-        mCustody->Forget(stored->blob);
-    }
+    mCustody->Forget(stored.blob);
 }
 
 void StoreDatabase::DeleteCertificate(const EntryId& entry) {
@@ -523,6 +544,7 @@ void StoreDatabase::StoreChain(const EntryId& entry, const ByteVector& chain) {
     const auto certificates = ParseCertificates(chain);
     const EVP_PKEY* certified = X509_get0_pubkey(certificates.front().get());
     const std::lock_guard<std::mutex> lock(mMutex);
+    CheckKeyPairsMayChange();
     SqliteTransaction transaction(Connection());
     const PkeyPtr key = OpenPrivateKey(entry);
     if (certified == nullptr || !SameKey(*certified, *key)) {

@@ -64,21 +64,27 @@ public:
         kCreateUnlessLost,
         /// What an existing store holds at this moment, in memory. The files stay as they are, and
         /// need not be writable. What becomes of the copy is lost with it, so it takes certificates
-        /// and stores, but no change of a key pair: `kStorageError`.
+        /// and stores, but no change of a key pair: `kStorageError`, before any key is touched.
         kCopy,
     };
 
     StoreDatabase(const std::string& directory, OpenMode mode);
 
+    /// False if there is no file, or an empty one, and so no store was ever made in it.
+    static bool HasFile(const std::string& directory);
+
     void Close();
 
     /// Throws `kInvalidState` when the store is closed.
     void CheckOpen() const;
+    bool IsCopy() const { return mIsCopy; }
 
     /// False where what key pairs need was never made.
     bool HasCustody() const;
     /// Makes it unless it is there. For the holder of the store's lock.
     void MakeCustody();
+    /// Reaches for it, as opening the store for writing does.
+    void LoadCustody();
 
     void CreateStore(const std::string& name, StoreKind kind);
     bool HasStore(const std::string& name, StoreKind kind) const;
@@ -89,6 +95,7 @@ public:
     /// Puts a key pair with its chain in the place of what is there.
     void ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
     void MoveKeyPair(const EntryId& source, const EntryId& destination);
+    /// The row stays where its private key can't be reached to be dropped: it may be of use again.
     void DeleteKeyPair(const EntryId& entry);
     PkeyPtr LoadPrivateKey(const EntryId& entry) const;
 
@@ -119,6 +126,10 @@ private:
     void UpgradeSchema(const std::string& trace);
     void OpenCustody(OpenMode mode);
     std::vector<common::ByteVector> PrivateKeyBlobs() const;
+    void CheckKeyPairsMayChange() const;
+    template <typename Work>
+    void ForgetOnFailure(const EntryId& entry, const StoredKey& made, Work work);
+    bool CertainlyLacks(const EntryId& entry, const common::ByteVector& blob) const;
     std::optional<StoredKey> FindStoredKey(const EntryId& entry) const;
     StoredKey RequireStoredKey(const EntryId& entry) const;
     PkeyPtr OpenPrivateKey(const EntryId& entry) const;
@@ -129,6 +140,7 @@ private:
     void DeleteRow(const char* sql, const EntryId& entry);
 
     const std::string mDirectory;
+    const bool mIsCopy;
     mutable std::mutex mMutex;
     std::unique_ptr<SqliteConnection> mConnection;
     std::unique_ptr<KeyCustody> mCustody;

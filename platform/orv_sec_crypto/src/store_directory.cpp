@@ -4,7 +4,6 @@
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 #include <fcntl.h>
@@ -22,11 +21,6 @@ namespace {
 constexpr mode_t kDirectoryMode = S_IRWXU;
 constexpr int kLockAttempts = 50;
 constexpr std::chrono::milliseconds kLockPause{20};
-
-CryptoError SystemError(const std::string& path, const std::string& what) {
-    return CryptoError(CryptoResultCode::kStorageError,
-                       path + ": " + what + ": " + std::generic_category().message(errno));
-}
 
 int OpenDirectory(const std::string& directory) {
     return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -1,6 +1,7 @@
 #include "token_custody.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include <openssl/bn.h>
@@ -22,7 +23,6 @@ using KeyId = Pkcs11Token::KeyId;
 namespace {
 
 constexpr std::uint8_t kBlobVersion = 2;
-constexpr int kScalarBytes = 32;
 
 /// One key of a token.
 class TokenSigner final : public RemoteSigner {
@@ -76,8 +76,9 @@ ByteVector PrivateScalar(const EVP_PKEY& key) {
         throw OpenSslError("cannot read a private key");
     }
     const OpenSslPtr<BIGNUM, BN_clear_free> owner(number);
-    ByteVector scalar(kScalarBytes);
-    if (BN_bn2binpad(number, scalar.data(), kScalarBytes) != kScalarBytes) {
+    ByteVector scalar(kP256NumberBytes);
+    const int size = static_cast<int>(scalar.size());
+    if (BN_bn2binpad(number, scalar.data(), size) != size) {
         throw OpenSslError("cannot read a private key");
     }
     return scalar;
@@ -135,11 +136,15 @@ ByteVector TokenCustody::Rebind(const StoredKey& stored, const std::string& row,
     return stored.blob;
 }
 
+void TokenCustody::CheckDroppable() {
+    mToken->CheckUsable();
+}
+
 void TokenCustody::Forget(const ByteVector& blob) {
     try {
         mToken->Destroy(ToId(blob));
     } catch (const CryptoError& error) {
-        LogWarn(std::string("a key stays behind until the next start: ") + error.what());
+        LogWarn(std::string("a key pair without a row stays in the token: ") + error.what());
     }
 }
 
@@ -148,10 +153,20 @@ void TokenCustody::Sweep(const std::vector<ByteVector>& blobs) {
     if (blobs.empty()) {
         return;
     }
+    std::set<ByteVector> keys;
     for (const KeyId& id : mToken->List()) {
-        if (std::find(blobs.begin(), blobs.end(), ToBlob(id)) == blobs.end()) {
+        keys.insert(ToBlob(id));
+    }
+    const std::set<ByteVector> wanted(blobs.begin(), blobs.end());
+    // Rows always have keys, so this is not the database that the token's keys were made for.
+    if (!std::includes(keys.begin(), keys.end(), wanted.begin(), wanted.end())) {
+        LogWarn("the token lacks keys of this store, an old or copied one? None is destroyed");
+        return;
+    }
+    for (const ByteVector& key : keys) {
+        if (wanted.count(key) == 0) {
             LogInfo("destroying a key pair that an interrupted operation has left in the token");
-            Forget(ToBlob(id));
+            Forget(key);
         }
     }
 }

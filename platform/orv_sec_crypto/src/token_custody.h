@@ -27,6 +27,7 @@ public:
     PkeyPtr Open(const std::string& row, const StoredKey& stored) override;
     common::ByteVector Rebind(const StoredKey& stored, const std::string& row,
                               const std::string& newRow) override;
+    void CheckDroppable() override;
     void Forget(const common::ByteVector& blob) override;
     void Sweep(const std::vector<common::ByteVector>& blobs) override;
 

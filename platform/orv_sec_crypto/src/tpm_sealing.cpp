@@ -1,6 +1,8 @@
 #include "tpm_sealing.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <openssl/crypto.h>
@@ -22,6 +24,22 @@ constexpr std::uint8_t kSealedVersion = 1;
 // What a format-1 response code has beside the error: the number of the parameter or handle.
 constexpr TSS2_RC kErrorBits = TPM2_RC_FMT1 | 0x3f;
 
+// At the higher levels the stack prints what it sends and receives, and with it the wrapping key.
+// This runs while the process is loaded: later on, other threads may be reading the environment.
+[[gnu::constructor]] void LowerLogLevelOfStack() {
+    constexpr const char* kVariable = "TSS2_LOG";
+    const char* levels = std::getenv(kVariable);
+    if (levels == nullptr) {
+        return;
+    }
+    for (const char* level : {"info", "debug", "trace"}) {
+        if (::strcasestr(levels, level) != nullptr) {
+            ::setenv(kVariable, "all+warning", 1);
+            return;
+        }
+    }
+}
+
 struct EsysDeleter {
     void operator()(void* memory) const { Esys_Free(memory); }
 };
@@ -42,14 +60,8 @@ void Require(TSS2_RC code, const std::string& what) {
 /// value that only the storage key's TPM can decrypt, and its keys hang on that.
 class TpmSession {
 public:
-    explicit TpmSession(const std::string& tcti) {
-        try {
-            Open(tcti);
-        } catch (const CryptoError&) {
-            Close();
-            throw;
-        }
-    }
+    // The object is there once it is empty, so that whatever fails in here, it is closed.
+    explicit TpmSession(const std::string& tcti) : TpmSession() { Open(tcti); }
     ~TpmSession() { Close(); }
     TpmSession(const TpmSession&) = delete;
     TpmSession& operator=(const TpmSession&) = delete;
@@ -102,6 +114,8 @@ public:
     }
 
 private:
+    TpmSession() = default;
+
     void Open(const std::string& tcti) {
         Require(Tss2_TctiLdr_Initialize(tcti.c_str(), &mTcti),
                 "TPM '" + tcti + "' cannot be reached");

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "faulty_vfs.h"
 #include "key_hardware.h"
 #include "key_storage_file.h"
 #include "orv_sec_crypto/signing_key_access.h"
@@ -293,12 +294,68 @@ TEST_F(TokenStorageTest, HoldsTheKeysThatTheStoreHasAndNoOthers) {
         ASSERT_TRUE(mAdministration->ImportKeyPair("K", PrivateKeyPem(unit.key), unit.Pem()));
         EXPECT_EQ(mWatched->List().size(), 1U);
     }
-    // An empty store may stand where a lost one was: its keys stay.
+    // A new store may stand where a lost one was: its keys stay.
+    const auto kept = mWatched->List();
     cleanupCryptoLib();
     std::filesystem::remove(Path("store.db"));
     EXPECT_TRUE(StoreAdministration::CreateOrOpen(mDirectory, mAdministration));
+    Open();
+    GeneratedKey("TIV");
     Reopen();
-    EXPECT_EQ(mWatched->List().size(), 1U);
+    EXPECT_TRUE(Signs(Key("TIV")));
+    EXPECT_EQ(mWatched->List(), kept);
+}
+
+TEST_F(TokenStorageTest, AnOlderStoreTakesNoKeyFromTheNewerOne) {
+    cleanupCryptoLib();
+    const ByteVector older = ToBytes(ReadFile("store.db"));
+    Open();
+    ASSERT_EQ(mStore->deleteKeyPair(Key("TIV")), CryptoResultCode::kSuccess);
+    GeneratedKey("TIV");
+    cleanupCryptoLib();
+    const ByteVector newer = ToBytes(ReadFile("store.db"));
+    WriteFile("store.db", older);
+    Open();
+    EXPECT_EQ(CodeOfUse(), CryptoResultCode::kIntegrityError);
+    cleanupCryptoLib();
+    WriteFile("store.db", newer);
+    Open();
+    EXPECT_TRUE(Signs(Key("TIV")));
+}
+
+TEST_F(TokenStorageTest, AFailingDiskTakesNoKeyFromARow) {
+    store_faults::Install();
+    ASSERT_TRUE(StoreAdministration::Open(mDirectory, mAdministration));
+    const Identity unit = SelfSigned({});
+    const auto import = [&] {
+        return mAdministration->ImportKeyPair("K", PrivateKeyPem(unit.key), unit.Pem()).status ==
+               AdministrationStatus::kOk;
+    };
+    ASSERT_TRUE(import());
+    const std::function<bool()> operations[] = {import, [&] {
+                                                    return mStore->generateKeyPair(
+                                                               Key("X"), store::KeyType::kEcP256) ==
+                                                           CryptoResultCode::kSuccess;
+                                                }};
+    for (const auto& operation : operations) {
+        int call = 0;
+        for (bool isDone = false; !isDone;) {
+            SCOPED_TRACE(++call);
+            ASSERT_LT(call, 100);
+            Reopen();
+            mStore->deleteKeyPair(Key("X"));
+            store_faults::Arm({store_faults::Fault::kError, call, 0});
+            isDone = operation();
+            store_faults::Disarm();
+            Reopen();
+            const auto base = mManager->lookupForKORUStore().GetObject()->makeKeyId("K");
+            EXPECT_TRUE(Signs(base.GetObject()));
+            const bool hasRow = mStore->checkKeyId(Key("X")) == 0;
+            EXPECT_TRUE(!hasRow || Signs(Key("X")));
+            EXPECT_EQ(mWatched->List().size(), hasRow ? 3U : 2U);
+        }
+        EXPECT_GT(call, 3);
+    }
 }
 
 TEST_F(TokenStorageTest, AKeyThatIsNotWhatItShouldBeIsAnIntegrityError) {
@@ -367,6 +424,7 @@ TEST_F(TokenStorageTest, ATokenThatGoesAwayEndsInAnErrorAndIsTakenUpAgain) {
     EXPECT_NE(CodeOfUse(), CryptoResultCode::kSuccess);
     EXPECT_NE(mStore->generateKeyPair(Key("X"), store::KeyType::kEcP256),
               CryptoResultCode::kSuccess);
+    EXPECT_EQ(mStore->deleteKeyPair(Key("TIV")), CryptoResultCode::kStorageError);
     EXPECT_THAT(Errors(), ::testing::Each(HasSubstr("token 'unit")));
     std::filesystem::rename(away, tokens);
     // SoftHSM finds it again only so. All sessions of the process are gone afterwards.

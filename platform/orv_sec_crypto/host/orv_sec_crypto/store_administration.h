@@ -70,7 +70,8 @@ public:
     /// (mode 0700), "store.db" (mode 0600), "wrapping.key" (32 random bytes, mode 0400) or what
     /// "store.json" asks for in its place, and in the database the key-management store. An
     /// existing wrapping key is never replaced, and none is created beside a store that already
-    /// holds keys. `administration` is set only on success.
+    /// holds keys, or beside a sealed one. Where "store.json" names a token and its store is lost,
+    /// the new one leaves the keys of that one alone. `administration` is set only on success.
     static AdministrationResult CreateOrOpen(const std::string& directory,
                                              std::unique_ptr<StoreAdministration>& administration);
 
@@ -99,8 +100,9 @@ public:
     /// what this object has read, so that the classes of the system judge it beside the service and
     /// without touching the store. The library then takes certificates, and keeps them for itself,
     /// but gives `kStorageError` for what would change a key pair. kNotFound if the key-management
-    /// store was never made, kStoreFailure while the library is open. `cleanupCryptoLib` ends the
-    /// use of this object, too.
+    /// store was never made; kStoreFailure while the library is open, for an object from elsewhere,
+    /// and where TPM or token can't be reached, as the service would not open the store then.
+    /// `cleanupCryptoLib` ends the use of this object, too.
     AdministrationResult ShareWithLibrary();
 
     ~StoreAdministration();
