@@ -54,10 +54,11 @@ class Log:
 
 
 class Day:
-    def __init__(self, binaries, directory, limit):
+    def __init__(self, binaries, directory, limit, vin=VIN):
         self.binaries = binaries
         self.directory = directory
         self.limit = limit
+        self.vin = vin
         self.unit = directory / "unit"
         self.logs = directory / "logs"
         self.pki = directory / "pki"
@@ -161,12 +162,12 @@ class Day:
         (self.unit / "etc" / "vintrel-client-phm.ini").write_text(PHM_INI)
         base = self.directory / "base.pem"
         self.run(self.binaries / "vintrel-pki", "create", self.pki)
-        self.run(self.binaries / "vintrel-pki", "unit", self.pki, "--vin", VIN, "--out", base)
+        self.run(self.binaries / "vintrel-pki", "unit", self.pki, "--vin", self.vin, "--out", base)
         self.run(*self.in_unit("vintrel-provision", "init"))
         self.run(*self.in_unit("vintrel-provision", "base", "--key", base, "--chain", base))
         self.run(*self.in_unit("vintrel-provision", "root", self.pki / "product-root.pem"))
         base.unlink()
-        self.say(f"unit provisioned: VIN {VIN}, no client certificate yet")
+        self.say(f"unit provisioned: VIN {self.vin}, no client certificate yet")
 
     def start_simulators(self, *backend_options):
         port_file = self.directory / "backend.port"
@@ -177,7 +178,7 @@ class Day:
         port = int(self.wait_for("the backend's port",
                                  lambda: port_file.exists() and port_file.read_text().strip()))
         self.launch("vehicle", self.in_unit(
-            "vintrel-vehicle", "--stdin", "--vin", VIN,
+            "vintrel-vehicle", "--stdin", "--vin", self.vin,
             "--backend-url", f"http://127.0.0.1:{port}/enrol"),
             "vehicle.log", stdin=subprocess.PIPE)
         self.wait_for("the vehicle to be ready",

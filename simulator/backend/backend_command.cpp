@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <exception>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -9,10 +10,12 @@
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
+#include "simulator/backend/command_interpreter.h"
 #include "simulator/backend/enrolment_service.h"
 #include "simulator/backend/journal.h"
 #include "simulator/backend/scenario.h"
 #include "simulator/backend/server.h"
+#include "simulator/control/control_server.h"
 #include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_directory.h"
 
@@ -29,6 +32,7 @@ struct Arguments {
     std::string portFile;
     std::string journal;
     std::string scenarios;
+    std::string control;
     int validityDays = 730;
 };
 
@@ -45,6 +49,8 @@ void AddOptions(CLI::App& app, Arguments& arguments) {
                    "what to do with the requests, one after the other, separated by commas; the "
                    "last one repeats: " +
                        ScenarioHelp());
+    app.add_option("--control", arguments.control,
+                   "socket for commands, one per line; the command \"help\" lists them");
     app.add_option("--validity-days", arguments.validityDays, "validity of issued certificates")
         ->check(CLI::Range(1, kMaxValidityDays))
         ->capture_default_str();
@@ -65,6 +71,13 @@ void Serve(const Arguments& arguments, std::ostream& output) {
     Server server(settings, service, journal,
                   ScenarioSequence(ParseScenarios(arguments.scenarios)));
     server.StopOnSignals();
+    CommandInterpreter interpreter(server, arguments.scenarios);
+    std::optional<ControlServer> control;
+    if (!arguments.control.empty()) {
+        control.emplace(arguments.control, [&interpreter](const std::string& line) {
+            return interpreter.Execute(line);
+        });
+    }
     const std::string port = std::to_string(server.Port());
     if (!arguments.portFile.empty()) {
         pki::WriteFile(arguments.portFile, port + "\n", pki::kPublicMode);

@@ -119,18 +119,18 @@ private:
         switch (mScenario.kind) {
             case ScenarioKind::kCloseEarly:
                 mEntry.outcome = "closed";
-                mContext.journal.Write(mEntry);
+                NoteInJournal();
                 Finish();
                 return;
             case ScenarioKind::kSilent:
                 mEntry.outcome = "silent";
-                mContext.journal.Write(mEntry);
+                NoteInJournal();
                 mStream.expires_never();
                 Drain(SIZE_MAX);
                 return;
             case ScenarioKind::kBrokenStatus:
                 mEntry.outcome = "broken-status";
-                mContext.journal.Write(mEntry);
+                NoteInJournal();
                 Send(kBrokenStatusLine, &Connection::Finish);
                 return;
             case ScenarioKind::kNoInterim:
@@ -147,6 +147,12 @@ private:
         mEntry.target = std::string(header.target());
         mEntry.mediaType = std::string(header[http::field::content_type]);
         mEntry.accept = std::string(header[http::field::accept]);
+    }
+
+    void NoteInJournal() {
+        mEntry.duration = std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - mStart);
+        mContext.journal.Write(mEntry);
     }
 
     void JudgeHeader() {
@@ -187,7 +193,7 @@ private:
     void OnBody(const Error& error) {
         if (mScenario.kind == ScenarioKind::kCloseAfterInterim) {
             mEntry.outcome = "closed";
-            mContext.journal.Write(mEntry);
+            NoteInJournal();
             Finish();
             return;
         }
@@ -208,7 +214,7 @@ private:
                    error.category() != Error(http::error::bad_method).category()) {
             mEntry.outcome = "aborted";
             mEntry.reason = error.message();
-            mContext.journal.Write(mEntry);
+            NoteInJournal();
             Finish();
         } else {
             Refuse(http::status::bad_request, "the request does not parse: " + error.message());
@@ -222,7 +228,7 @@ private:
     /// The entry is in the journal before the peer can have the answer.
     void Respond(const Answer& answer) {
         mEntry.status = answer.status;
-        mContext.journal.Write(mEntry);
+        NoteInJournal();
         Send(Serialize(answer, mContext.service.Now()), &Connection::Finish);
     }
 
@@ -297,6 +303,7 @@ private:
     http::request_parser<http::string_body> mParser;
     Scenario mScenario;
     JournalEntry mEntry;
+    const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
     std::string mOutput;
     std::size_t mSent = 0;
     void (Connection::*mNext)() = nullptr;

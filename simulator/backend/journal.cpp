@@ -14,6 +14,7 @@ namespace simulator::backend {
 namespace {
 
 constexpr mode_t kMode = 0644;
+constexpr double kMicrosecondsPerMillisecond = 1000.0;
 
 [[noreturn]] void Fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -27,6 +28,7 @@ std::string ToJsonLine(const JournalEntry& entry) {
         entry.activationReason ? Json(*entry.activationReason) : Json(nullptr);
     const Json json{
         {"time", pki::ToText(entry.time)},
+        {"duration_ms", static_cast<double>(entry.duration.count()) / kMicrosecondsPerMillisecond},
         {"remote", entry.remote},
         {"method", entry.method},
         {"target", entry.target},

@@ -10,6 +10,8 @@ namespace simulator::backend {
 /// What the backend saw of one request and what it did. Text is as the peer sent it.
 struct JournalEntry {
     std::chrono::system_clock::time_point time;
+    /// From the connection to this entry.
+    std::chrono::microseconds duration{0};
     std::string remote;
     std::string method;
     std::string target;

@@ -73,13 +73,20 @@ Scenario ParseScenario(const std::string& text) {
 
 }  // namespace
 
+std::vector<std::string> KnownScenarios() {
+    std::vector<std::string> names;
+    for (const KnownScenario& known : kKnown) {
+        const std::string parameter =
+            known.parameter == nullptr ? std::string() : std::string(":") + known.parameter;
+        names.push_back(known.name + parameter);
+    }
+    return names;
+}
+
 std::string ScenarioHelp() {
     std::string help;
-    for (const KnownScenario& known : kKnown) {
-        help += (help.empty() ? "" : ", ") + std::string(known.name);
-        if (known.parameter != nullptr) {
-            help += std::string(":") + known.parameter;
-        }
+    for (const std::string& name : KnownScenarios()) {
+        help += (help.empty() ? "" : ", ") + name;
     }
     return help;
 }

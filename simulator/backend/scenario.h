@@ -46,7 +46,10 @@ struct Scenario {
     std::string name = "ok";
 };
 
-/// The names that `ParseScenarios` knows, for a person to read.
+/// The scenarios that `ParseScenarios` knows, with the name of the parameter ("refuse:STATUS").
+std::vector<std::string> KnownScenarios();
+
+/// The same for a person to read.
 std::string ScenarioHelp();
 
 /// A list of scenarios, separated by commas; empty for an empty text. `std::invalid_argument` when

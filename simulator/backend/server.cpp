@@ -54,6 +54,12 @@ public:
 
     std::uint16_t Port() const { return mAcceptor.local_endpoint().port(); }
 
+    void SetScenarios(ScenarioSequence scenarios) {
+        asio::post(mLoop, [this, scenarios = std::move(scenarios)]() mutable {
+            mConnections.scenarios = std::move(scenarios);
+        });
+    }
+
     void StopOnSignals() {
         mSignals.add(SIGTERM);
         mSignals.add(SIGINT);
@@ -122,6 +128,10 @@ Server::~Server() = default;
 
 std::uint16_t Server::Port() const {
     return mImpl->Port();
+}
+
+void Server::SetScenarios(ScenarioSequence scenarios) {
+    mImpl->SetScenarios(std::move(scenarios));
 }
 
 void Server::StopOnSignals() {

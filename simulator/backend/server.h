@@ -31,6 +31,9 @@ public:
 
     std::uint16_t Port() const;
 
+    /// The scenarios for the requests from now on. Any thread may call it.
+    void SetScenarios(ScenarioSequence scenarios);
+
     /// Lets SIGTERM and SIGINT stop it.
     void StopOnSignals();
 

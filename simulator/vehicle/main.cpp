@@ -1,14 +1,16 @@
 #include <exception>
 #include <iostream>
+#include <optional>
 
 #include <unistd.h>
 
+#include "simulator/control/control_server.h"
 #include "simulator/vehicle/command_interpreter.h"
-#include "simulator/vehicle/control_server.h"
 #include "simulator/vehicle/main_loop.h"
 #include "simulator/vehicle/options.h"
 #include "simulator/vehicle/text_file.h"
 #include "simulator/vehicle/vehicle.h"
+#include "simulator/vehicle/vehicle_page.h"
 
 namespace {
 
@@ -21,7 +23,12 @@ void Serve(const Options& options) {
     const auto execute = [&interpreter](const std::string& line) {
         return interpreter.Execute(line);
     };
-    const ControlServer control(options.controlPath, execute);
+    const simulator::ControlServer control(options.controlPath, execute);
+    std::optional<VehiclePage> page;
+    if (options.servesPage) {
+        page.emplace(options, execute);
+        std::cout << "page " << page->Address() << std::endl;
+    }
     if (options.readyFile.empty()) {
         std::cout << "ready" << std::endl;
     } else {

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "simulator/vehicle/line_splitter.h"
+#include "simulator/control/line_splitter.h"
 
 namespace simulator::vehicle {
 

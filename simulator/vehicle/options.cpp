@@ -108,6 +108,22 @@ std::optional<ProxySettings> ParseProxy(const std::string& text) {
     return proxy;
 }
 
+/// Adds the options for the page, which starts the service and so has to be inside the unit.
+void AddPageOptions(CLI::App& app, Options& options) {
+    auto* page = app.add_flag("--page", options.servesPage,
+                              "serve a page on 127.0.0.1 that drives the unit and shows what it "
+                              "does; its address is printed");
+    page->excludes("--root");
+    app.add_option("--page-port", options.pagePort, "TCP port of the page, 0 for any free one")
+        ->needs(page);
+    app.add_option("--page-backend", options.pageBackend,
+                   "control socket of the unit's backend simulator, for the page")
+        ->needs(page);
+    app.add_option("--page-journal", options.pageJournal,
+                   "journal of the unit's backend simulator, for the page")
+        ->needs(page);
+}
+
 /// Adds the options for the sockets between unit and backend.
 void AddSocketOptions(CLI::App& app, OperationSettings& sockets) {
     auto* anchors = app.add_option_function<std::string>(
@@ -184,6 +200,7 @@ std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& 
     app.add_option("--ready-file", options.readyFile,
                    "file to make once all is served, instead of the line \"ready\"");
     app.add_flag("--stdin", options.endWithInput, "end at the end of standard input");
+    AddPageOptions(app, options);
     app.add_option("--backend-url", options.backendUrl, "invocation URL of the backend")
         ->default_val("https://localhost:8443/certificates");
     AddSocketOptions(app, options.backendSockets);

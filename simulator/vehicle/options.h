@@ -28,6 +28,12 @@ struct Options {
     std::string readyFile;
     /// Ends at the end of standard input.
     bool endWithInput{false};
+    /// Whether the unit's page is served, on which TCP port (0: any free one), and where the
+    /// backend simulator of the unit is: its control socket and journal, empty without.
+    bool servesPage{false};
+    std::uint16_t pagePort{0};
+    std::string pageBackend;
+    std::string pageJournal;
 
     bool clamp15On{false};
     bool immobilizerUp{true};

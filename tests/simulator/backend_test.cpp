@@ -1,20 +1,14 @@
-#include <array>
-#include <csignal>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <openssl/x509_vfy.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "GenericError_V2.pb.h"
@@ -22,6 +16,8 @@
 #include "QUBA_CT_KoruCertificateResponse_v2.pb.h"
 #include "certificate_zoo/certificate_zoo.h"
 #include "simulator/backend/server.h"
+#include "simulator/child_program.h"
+#include "simulator/control/control_client.h"
 #include "simulator/pki/certificates.h"
 #include "testing/temporary_directory.h"
 
@@ -273,6 +269,8 @@ TEST_F(BackendTest, AGoodRequestGetsAChainThatLeadsToTheProductRoot) {
         EXPECT_FALSE(entry[varying].get<std::string>().empty()) << varying;
         entry.erase(varying);
     }
+    EXPECT_GT(entry["duration_ms"].get<double>(), 0.0);
+    entry.erase("duration_ms");
     EXPECT_EQ(entry, json({{"method", "PUT"},
                            {"target", "/enrol"},
                            {"media_type", kRequestMediaType},
@@ -456,79 +454,39 @@ TEST(ScenarioTest, UnknownScenariosAndParametersAreRefused) {
     EXPECT_EQ(ScenarioSequence(ParseScenarios("")).Next().kind, ScenarioKind::kOk);
 }
 
-/// The real program, ended with the test.
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        std::vector<char*> argv;
-        argv.reserve(arguments.size() + 1);
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        EXPECT_EQ(::posix_spawn(&mProcess, argv[0], &actions, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(ends[1]);
-        mOutput = ::fdopen(ends[0], "r");
-    }
-    ~Program() {
-        std::fclose(mOutput);
-        if (mProcess > 0) {
-            ::kill(mProcess, SIGKILL);
-            ::waitpid(mProcess, nullptr, 0);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    std::string ReadLine() {
-        std::array<char, 256> line{};
-        return std::fgets(line.data(), line.size(), mOutput) == nullptr ? "" : line.data();
-    }
-
-    int End(int signal) {
-        ::kill(mProcess, signal);
-        return Wait();
-    }
-
-    int Wait() {
-        int status = 0;
-        ::waitpid(mProcess, &status, 0);
-        mProcess = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t mProcess = -1;
-    FILE* mOutput = nullptr;
-};
-
 TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
     for (const int signal : {SIGTERM, SIGINT}) {
-        Program program({SIMULATOR_PROGRAM, "--pki", mDirectory.Path().string(), "--port-file",
-                         mDirectory.File("port"), "--journal", mDirectory.File("journal"),
-                         "--scenario", "refuse:404"});
+        ChildProgram program({"--pki", mDirectory.Path().string(), "--port-file",
+                              mDirectory.File("port"), "--journal", mDirectory.File("journal"),
+                              "--scenario", "refuse:404", "--control", mDirectory.File("control")});
         const std::string line = program.ReadLine();
         EXPECT_THAT(line, StartsWith("listening on 127.0.0.1:"));
         std::string port;
         std::ifstream(mDirectory.File("port")) >> port;
-        EXPECT_EQ(line, "listening on 127.0.0.1:" + port + "\n");
+        EXPECT_EQ(line, "listening on 127.0.0.1:" + port);
 
         const std::string body = GoodBody();
         Client client(static_cast<std::uint16_t>(std::stoi(port)));
         EXPECT_EQ(client.Send(Header(body)).Read(25), kInterim);
         EXPECT_EQ(Response(client.Send(body).ReadToEnd()).status, 404);
         EXPECT_EQ(Journal().back()["vin"], "VNTREL00000000001");
-        EXPECT_EQ(program.End(signal), 0);
+
+        const auto command = [this](const char* text) {
+            return AskControlServer(mDirectory.File("control"), text, std::chrono::seconds(20));
+        };
+        EXPECT_EQ(command("scenario refuse:503"), "ok");
+        EXPECT_EQ(command("scenario refuse:999"),
+                  "error: the scenario 'refuse' needs STATUS from 200 to 599");
+        EXPECT_THAT(command("status"), HasSubstr(R"("scenario":"refuse:503")"));
+        Client later(static_cast<std::uint16_t>(std::stoi(port)));
+        EXPECT_EQ(later.Send(Header(body)).Read(25), kInterim);
+        EXPECT_EQ(Response(later.Send(body).ReadToEnd()).status, 503);
+        program.Kill(signal);
+        EXPECT_EQ(program.Wait(), 0);
         EXPECT_NE(::access(mDirectory.File("port").c_str(), F_OK), 0);
     }
     std::ofstream(mDirectory.File("product-ca.key")) << "no key";
-    EXPECT_EQ(Program({SIMULATOR_PROGRAM, "--pki", mDirectory.Path().string()}).Wait(), 1);
+    EXPECT_EQ(ChildProgram({"--pki", mDirectory.Path().string()}).Wait(), 1);
 }
 
 }  // namespace

@@ -1,25 +1,17 @@
-#include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "client/clamp_control_cb_if.h"
@@ -29,24 +21,22 @@
 #include "client/immobilizer_if.h"
 #include "client/tls_alerts_cb_if.h"
 #include "client/tls_alerts_if.h"
+#include "logging/qel_logging.h"
+#include "simulator/child_program.h"
 #include "simulator/vehicle/command_interpreter.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 #include "zem_connector_host/connector_file.h"
 
-extern char** environ;
-
 namespace {
 
-using namespace std::chrono_literals;
+using simulator::ChildProgram;
 using simulator::vehicle::CommandInterpreter;
 using simulator::vehicle::Options;
 using simulator::vehicle::ParseCommandLine;
 using simulator::vehicle::Vehicle;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-constexpr auto kGuard = 30s;
 
 std::string ReadFile(const std::string& path) {
     std::ifstream file(path);
@@ -183,99 +173,6 @@ TEST_F(VehicleCommandTest, WrongCommandsChangeNothingAndSayWhy) {
     EXPECT_EQ(mQuits, 0);
 }
 
-/// The running program, with pipes to its standard input and output.
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), SIMULATOR_PROGRAM);
-        int input[2];
-        int output[2];
-        if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
-            throw std::runtime_error("no pipe");
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        std::vector<char*> argv;
-        argv.reserve(arguments.size() + 1);
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        const int error =
-            ::posix_spawn(&mPid, SIMULATOR_PROGRAM, &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(input[0]);
-        ::close(output[1]);
-        mInput = input[1];
-        mOutput = output[0];
-        if (error != 0) {
-            throw std::runtime_error("no program");
-        }
-    }
-
-    ~Program() {
-        CloseInput();
-        ::close(mOutput);
-        if (mPid > 0) {
-            ::kill(mPid, SIGKILL);
-            ::waitpid(mPid, nullptr, 0);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    void Write(const std::string& text) const {
-        EXPECT_EQ(::write(mInput, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-
-    void CloseInput() {
-        if (mInput >= 0) {
-            ::close(mInput);
-            mInput = -1;
-        }
-    }
-
-    std::string ReadLine() const { return ReadLineFrom(mOutput); }
-
-    static std::string ReadLineFrom(int fd) {
-        std::string line;
-        while (line.empty() || line.back() != '\n') {
-            pollfd ready{fd, POLLIN, 0};
-            char c = 0;
-            if (::poll(&ready, 1, static_cast<int>(std::chrono::milliseconds(kGuard).count())) !=
-                    1 ||
-                ::read(fd, &c, 1) != 1) {
-                return line + "<end>";
-            }
-            line.push_back(c);
-        }
-        line.pop_back();
-        return line;
-    }
-
-    void Kill(int signal) const { ::kill(mPid, signal); }
-
-    /// The exit status, or -1 if it did not exit by itself.
-    int Wait() {
-        // The end of its output comes before its exit, and can be waited for with a limit.
-        while (ReadLine().find("<end>") == std::string::npos) {
-        }
-        int status = 0;
-        if (::waitpid(mPid, &status, 0) != mPid) {
-            return -1;
-        }
-        mPid = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t mPid{-1};
-    int mInput{-1};
-    int mOutput{-1};
-};
-
 class VehicleProgramTest : public testing::Test {
 protected:
     std::vector<std::string> WithRoot(std::vector<std::string> more = {}) const {
@@ -307,42 +204,35 @@ protected:
     static std::string Ask(int fd, const std::string& lines) {
         EXPECT_EQ(::send(fd, lines.data(), lines.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(lines.size()));
-        return Program::ReadLineFrom(fd);
+        return ChildProgram::ReadLineFrom(fd);
     }
 
     testing_support::TemporaryDirectory mDirectory;
 };
 
 TEST_F(VehicleProgramTest, EndsOrderlyOnEachOfItsEnds) {
-    enum class End { kQuit, kControlQuit, kEndOfInput, kTerminate, kInterrupt };
-    for (const End end :
-         {End::kQuit, End::kControlQuit, End::kEndOfInput, End::kTerminate, End::kInterrupt}) {
-        Program program(WithRoot({"--stdin"}));
+    const std::function<void(ChildProgram&)> ends[] = {
+        [](ChildProgram& program) {
+            program.Write("quit\n");
+            EXPECT_EQ(program.ReadLine(), "ok");
+        },
+        [this](ChildProgram&) {
+            const int control = ConnectControl();
+            EXPECT_EQ(Ask(control, "quit\n"), "ok");
+            ::close(control);
+        },
+        [](ChildProgram& program) {
+            program.Write("clamp on");
+            program.CloseInput();
+            EXPECT_EQ(program.ReadLine(), "ok");
+        },
+        [](ChildProgram& program) { program.Kill(SIGTERM); },
+        [](ChildProgram& program) { program.Kill(SIGINT); }};
+    for (const auto& end : ends) {
+        ChildProgram program(WithRoot({"--stdin"}));
         ASSERT_EQ(program.ReadLine(), "ready");
         EXPECT_EQ(Sockets(), 3U);
-        switch (end) {
-            case End::kQuit:
-                program.Write("quit\n");
-                EXPECT_EQ(program.ReadLine(), "ok");
-                break;
-            case End::kControlQuit: {
-                const int control = ConnectControl();
-                EXPECT_EQ(Ask(control, "quit\n"), "ok");
-                ::close(control);
-                break;
-            }
-            case End::kEndOfInput:
-                program.Write("clamp on");
-                program.CloseInput();
-                EXPECT_EQ(program.ReadLine(), "ok");
-                break;
-            case End::kTerminate:
-                program.Kill(SIGTERM);
-                break;
-            case End::kInterrupt:
-                program.Kill(SIGINT);
-                break;
-        }
+        end(program);
         EXPECT_EQ(program.Wait(), 0);
         EXPECT_EQ(Sockets(), 0U);
     }
@@ -350,9 +240,9 @@ TEST_F(VehicleProgramTest, EndsOrderlyOnEachOfItsEnds) {
 
 TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
     const std::string readyFile = mDirectory.File("ready");
-    Program program(WithRoot({"--ready-file", readyFile}));
+    ChildProgram program(WithRoot({"--ready-file", readyFile}));
     program.CloseInput();
-    const auto end = std::chrono::steady_clock::now() + kGuard;
+    const auto end = std::chrono::steady_clock::now() + ChildProgram::kHangGuard;
     while (!std::filesystem::exists(readyFile) && std::chrono::steady_clock::now() < end) {
         std::this_thread::yield();
     }
@@ -368,17 +258,17 @@ TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
 }
 
 TEST_F(VehicleProgramTest, RefusesAnUnknownOptionAndASecondVehicle) {
-    Program wrong({"--klamp"});
+    ChildProgram wrong({"--klamp"});
     EXPECT_GT(wrong.Wait(), 0);
-    Program first(WithRoot());
+    ChildProgram first(WithRoot());
     ASSERT_EQ(first.ReadLine(), "ready");
-    Program second(WithRoot());
+    ChildProgram second(WithRoot());
     EXPECT_EQ(second.Wait(), 1);
     first.Write("status\n");
     EXPECT_THAT(first.ReadLine(), StartsWith("ok {"));
 }
 
-/// What a unit's vehicle inputs hear.
+/// Writes what a unit's vehicle inputs hear into the log.
 class Listener : public vintrel::ClampControlCbIf,
                  public vintrel::ImmobilizerCbIf,
                  public vintrel::TlsAlertsCbIf {
@@ -392,23 +282,8 @@ public:
         Note("alert " + oid + " " + std::to_string(static_cast<int>(code)));
     }
 
-    bool Await(const std::string& what) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, kGuard, [&] {
-            return std::find(mHeard.begin(), mHeard.end(), what) != mHeard.end();
-        });
-    }
-
 private:
-    void Note(const std::string& what) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mHeard.push_back(what);
-        mChanged.notify_all();
-    }
-
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::vector<std::string> mHeard;
+    static void Note(const std::string& what) { qel_logging::QELLogging::LogInfo("heard: ", what); }
 };
 
 TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
@@ -418,7 +293,7 @@ TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
     ::setenv("VONTA_SOCKET_DIR",
              std::filesystem::path(options.alertSocketPath).parent_path().c_str(), 1);
     testing_support::CapturedLog log;
-    Program program(WithRoot({"--vin", "VIN-A", "--ecu-sw", "SW-A"}));
+    ChildProgram program(WithRoot({"--vin", "VIN-A", "--ecu-sw", "SW-A"}));
     ASSERT_EQ(program.ReadLine(), "ready");
 
     Listener listener;
@@ -430,24 +305,24 @@ TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
     alerts->Start(&listener);
     EXPECT_TRUE(clamp->Subscribe());
     EXPECT_TRUE(immobilizer->ImmobilizerInit());
-    EXPECT_TRUE(listener.Await("clamp off"));
+    EXPECT_TRUE(log.WaitFor("heard: clamp off"));
     program.Write("clamp on\n");
-    EXPECT_TRUE(listener.Await("clamp on"));
-    EXPECT_TRUE(listener.Await("immobilizer up"));
+    EXPECT_TRUE(log.WaitFor("heard: clamp on"));
+    EXPECT_TRUE(log.WaitFor("heard: immobilizer up"));
     EXPECT_TRUE(immobilizer->GetVin());
-    EXPECT_TRUE(listener.Await("vin VIN-A"));
+    EXPECT_TRUE(log.WaitFor("heard: vin VIN-A"));
     program.Write("immobilizer vin VIN-B\n");
     EXPECT_EQ(program.ReadLine(), "ok");
     EXPECT_EQ(program.ReadLine(), "ok");
     EXPECT_TRUE(immobilizer->GetVin());
-    EXPECT_TRUE(listener.Await("vin VIN-B"));
+    EXPECT_TRUE(log.WaitFor("heard: vin VIN-B"));
     std::string answer;
     do {
         program.Write("alert some.oid 44\n");
         answer = program.ReadLine();
     } while (answer == "error: no subscriber took the alert");
     EXPECT_EQ(answer, "ok");
-    EXPECT_TRUE(listener.Await("alert some.oid 44"));
+    EXPECT_TRUE(log.WaitFor("heard: alert some.oid 44"));
     EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-A' stored"));
     program.Write("ecu sw SW-B\n");
     EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-B' stored"));
@@ -455,7 +330,7 @@ TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
     program.Write("quit\n");
     EXPECT_EQ(program.Wait(), 0);
     EXPECT_TRUE(log.WaitFor("DiagnosticInfoServices service stopped"));
-    EXPECT_TRUE(listener.Await("immobilizer down"));
+    EXPECT_TRUE(log.WaitFor("heard: immobilizer down"));
     alerts->Stop();
 }
 

@@ -1,17 +1,19 @@
-#include "simulator/vehicle/control_server.h"
+#include "simulator/control/control_server.h"
 
+#include <filesystem>
 #include <utility>
 
-#include "simulator/vehicle/text_file.h"
-
-namespace simulator::vehicle {
+namespace simulator {
 
 namespace {
 
 constexpr std::size_t kMaxClients = 8;
 
 std::string WithParents(const std::string& path) {
-    MakeParentDirectories(path);
+    const auto parent = std::filesystem::path(path).parent_path();
+    if (!parent.empty()) {
+        std::filesystem::create_directories(parent);
+    }
     return path;
 }
 
@@ -43,4 +45,4 @@ bool ControlServer::Take(ConnectionId id, const std::vector<std::uint8_t>& data)
     return !lines.IsTooLong();
 }
 
-}  // namespace simulator::vehicle
+}  // namespace simulator

@@ -1,6 +1,6 @@
-#include "simulator/vehicle/line_splitter.h"
+#include "simulator/control/line_splitter.h"
 
-namespace simulator::vehicle {
+namespace simulator {
 
 std::optional<std::string> LineSplitter::Next() {
     const std::size_t end = mPending.find('\n');
@@ -13,4 +13,4 @@ std::optional<std::string> LineSplitter::Next() {
     return line;
 }
 
-}  // namespace simulator::vehicle
+}  // namespace simulator

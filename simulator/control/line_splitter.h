@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-namespace simulator::vehicle {
+namespace simulator {
 
 /// Cuts a stream of bytes into lines.
 class LineSplitter {
@@ -27,4 +27,4 @@ private:
     std::string mPending;
 };
 
-}  // namespace simulator::vehicle
+}  // namespace simulator

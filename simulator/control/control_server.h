@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "simulator/vehicle/line_splitter.h"
+#include "simulator/control/line_splitter.h"
 #include "vonta_socket_host/unix_server.h"
 
-namespace simulator::vehicle {
+namespace simulator {
 
 /// Takes commands on a Unix stream socket (mode 0600) from up to eight clients, line by line, and
 /// answers each non-empty line with one line. A client whose line is too long is dropped.
@@ -30,4 +30,4 @@ private:
     vonta_socket::host::UnixServer mServer;  ///< last, so that its thread ends before the rest
 };
 
-}  // namespace simulator::vehicle
+}  // namespace simulator

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/timeline_model/line_parser.h"
+#include "tools/timeline_model/line_splitter.h"
+#include "tools/timeline_model/log_interpreter.h"
+#include "tools/timeline_model/timeline_store.h"
+
+namespace simulator::page {
+
+/// Makes of a growing log what the page shows of it: the newest lines, each with its moment in the
+/// lanes, and the events of the lanes. Bounded memory, however long the log gets.
+class LogFollower {
+public:
+    /// Newest lines that are kept.
+    static constexpr std::size_t kMaxLines = 4000;
+
+    LogFollower();
+    LogFollower(const LogFollower&) = delete;
+    LogFollower& operator=(const LogFollower&) = delete;
+    ~LogFollower() = default;
+
+    void Feed(std::string_view bytes) { mSplitter.Feed(bytes); }
+
+    /// Everything that is kept: {"timeline": ..., "log": [...]}.
+    nlohmann::json Snapshot() const;
+
+    struct News {
+        /// {"events": [...], "log": [...]}, without what is empty.
+        nlohmann::json json = nlohmann::json::object();
+        /// Something came that may have changed the store.
+        bool touchesStore{false};
+    };
+    /// What came since the last call.
+    News TakeNews();
+
+private:
+    struct Line {
+        std::int64_t axis{0};
+        std::string clock;
+        std::string level;
+        std::string text;
+    };
+
+    void AddLine(const timeline::LogLine& parsed, std::string_view raw);
+    void AddEvent(const timeline::Event& event);
+    static nlohmann::json ToJson(const Line& line);
+
+    timeline::TimelineStore mStore;
+    std::deque<Line> mLines;
+    std::string mLevel;
+    News mNews;
+    timeline::LogInterpreter mInterpreter;
+    timeline::LineParser mParser;
+    timeline::LineSplitter mSplitter;
+};
+
+}  // namespace simulator::page
