@@ -153,6 +153,23 @@ void AddSocketOptions(CLI::App& app, OperationSettings& sockets) {
         "http://HOST:PORT or socks5://HOST:PORT between unit and backend");
 }
 
+/// Adds the options for the network that SOME/IP has.
+void AddNetworkOptions(CLI::App& app, Options& options) {
+    app.add_option("--someip-address", options.network.address,
+                   "IPv4 address that the diagnostic information is offered at (default: one of "
+                   "127.0.0.0/8 that no other process has)")
+        ->check(CLI::ValidIPV4);
+    app.add_option("--someip-unit-address", options.unitAddress,
+                   "IPv4 address of the unit (default: as above)")
+        ->check(CLI::ValidIPV4);
+    app.add_option("--someip-multicast", options.network.multicastGroup,
+                   "multicast group of service discovery (default: as above, of 239.192.0.0/10)")
+        ->check(CLI::ValidIPV4);
+    app.add_option("--someip-port", options.network.sdPort, "UDP port of service discovery")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+}
+
 std::string Absolute(const std::string& path) {
     return std::filesystem::absolute(path).lexically_normal().string();
 }
@@ -204,6 +221,7 @@ std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& 
     app.add_option("--backend-url", options.backendUrl, "invocation URL of the backend")
         ->default_val("https://localhost:8443/certificates");
     AddSocketOptions(app, options.backendSockets);
+    AddNetworkOptions(app, options);
     app.add_option("--vin", options.vin, "VIN of the immobilizer")
         ->default_val("VNTREL00000000001");
     app.add_option("--clamp", clamp, "Clamp 15 at start")

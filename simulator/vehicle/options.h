@@ -7,6 +7,7 @@
 #include <zem_connector/session_status.h>
 #include <zem_connector/zem_service_controller_callback_if.h>
 
+#include "someip/deployment.h"
 #include "zem_connector_host/operation_settings.h"
 
 namespace simulator::vehicle {
@@ -44,6 +45,9 @@ struct Options {
     std::string backendUrl;
     /// How the unit's sockets to the backend are made.
     zem_connector::host::OperationSettings backendSockets;
+    /// Where the diagnostic information is offered, and the unit's own address on that network.
+    someip::NetworkDeployment network{someip::LoopbackNetwork(someip::LoopbackEnd::kProvider)};
+    std::string unitAddress{someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address};
     std::uint16_t diagnosticAddress{0};
     std::string swVersion;
     std::string hwVersion;

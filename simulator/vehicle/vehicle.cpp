@@ -35,12 +35,23 @@ std::string WithParents(const std::string& path) {
     return path;
 }
 
+someip::Deployment ProviderDeployment(const Options& options) {
+    return {options.network, diagnosticinfo_host::DefaultDeployment().services};
+}
+
+someip::Deployment UnitDeployment(const Options& options) {
+    someip::Deployment deployment = ProviderDeployment(options);
+    deployment.network.address = options.unitAddress;
+    return deployment;
+}
+
 }  // namespace
 
 Vehicle::Vehicle(const Options& options)
     : mState(options),
       mServices(WithParents(options.serviceSocketPath)),
-      mAlerts(WithParents(options.alertSocketPath)) {
+      mAlerts(WithParents(options.alertSocketPath)),
+      mDiagnosticInfo(ProviderDeployment(options)) {
     mServices.SetServiceAvailable(service_access::kClampControlService, true);
     SetClamp(options.clamp15On);
     SetImmobilizerAvailable(options.immobilizerUp);
@@ -56,8 +67,7 @@ Vehicle::Vehicle(const Options& options)
 
     WriteFileAtomically(options.clientConfigPath,
                         json{{"socketPath", options.serviceSocketPathInUnit}}.dump(2) + "\n");
-    WriteFileAtomically(options.deploymentPath,
-                        someip::FormatDeployment({mDiagnosticInfo.Deployment()}));
+    WriteFileAtomically(options.deploymentPath, someip::FormatDeployment(UnitDeployment(options)));
     MakeParentDirectories(options.connectorPath);
     ConnectorFile connector;
     connector.sessionStatus = options.session;

@@ -1,8 +1,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <thread>
 
+#include <ara_log_host/sink.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,6 +22,8 @@ using diagnosticinfo_host::DiagnosticInfoServer;
 using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
 using orv::tee::DiagnosticInfoServices;
 using qel_logging::EQELLogLevel;
+
+constexpr std::chrono::seconds kHangGuard{5};
 
 std::vector<std::uint8_t> Bytes(const std::string& text) {
     return {text.begin(), text.end()};
@@ -49,15 +53,10 @@ protected:
 
     ~EcuCapabilitiesTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
 
-    static someip::ServiceDeployment FastDeployment() {
-        auto service = diagnosticinfo_host::DefaultDeployment();
-        service.cycle = 20ms;
-        return service;
-    }
-
     void Deploy() {
-        std::ofstream(mDirectory.File("Deployment.json"))
-            << someip::FormatDeployment({mServer.Deployment()});
+        someip::Deployment deployment = mServer.Deployment();
+        deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
+        std::ofstream(mDirectory.File("Deployment.json")) << someip::FormatDeployment(deployment);
     }
 
     /// Publishes and waits until the line that reports the last value is there.
@@ -77,7 +76,7 @@ protected:
 
     testing_support::TemporaryDirectory mDirectory;
     testing_support::CapturedLog mLog;
-    DiagnosticInfoServer mServer{FastDeployment()};
+    DiagnosticInfoServer mServer;
 };
 
 TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {
@@ -213,8 +212,61 @@ TEST_F(EcuCapabilitiesTest, ServiceIsFoundOnceItsDeploymentIsThere) {
     EXPECT_TRUE(mLog.WaitFor("Received partNumber: 'part' stored"));
 }
 
-TEST_F(EcuCapabilitiesTest, DestructionIsSafeWhateverTheServiceDoes) {
+TEST_F(EcuCapabilitiesTest, AServiceThatWasNeverThereLeavesNothingToEnd) {
     { const DiagnosticInfoServices neverStarted; }
+    {
+        vintrel::EcuCapabilitiesDiagInfoImpl capabilities;
+        capabilities.Initialize();
+        EXPECT_TRUE(capabilities.GetEcuCapabilities().partNumber.empty());
+    }
+    EXPECT_EQ(mLog.Count("DiagnosticInfo"), 1U) << "one start and nothing more";
+}
+
+TEST_F(EcuCapabilitiesTest, AWithdrawalWaitsForTheReceiveHandlerThatRuns) {
+    std::promise<void> handlerRuns;
+    std::promise<void> withdrawn;
+    std::string lines;
+    const auto previous = ara_log_host::ExchangeSink({});
+    ara_log_host::ExchangeSink({[&](ara::log::LogLevel level, const std::string& text) {
+                                    const bool first = lines.find("Get data") == std::string::npos;
+                                    lines += text + '\n';
+                                    previous.sink(level, text);
+                                    if (first && text == "Get data from entry") {
+                                        handlerRuns.set_value();
+                                        withdrawn.get_future().wait_for(kHangGuard);
+                                    }
+                                },
+                                previous.level});
+    DiagnosticInfoServices services;
+    services.Start();
+    mServer.Publish({Record("0209", "H01", "part")});
+    mServer.Offer();
+    EXPECT_EQ(handlerRuns.get_future().wait_for(kHangGuard), std::future_status::ready);
+    mServer.StopOffer();
+    withdrawn.set_value();
+    EXPECT_TRUE(mLog.WaitFor("DiagnosticInfoServices service stopped"));
+    ara_log_host::ExchangeSink(previous);
+    EXPECT_LT(lines.find("Received partNumber: 'part' stored"), lines.find("service stopped"));
+    EXPECT_EQ(services.GetEcuPartNumber(), "part");
+}
+
+TEST_F(EcuCapabilitiesTest, AReaderNeverSeesHalfAValue) {
+    const std::string first(100, 'a');
+    const std::string second(2000, 'b');
+    DiagnosticInfoServices services;
+    services.SetEcuSwVersion(first);
+    std::thread middleware([&] {
+        for (int i = 0; i < 1000; ++i) {
+            services.SetEcuSwVersion(i % 2 == 0 ? second : first);
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_THAT(services.GetEcuSwVersion(), testing::AnyOf(first, second));
+    }
+    middleware.join();
+}
+
+TEST_F(EcuCapabilitiesTest, DestructionIsSafeWhateverTheServiceDoes) {
     std::atomic<bool> done{false};
     std::thread service([&] {
         for (unsigned i = 0; !done; ++i) {

@@ -6,16 +6,17 @@ namespace diagnosticinfo_host {
 
 using orv::services::diagnosticinfo::DiagnosticInfo;
 
-someip::ServiceDeployment DefaultDeployment() {
+someip::Deployment DefaultDeployment() {
     someip::ServiceDeployment service;
     service.name = DiagnosticInfo::kServiceName;
     service.serviceId = 0x4D01;
-    service.events[DiagnosticInfo::identificationData::kName] = 0x8001;
-    return service;
+    service.events[DiagnosticInfo::identificationData::kName] = {0x8001, 0x0001};
+    return {someip::LoopbackNetwork(someip::LoopbackEnd::kProvider), {service}};
 }
 
-DiagnosticInfoServer::DiagnosticInfoServer(const someip::ServiceDeployment& service)
-    : mServer(service), mEventId(service.events.at(DiagnosticInfo::identificationData::kName)) {}
+DiagnosticInfoServer::DiagnosticInfoServer(const someip::Deployment& deployment)
+    : mServer(deployment),
+      mEventId(deployment.services.at(0).events.at(DiagnosticInfo::identificationData::kName).id) {}
 
 void DiagnosticInfoServer::Publish(const IdentificationData& records) {
     PublishRaw(SerializeIdentificationData(records));

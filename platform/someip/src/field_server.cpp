@@ -1,209 +1,252 @@
 #include "someip/field_server.h"
 
-#include <algorithm>
-#include <array>
 #include <chrono>
+#include <exception>
 #include <future>
 #include <map>
-#include <set>
+#include <optional>
+#include <random>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 
-#include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/udp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 
-#include "someip/incident.h"
+#include "datagram_socket.h"
+#include "lasting_problem.h"
+#include "sd_transport.h"
 #include "someip/message.h"
-#include "someip/watch_protocol.h"
+#include "someip/provided_service.h"
 #include "someip/worker_pool.h"
-#include "udp_socket.h"
 
 namespace someip {
 
 namespace {
 
-namespace asio = boost::asio;
-using asio::ip::udp;
-using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t kMaxClients = 64;
-constexpr std::chrono::milliseconds kMaxTtl{60000};
-constexpr std::size_t kReceiveBuffer = 65536;
-
-void Check(const boost::system::error_code& error, const char* what) {
-    if (error) {
-        throw std::system_error(error.value(), std::system_category(), what);
-    }
-}
+constexpr std::chrono::milliseconds kRetryInterval{500};
 
 }  // namespace
 
 /// The pool has one thread; everything but construction and Run's callers is on it.
-class FieldServer::Impl {
+class FieldServer::Impl : private ProvidedService::Environment {
 public:
-    explicit Impl(ServiceDeployment service)
-        : mService(std::move(service)), mPool(1), mSocket(mPool.Context()) {
-        boost::system::error_code error;
-        const auto address = asio::ip::make_address(mService.address, error);
-        Check(error, "SOME/IP address");
-        const udp::endpoint endpoint(address, mService.port);
-        OpenUdp(mSocket, endpoint.protocol(), error);
-        Check(error, "SOME/IP socket");
-        mSocket.bind(endpoint, error);
-        Check(error, "SOME/IP endpoint");
-        mService.port = mSocket.local_endpoint().port();
-        Receive();
-    }
-
     /// Runs `work` on the server's thread and waits for it.
     template <typename Work>
     auto Run(Work work) {
         std::packaged_task<decltype(work())()> task(std::move(work));
         auto result = task.get_future();
-        asio::post(mPool.Context(), std::move(task));
+        boost::asio::post(mPool.Context(), std::move(task));
         return result.get();
     }
 
-    ~Impl() {
-        Run([this] {
-            SetOffered(false);
-            boost::system::error_code ignored;
-            mSocket.close(ignored);
-        });
+    explicit Impl(Deployment deployment)
+        : mDeployment(std::move(deployment)),
+          mService(mDeployment.services.at(0)),
+          mDrops(std::make_shared<DropLog>("to " + mService.name)),
+          mPool(1),
+          mTimer(mPool.Context()),
+          mRandom(std::random_device()()) {
+        try {
+            Run([this] {
+                OpenTransport();
+                OpenSocket();
+            });
+        } catch (...) {
+            Run([this] { Close(); });
+            throw;
+        }
+    }
+
+    ~Impl() override {
+        Run([this] { Close(); });
         mPool.Join();
     }
 
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    const ServiceDeployment& Service() const { return mService; }
+    const Deployment& OwnDeployment() const { return mDeployment; }
+    std::uint64_t DroppedMessages() const { return mDrops->Count(); }
 
-    void SetOffered(bool offered) {
-        if (offered == mOffered) {
-            return;
-        }
-        mOffered = offered;
-        const auto ttl = offered ? mService.ttl : std::chrono::milliseconds(0);
-        const Bytes notice = EncodeAvailabilityNotice({mService.instanceId, ttl});
-        DropExpired();
-        for (const auto& client : mClients) {
-            Notify(client.first, kAvailabilityEvent, notice);
-        }
+    void Offer() {
+        mProvided->Offer(Clock::now());
+        SetTimer();
+    }
+
+    void StopOffer() {
+        mProvided->StopOffer();
+        SetTimer();
     }
 
     void SetField(std::uint16_t eventId, Bytes payload) {
+        const std::uint16_t eventgroup = EventgroupOf(eventId);
         Bytes& value = mFields[eventId];
         value = std::move(payload);
-        DropExpired();
-        for (const auto& [endpoint, client] : mClients) {
-            if (mOffered && client.events.count(eventId) != 0) {
-                Notify(endpoint, eventId, value);
-            }
+        for (const Endpoint& receiver : mProvided->Receivers(eventgroup, Clock::now())) {
+            Notify(receiver, eventId, value);
         }
     }
 
     std::size_t SubscriberCount(std::uint16_t eventId) {
-        DropExpired();
-        return static_cast<std::size_t>(std::count_if(
-            mClients.begin(), mClients.end(),
-            [eventId](const auto& client) { return client.second.events.count(eventId) != 0; }));
+        return mProvided->Receivers(EventgroupOf(eventId), Clock::now()).size();
     }
 
 private:
-    struct Client {
-        Clock::time_point expiry;
-        std::set<std::uint16_t> events;
-    };
-
-    void Receive() {
-        mSocket.async_receive_from(asio::buffer(mBuffer), mSender,
-                                   [this](const auto& error, std::size_t size) {
-                                       if (!mSocket.is_open()) {
-                                           return;
-                                       }
-                                       if (!error) {
-                                           Take(size);
-                                       }
-                                       Receive();
-                                   });
+    void Close() {
+        mClosed = true;
+        if (mProvided) {
+            mProvided->StopOffer();
+        }
+        if (mTransport) {
+            mTransport->Close();
+        }
+        if (mSocket) {
+            mSocket->Close();
+        }
+        mTimer.cancel();
     }
 
-    void Take(std::size_t size) {
-        std::string problem;
-        const std::optional<Message> message = Decode(mBuffer.data(), size, problem);
-        if (!message || message->serviceId != mService.serviceId ||
-            message->type != MessageType::kRequest) {
-            LogWarn("message to " + mService.name +
-                    " dropped: " + (message ? std::string("no request to this service") : problem));
+    /// Throws std::out_of_range.
+    std::uint16_t EventgroupOf(std::uint16_t eventId) const {
+        for (const auto& [name, event] : mService.events) {
+            if (event.id == eventId) {
+                return event.eventgroup;
+            }
+        }
+        throw std::out_of_range(mService.name + " has no event " + std::to_string(eventId));
+    }
+
+    void OpenTransport() {
+        mTransport = SdTransport::Open(
+            mPool.Context().get_executor(), mDeployment.network, mDrops,
+            [this](const ReceivedSdMessage& message) {
+                mSendProblem.End();
+                mProvided->Handle(message, Clock::now());
+                SetTimer();
+            },
+            [this](const std::string& problem) {
+                // The state machine is not to be called back from inside its calls.
+                boost::asio::post(mPool.Context(), [this, problem] { TransportFailed(problem); });
+            });
+    }
+
+    void OpenSocket() {
+        DatagramSocket::Settings settings;
+        settings.local = {ParseIpv4(mDeployment.network.address).value_or(0), mService.port};
+        mSocket = DatagramSocket::Open(
+            mPool.Context().get_executor(), settings,
+            [this](const std::uint8_t* data, std::size_t size, const Endpoint& sender) {
+                Receive(data, size, sender);
+            },
+            [this](const std::string& problem) { LogWarn(mService.name + ": " + problem); });
+        mProvided.emplace(static_cast<ProvidedService::Environment&>(*this), mService,
+                          mDeployment.network.timing, mSocket->Local());
+    }
+
+    void TransportFailed(const std::string& problem) {
+        if (!mClosed) {
+            mSendProblem.Report("SOME/IP network: " + problem);
+            mTransport->Close();
+            mTransport.reset();
+            mRetry = Clock::now() + kRetryInterval;
+            SetTimer();
+        }
+    }
+
+    void Reopen() {
+        try {
+            OpenTransport();
+            mRetry.reset();
+        } catch (const std::exception& exception) {
+            mSendProblem.Report(std::string("SOME/IP network: ") + exception.what());
+            mRetry = Clock::now() + kRetryInterval;
+        }
+    }
+
+    void SetTimer() {
+        const auto next = Earlier(mRetry, mProvided->NextDeadline());
+        if (mClosed || next == mTimerEnd) {
             return;
         }
-        const ReturnCode code = Handle(*message);
-        Message answer = *message;
-        answer.type = code == ReturnCode::kOk ? MessageType::kResponse : MessageType::kError;
-        answer.returnCode = code;
+        mTimerEnd = next;
+        if (!next) {
+            mTimer.cancel();
+            return;
+        }
+        mTimer.expires_at(*next);
+        mTimer.async_wait([this](const auto& error) {
+            if (!error && !mClosed) {
+                Tick();
+            }
+        });
+    }
+
+    void Tick() {
+        mTimerEnd.reset();
+        const auto now = Clock::now();
+        if (IsDue(mRetry, now)) {
+            Reopen();
+        }
+        mProvided->Tick(now);
+        SetTimer();
+    }
+
+    void Multicast(const std::vector<SdEntry>& entries) override {
+        if (mTransport) {
+            mTransport->Multicast(entries);
+        }
+    }
+
+    void Send(const Endpoint& peer, const std::vector<SdEntry>& entries) override {
+        if (mTransport) {
+            mTransport->Send(peer, entries);
+        }
+    }
+
+    std::chrono::milliseconds RandomBetween(std::chrono::milliseconds min,
+                                            std::chrono::milliseconds max) override {
+        std::uniform_int_distribution<std::chrono::milliseconds::rep> distribution(min.count(),
+                                                                                   max.count());
+        return std::chrono::milliseconds(distribution(mRandom));
+    }
+
+    void Complain(const std::string& text) override { mDrops->Dropped(text, Clock::now()); }
+
+    void Subscribed(const Endpoint& receiver, std::uint16_t eventgroup) override {
+        for (const auto& [name, event] : mService.events) {
+            const auto value = mFields.find(event.id);
+            if (event.eventgroup == eventgroup && value != mFields.end()) {
+                Notify(receiver, event.id, value->second);
+            }
+        }
+    }
+
+    void Receive(const std::uint8_t* data, std::size_t size, const Endpoint& sender) {
+        DecodeAll(
+            data, size, [&](const Message& message) { Answer(message, sender); },
+            [&](const std::string& problem) {
+                mDrops->Dropped(problem + ", from " + ToText(sender), Clock::now());
+            });
+    }
+
+    void Answer(const Message& request, const Endpoint& sender) {
+        if (request.serviceId != mService.serviceId || request.type != MessageType::kRequest) {
+            mDrops->Dropped("no request to this service, from " + ToText(sender), Clock::now());
+            return;
+        }
+        Message answer = request;
+        answer.type = MessageType::kError;
+        answer.returnCode = request.interfaceVersion == mService.interfaceVersion
+                                ? ReturnCode::kUnknownMethod
+                                : ReturnCode::kWrongInterfaceVersion;
         answer.interfaceVersion = mService.interfaceVersion;
         answer.payload.clear();
-        Send(mSender, answer);
-        for (const std::uint16_t eventId : std::exchange(mInitial, {})) {
-            const auto value = mFields.find(eventId);
-            if (value != mFields.end()) {
-                Notify(mSender, eventId, value->second);
-            }
-        }
+        SendMessage(sender, answer);
     }
 
-    ReturnCode Handle(const Message& message) {
-        if (message.interfaceVersion != mService.interfaceVersion) {
-            return ReturnCode::kWrongInterfaceVersion;
-        }
-        if (message.methodId != kWatchMethod) {
-            return ReturnCode::kUnknownMethod;
-        }
-        const auto watch = DecodeWatchRequest(message.payload);
-        if (!watch) {
-            return ReturnCode::kMalformedMessage;
-        }
-        if (watch->instanceId != mService.instanceId) {
-            return ReturnCode::kUnknownService;
-        }
-        return Watch(*watch);
-    }
-
-    ReturnCode Watch(const WatchRequest& watch) {
-        if (watch.ttl.count() == 0) {
-            mClients.erase(mSender);
-            return ReturnCode::kOk;
-        }
-        DropExpired();
-        if (mClients.count(mSender) == 0 && mClients.size() >= kMaxClients) {
-            LogWarn("client of " + mService.name + " refused: too many clients");
-            return ReturnCode::kNotOk;
-        }
-        Client& client = mClients[mSender];
-        client.expiry = Clock::now() + std::min(watch.ttl, kMaxTtl);
-        const std::set<std::uint16_t> before =
-            std::exchange(client.events, std::set<std::uint16_t>());
-        for (const WatchedEvent& event : watch.events) {
-            client.events.insert(event.eventId);
-            if (mOffered && (event.initial || before.count(event.eventId) == 0)) {
-                mInitial.insert(event.eventId);
-            }
-        }
-        return mOffered ? ReturnCode::kOk : ReturnCode::kNotReady;
-    }
-
-    void DropExpired() {
-        const auto now = Clock::now();
-        for (auto client = mClients.begin(); client != mClients.end();) {
-            client = client->second.expiry < now ? mClients.erase(client) : std::next(client);
-        }
-    }
-
-    void Notify(const udp::endpoint& to, std::uint16_t eventId, const Bytes& payload) {
+    void Notify(const Endpoint& receiver, std::uint16_t eventId, const Bytes& payload) {
         Message message;
         message.serviceId = mService.serviceId;
         message.methodId = eventId;
@@ -212,45 +255,47 @@ private:
         message.interfaceVersion = mService.interfaceVersion;
         message.type = MessageType::kNotification;
         message.payload = payload;
-        Send(to, message);
+        SendMessage(receiver, message);
     }
 
-    void Send(const udp::endpoint& to, const Message& message) {
-        boost::system::error_code error;
-        mSocket.send_to(asio::buffer(Encode(message)), to, 0, error);
-        if (error) {
-            LogWarn("message of " + mService.name + " lost: " + error.message());
+    void SendMessage(const Endpoint& to, const Message& message) {
+        if (const auto problem = mSocket->SendTo(to, Encode(message))) {
+            LogWarn("message of " + mService.name + " lost: " + *problem);
         }
     }
 
-    ServiceDeployment mService;
+    const Deployment mDeployment;
+    const ServiceDeployment mService;
+    std::shared_ptr<DropLog> mDrops;
     WorkerPool mPool;
-    udp::socket mSocket;
-    udp::endpoint mSender;
-    std::array<std::uint8_t, kReceiveBuffer> mBuffer{};
-    bool mOffered{false};
+    boost::asio::steady_timer mTimer;
+    std::optional<TimePoint> mTimerEnd;
+    std::mt19937 mRandom;
+    std::shared_ptr<SdTransport> mTransport;
+    std::shared_ptr<DatagramSocket> mSocket;
+    std::optional<ProvidedService> mProvided;
+    std::optional<TimePoint> mRetry;
+    LastingProblem mSendProblem;
     std::map<std::uint16_t, Bytes> mFields;
-    std::map<udp::endpoint, Client> mClients;
-    /// Fields whose value the answered client is to get behind the answer.
-    std::set<std::uint16_t> mInitial;
     std::uint16_t mSession{0};
+    bool mClosed{false};
 };
 
-FieldServer::FieldServer(const ServiceDeployment& service)
-    : mImpl(std::make_unique<Impl>(service)) {}
+FieldServer::FieldServer(Deployment deployment)
+    : mImpl(std::make_unique<Impl>(std::move(deployment))) {}
 
 FieldServer::~FieldServer() = default;
 
-const ServiceDeployment& FieldServer::Deployment() const {
-    return mImpl->Service();
+const Deployment& FieldServer::OwnDeployment() const {
+    return mImpl->OwnDeployment();
 }
 
 void FieldServer::Offer() {
-    mImpl->Run([this] { mImpl->SetOffered(true); });
+    mImpl->Run([this] { mImpl->Offer(); });
 }
 
 void FieldServer::StopOffer() {
-    mImpl->Run([this] { mImpl->SetOffered(false); });
+    mImpl->Run([this] { mImpl->StopOffer(); });
 }
 
 void FieldServer::SetField(std::uint16_t eventId, std::vector<std::uint8_t> payload) {
@@ -265,6 +310,10 @@ void FieldServer::SetField(std::uint16_t eventId, std::vector<std::uint8_t> payl
 
 std::size_t FieldServer::SubscriberCount(std::uint16_t eventId) const {
     return mImpl->Run([this, eventId] { return mImpl->SubscriberCount(eventId); });
+}
+
+std::uint64_t FieldServer::DroppedMessages() const {
+    return mImpl->DroppedMessages();
 }
 
 }  // namespace someip

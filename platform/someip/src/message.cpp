@@ -40,7 +40,7 @@ Bytes Encode(const Message& message) {
     return out.Take();
 }
 
-std::optional<Message> Decode(const std::uint8_t* data, std::size_t size, std::string& problem) {
+std::optional<Message> Decode(const std::uint8_t* data, std::size_t& size, std::string& problem) {
     if (size < kHeaderSize) {
         problem = "shorter than a header";
         return std::nullopt;
@@ -56,9 +56,9 @@ std::optional<Message> Decode(const std::uint8_t* data, std::size_t size, std::s
     message.interfaceVersion = in.ReadU8();
     message.type = static_cast<MessageType>(in.ReadU8());
     message.returnCode = static_cast<ReturnCode>(in.ReadU8());
-    if (length != size - kUncountedHeaderBytes) {
-        problem = "length field " + std::to_string(length) + " in a datagram of " +
-                  std::to_string(size) + " bytes";
+    if (length < kHeaderSize - kUncountedHeaderBytes || length > size - kUncountedHeaderBytes) {
+        problem = "length field " + std::to_string(length) + " before " +
+                  std::to_string(size - kUncountedHeaderBytes) + " bytes";
         return std::nullopt;
     }
     if (protocolVersion != kProtocolVersion) {
@@ -69,8 +69,26 @@ std::optional<Message> Decode(const std::uint8_t* data, std::size_t size, std::s
         problem = "message type " + std::to_string(static_cast<unsigned>(message.type));
         return std::nullopt;
     }
+    size = kUncountedHeaderBytes + length;
     message.payload = in.ReadBytes(size - kHeaderSize);
     return message;
+}
+
+void DecodeAll(const std::uint8_t* data, std::size_t size,
+               const std::function<void(const Message&)>& take,
+               const std::function<void(const std::string&)>& drop) {
+    std::size_t position = 0;
+    do {
+        std::size_t taken = size - position;
+        std::string problem;
+        const auto message = Decode(data + position, taken, problem);
+        if (!message) {
+            drop(problem);
+            return;
+        }
+        take(*message);
+        position += taken;
+    } while (position < size);
 }
 
 }  // namespace someip

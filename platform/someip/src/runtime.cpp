@@ -1,5 +1,7 @@
 #include "someip/runtime.h"
 
+#include "someip/deployment.h"
+
 namespace someip {
 
 namespace {
@@ -29,11 +31,20 @@ std::shared_ptr<ServiceClient> Runtime::Client(const std::string& name,
     std::weak_ptr<ServiceClient>& known = mClients[path + '\n' + name + '\n' + instance];
     std::shared_ptr<ServiceClient> client = known.lock();
     if (!client) {
-        client = std::make_shared<ServiceClient>(
-            mPool, std::make_unique<DeploymentFileLocator>(path), name, instance);
+        client = std::make_shared<ServiceClient>(Node(path), name, instance);
         known = client;
     }
     return client;
+}
+
+std::shared_ptr<ClientNode> Runtime::Node(const std::string& path) {
+    std::weak_ptr<ClientNode>& known = mNodes[path];
+    std::shared_ptr<ClientNode> node = known.lock();
+    if (!node) {
+        node = std::make_shared<ClientNode>(mPool, path);
+        known = node;
+    }
+    return node;
 }
 
 }  // namespace someip

@@ -8,12 +8,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <ara/com/find_service_handle.h>
 #include <ara/com/internal/proxy/event_receiver.h>
 
 #include "someip/field_server.h"
+#include "testing/temporary_directory.h"
 
 namespace {
 
@@ -30,11 +30,10 @@ constexpr std::uint16_t kFieldId = 0x8001;
 class EventReceiverTest : public testing::Test {
 protected:
     EventReceiverTest() {
-        std::string path = "/tmp/event-receiver-XXXXXX";
-        const int fd = ::mkstemp(path.data());
-        EXPECT_GE(fd, 0);
-        ::close(fd);
-        std::ofstream(path) << someip::FormatDeployment({mServer.Deployment()});
+        someip::Deployment deployment = Deployment();
+        deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
+        const std::string path = mDirectory.File("Deployment.json");
+        std::ofstream(path) << someip::FormatDeployment(deployment);
         ::setenv("SOMEIP_DEPLOYMENT", path.c_str(), 1);
         std::promise<ServiceHandle> found;
         std::atomic<bool> once{false};
@@ -47,18 +46,16 @@ protected:
         auto handle = found.get_future();
         EXPECT_EQ(handle.wait_for(kGuard), std::future_status::ready);
         mHandle = handle.get();
-        ::unlink(path.c_str());
     }
 
     ~EventReceiverTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
 
-    static someip::ServiceDeployment Deployment() {
+    static someip::Deployment Deployment() {
         someip::ServiceDeployment service;
         service.name = "test::Service";
         service.serviceId = 0x1234;
-        service.events["field"] = kFieldId;
-        service.cycle = 20ms;
-        return service;
+        service.events["field"] = {kFieldId, 1};
+        return {someip::LoopbackNetwork(someip::LoopbackEnd::kProvider), {service}};
     }
 
     /// A receiver whose handler fulfils `Await` when it has been called for that value.
@@ -89,6 +86,7 @@ protected:
         return values;
     }
 
+    testing_support::TemporaryDirectory mDirectory;
     someip::FieldServer mServer{Deployment()};
     std::optional<ServiceHandle> mHandle;
     std::atomic<int> mLatest{-1};

@@ -9,18 +9,19 @@
 
 namespace diagnosticinfo_host {
 
-/// The ids under which the host platform deploys the service, on 127.0.0.1 and a free port.
-someip::ServiceDeployment DefaultDeployment();
+/// The ids under which the host platform deploys the service, on the loopback network of providers.
+someip::Deployment DefaultDeployment();
 
 /// Server side of orv::services::diagnosticinfo::DiagnosticInfo. Any thread.
 class DiagnosticInfoServer {
 public:
-    /// Binds the endpoint and offers nothing yet. Throws std::system_error if the address is not to
-    /// be had, and std::out_of_range if the deployment lacks the event identificationData.
-    explicit DiagnosticInfoServer(const someip::ServiceDeployment& service = DefaultDeployment());
+    /// Binds the endpoint and offers nothing yet. Throws std::runtime_error if the address is not
+    /// to be had, and std::out_of_range if the deployment's first service is not there or lacks the
+    /// event identificationData.
+    explicit DiagnosticInfoServer(const someip::Deployment& deployment = DefaultDeployment());
 
-    /// The service as clients must have it in their deployment file.
-    const someip::ServiceDeployment& Deployment() const { return mServer.Deployment(); }
+    /// What clients must have in their deployment file, but for their own address in place of this.
+    const someip::Deployment& Deployment() const { return mServer.OwnDeployment(); }
 
     void Offer() { mServer.Offer(); }
     void StopOffer() { mServer.StopOffer(); }

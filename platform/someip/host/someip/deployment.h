@@ -3,68 +3,109 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace someip {
 
-/// Ids and transport binding of one service instance, as the deployment file has them
-/// (docs/someip.md shows the file).
+/// Times of service discovery (PRS_SOMEIPSD, startup behaviour and response behaviour).
+struct SdTiming {
+    /// Before the first Find or Offer, at random between the two.
+    std::chrono::milliseconds initialDelayMin{10};
+    std::chrono::milliseconds initialDelayMax{100};
+    /// Pause before the first repetition of a Find or an Offer; it doubles with each further one.
+    std::chrono::milliseconds repetitionsBaseDelay{200};
+    unsigned repetitionsMax{3};
+    /// Between two Offers from then on.
+    std::chrono::milliseconds cyclicOfferDelay{1000};
+    /// Before the answer to a multicast, at random between the two.
+    std::chrono::milliseconds requestResponseDelayMin{10};
+    std::chrono::milliseconds requestResponseDelayMax{50};
+    /// Before a Subscribe that was refused, or got no answer, is tried again.
+    std::chrono::milliseconds subscribeRetry{2000};
+    /// Time to live of this end's own Offers and Subscribes.
+    std::chrono::seconds ttl{3};
+
+    bool operator==(const SdTiming& other) const;
+};
+
+/// Where this end of the communication is on the network.
+struct NetworkDeployment {
+    /// This end's own IPv4 address, in numbers.
+    std::string address;
+    /// Network interface with the address; empty: found by the address.
+    std::string interfaceName;
+    std::string multicastGroup{"239.192.255.251"};
+    /// UDP port of service discovery.
+    std::uint16_t sdPort{30490};
+    /// Hops that a multicast may make.
+    std::uint8_t multicastHops{1};
+    SdTiming timing;
+
+    bool operator==(const NetworkDeployment& other) const;
+};
+
+struct EventDeployment {
+    std::uint16_t id{0};
+    std::uint16_t eventgroup{0};
+
+    bool operator==(const EventDeployment& other) const {
+        return id == other.id && eventgroup == other.eventgroup;
+    }
+};
+
+/// Ids of one service instance.
 struct ServiceDeployment {
     std::string name;
     std::uint16_t serviceId{0};
     std::uint16_t instanceId{1};
+    /// Interface version of the messages, and major version in service discovery.
     std::uint8_t interfaceVersion{1};
-    /// IPv4 or IPv6 address in numbers.
-    std::string address{"127.0.0.1"};
+    /// Offered; a client accepts any.
+    std::uint32_t minorVersion{0};
+    /// UDP port of the provider, 0 for a free one. Clients learn it from the Offer.
     std::uint16_t port{0};
-    /// Event ids by the event's or field's name.
-    std::map<std::string, std::uint16_t> events;
-    /// Time between two watch requests of a client.
-    std::chrono::milliseconds cycle{500};
-    /// Without an answer for this long the service counts as gone.
-    std::chrono::milliseconds ttl{3000};
+    /// By the event's or field's name.
+    std::map<std::string, EventDeployment> events;
 
     bool operator==(const ServiceDeployment& other) const;
+};
+
+/// Content of the deployment file (docs/someip.md shows it).
+struct Deployment {
+    NetworkDeployment network;
+    std::vector<ServiceDeployment> services;
+
+    bool operator==(const Deployment& other) const {
+        return network == other.network && services == other.services;
+    }
 };
 
 /// Instance text that stands for the first instance in the file.
 constexpr const char* kAnyInstance = "Any";
 
+/// The service with this name, and with this instance id in decimal digits or kAnyInstance. Null if
+/// there is none; owned by `deployment`.
+const ServiceDeployment* FindService(const Deployment& deployment, const std::string& name,
+                                     const std::string& instance);
+
 /// Value of SOMEIP_DEPLOYMENT, or /var/run/qel/config/someip/Deployment.json.
 std::string DefaultDeploymentPath();
 
 /// Throws std::runtime_error with a text for the user if the text is no deployment.
-std::vector<ServiceDeployment> ParseDeployment(const std::string& json);
+Deployment ParseDeployment(const std::string& json);
 /// The same for a file of at most 1 MiB.
-std::vector<ServiceDeployment> ReadDeployment(const std::string& path);
+Deployment ReadDeployment(const std::string& path);
 
-/// Text that ParseDeployment reads back to the same services.
-std::string FormatDeployment(const std::vector<ServiceDeployment>& services);
+/// Text that ParseDeployment reads back to the same deployment.
+std::string FormatDeployment(const Deployment& deployment);
 
-/// Where the transport learns a service's ids and endpoint. Service discovery would be another
-/// implementation of this interface. Called from one thread at a time.
-class ServiceLocator {
-public:
-    virtual ~ServiceLocator() = default;
+/// The two ends of a communication that stays on this machine.
+enum class LoopbackEnd : std::uint8_t { kProvider, kClient };
 
-    /// Nothing if the service is not known at present; std::runtime_error if the source of the
-    /// knowledge can't be read.
-    virtual std::optional<ServiceDeployment> Locate(const std::string& name,
-                                                    const std::string& instance) = 0;
-};
-
-/// Reads the deployment file at each call, so that a changed file counts at once.
-class DeploymentFileLocator : public ServiceLocator {
-public:
-    explicit DeploymentFileLocator(std::string path);
-
-    std::optional<ServiceDeployment> Locate(const std::string& name,
-                                            const std::string& instance) override;
-
-private:
-    std::string mPath;
-};
+/// Network of one end on the loopback interface: its address and multicast group are made of the
+/// process id, so that the pairs of any number of processes don't hear each other. Two ends have no
+/// load to spread, so nothing is delayed at random.
+NetworkDeployment LoopbackNetwork(LoopbackEnd end);
 
 }  // namespace someip

@@ -9,16 +9,16 @@
 
 namespace someip {
 
-/// Server side of one service instance: offers it on a UDP endpoint and publishes its fields. A
-/// client that registers for a field gets the current value at once and each later one.
+/// Server side of one service instance: offers it by service discovery and publishes its fields. A
+/// client that subscribes gets the current values at once and each later one.
 ///
-/// At most 64 clients are served at a time; a client is forgotten when its time to live (at most a
-/// minute) runs out. Any thread may call any operation.
+/// At most ProvidedService::kMaxSubscriptions subscriptions are held at a time. Requests are
+/// answered with an error, for the service has no methods. Any thread may call any operation.
 class FieldServer {
 public:
-    /// Binds the endpoint of `service`; port 0 stands for a free one. Offers nothing yet. Throws
-    /// std::system_error if the address is not to be had.
-    explicit FieldServer(const ServiceDeployment& service);
+    /// Serves the first service of `deployment`, which there must be, on its network. Offers
+    /// nothing yet. Throws std::runtime_error if the network's address is not to be had.
+    explicit FieldServer(Deployment deployment);
 
     /// Withdraws the service, tells the clients so, and closes the endpoint.
     ~FieldServer();
@@ -26,19 +26,22 @@ public:
     FieldServer(const FieldServer&) = delete;
     FieldServer& operator=(const FieldServer&) = delete;
 
-    /// The service as clients must have it in their deployment, with the port in use.
-    const ServiceDeployment& Deployment() const;
+    /// What it was made with. Clients have the same with an address of their own.
+    const Deployment& OwnDeployment() const;
 
     void Offer();
     /// Tells the clients at once; they are served again after the next Offer.
     void StopOffer();
 
     /// Sets a field's value and publishes it to its subscribers. Throws std::length_error if the
-    /// payload does not fit into a datagram.
+    /// payload does not fit into a datagram, std::out_of_range if no event has the id.
     void SetField(std::uint16_t eventId, std::vector<std::uint8_t> payload);
 
-    /// Clients that are registered for the event at the moment.
+    /// Clients that are subscribed to the event at the moment.
     std::size_t SubscriberCount(std::uint16_t eventId) const;
+
+    /// Messages that were dropped so far.
+    std::uint64_t DroppedMessages() const;
 
 private:
     class Impl;

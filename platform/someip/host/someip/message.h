@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,9 +51,16 @@ struct Message {
 /// Bytes of one datagram. The payload must not exceed kMaxPayload.
 Bytes Encode(const Message& message);
 
-/// Reads one datagram. Nothing comes back if it is shorter than a header, its length field does
-/// not fit the datagram, its protocol version is not 1 or its message type is unknown; `problem`
-/// then says why.
-std::optional<Message> Decode(const std::uint8_t* data, std::size_t size, std::string& problem);
+/// Reads the message at the beginning of a datagram, which may have several one behind the other
+/// (PRS_SOMEIP, UDP binding); `size` becomes the number of bytes that it takes. Nothing comes back
+/// if the rest of the datagram is shorter than a header, the length field does not fit it, the
+/// protocol version is not 1 or the message type is unknown; `problem` then says why.
+std::optional<Message> Decode(const std::uint8_t* data, std::size_t& size, std::string& problem);
+
+/// Reads a whole datagram: hands each message to `take`, and calls `drop` with the problem at the
+/// first one that can't be read, where it ends.
+void DecodeAll(const std::uint8_t* data, std::size_t size,
+               const std::function<void(const Message&)>& take,
+               const std::function<void(const std::string&)>& drop);
 
 }  // namespace someip
