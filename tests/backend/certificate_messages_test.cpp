@@ -50,18 +50,6 @@ TEST(CertificateRequest, HasBothSubMessagesEvenWhenAllIsEmpty) {
     EXPECT_EQ(CreateProtobuffer({}, ""), std::string("\x1A\x00\x22\x00", 4));
 }
 
-TEST(CertificateRequest, IsExactOnTheWire) {
-    EXPECT_EQ(CreateProtobuffer(AllFields(), "csr"),
-              "\x08\x07\x12\x03"
-              "csr\x1A\x12\x0A\x04"
-              "C003\x12\x02hw\x1A\x02pn\x22\x02sw\x22\x0F\x0A\x01"
-              "5\x12\x01"
-              "1\x1A\x01"
-              "3\x22\x01"
-              "4\x2A\x01"
-              "2\x2A\x02op");
-}
-
 TEST(CertificateRequest, IsReadByTheSchemaCompiler) {
     const std::string text =
         Convert("decode", CreateProtobuffer(AllFields(), "csr"), "QUBACOKoruVintrelRequestV1",

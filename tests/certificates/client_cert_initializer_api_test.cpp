@@ -1,16 +1,9 @@
 #include "certificates/client_cert_initializer_api.h"
 
 #include <memory>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "certificates/client_cert_initializer_api_impl.h"
-#include "certificates/log_text.h"
-#include "certificates/scripted_crypto_library.h"
-#include "testing/captured_log.h"
+#include "certificates/scripted_library_test.h"
 
 namespace orv::tee {
 
@@ -19,23 +12,18 @@ namespace {
 using impl::ClientCertInitializerAPIImpl;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing_support::CapturedLog;
-using testing_support::LogText;
-using testing_support::ScriptedCryptoLibrary;
 
 std::string Text(const std::vector<std::uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
-class ClientCertInitializerApiTest : public testing::Test {
+class ClientCertInitializerApiTest : public testing_support::ScriptedLibraryTest {
 protected:
     ClientCertInitializerApiTest() {
-        mLibrary.Reset();
         mApi = std::make_unique<ClientCertInitializerAPIImpl>();
         mLibrary.mCalls.clear();
     }
 
-    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
     std::unique_ptr<ClientCertInitializerAPIImpl> mApi;
 };
 

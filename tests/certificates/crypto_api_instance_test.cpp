@@ -4,17 +4,10 @@
 #include <future>
 #include <iostream>
 #include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "certificates/client_cert_initializer_api.h"
-#include "certificates/log_text.h"
-#include "certificates/scripted_crypto_library.h"
+#include "certificates/scripted_library_test.h"
 #include "logging/qel_logging.h"
-#include "testing/captured_log.h"
 
 namespace vintrel {
 
@@ -22,16 +15,12 @@ namespace {
 
 using orv::tee::ClientCertInitializerAPI;
 using testing::ElementsAre;
-using testing_support::CapturedLog;
-using testing_support::LogText;
-using testing_support::ScriptedCryptoLibrary;
 
-class CryptoApiInstanceTest : public testing::Test {
+class CryptoApiInstanceTest : public testing_support::ScriptedLibraryTest {
 protected:
     CryptoApiInstanceTest() {
         // Each of these processes starts afresh, with nothing of the library initialised.
         GTEST_FLAG_SET(death_test_style, "threadsafe");
-        mLibrary.Reset();
     }
 
     std::string ConstructionError() {
@@ -42,8 +31,6 @@ protected:
         }
         return "";
     }
-
-    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
 };
 
 using CryptoApiInstanceDeathTest = CryptoApiInstanceTest;

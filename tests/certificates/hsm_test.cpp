@@ -1,15 +1,8 @@
 #include "certificates/hsm.h"
 
 #include <chrono>
-#include <string>
-#include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "certificates/log_text.h"
-#include "certificates/scripted_crypto_library.h"
-#include "testing/captured_log.h"
+#include "certificates/scripted_library_test.h"
 
 namespace vintrel {
 
@@ -20,17 +13,13 @@ using std::chrono::seconds;
 using std::chrono::system_clock;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing_support::CapturedLog;
-using testing_support::LogText;
-using testing_support::ScriptedCryptoLibrary;
 
 constexpr hours kYear{365 * 24};
 const system_clock::time_point kNow{seconds(1795248900)};  // 2026/11/21 08:15:00 UTC
 
-class HsmTest : public testing::Test {
+class HsmTest : public testing_support::ScriptedLibraryTest {
 protected:
     HsmTest() {
-        mLibrary.Reset();
         mLibrary.mTexts = {{"loadPublicKey", "key"},
                            {"getCertificateIssuerCommonName", "VIN:C003"}};
         SetDates(kNow, kNow + kYear);
@@ -48,7 +37,6 @@ protected:
         mLibrary.mTexts["getCertificateIssuerCommonName"] = name;
     }
 
-    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
     Hsm mHsm{[] { return kNow; }};
 };
 

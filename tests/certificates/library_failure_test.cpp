@@ -3,19 +3,12 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "certificates/client_cert_initializer_api_impl.h"
 #include "certificates/hsm.h"
-#include "certificates/log_text.h"
-#include "certificates/scripted_crypto_library.h"
+#include "certificates/scripted_library_test.h"
 #include "certificates/tive_generator_fnd_tive.h"
 #include "certificates/x509_crypto_api_validator.h"
-#include "testing/captured_log.h"
 
 namespace vintrel {
 
@@ -23,10 +16,8 @@ namespace {
 
 using orv::tee::ClientCertInitializerAPI;
 using orv::tee::impl::ClientCertInitializerAPIImpl;
-using testing_support::CapturedLog;
 using testing_support::kNull;
 using testing_support::Outcome;
-using testing_support::ScriptedCryptoLibrary;
 using Lines = std::vector<std::string>;
 
 constexpr std::chrono::seconds kNow{1795248900};
@@ -257,7 +248,7 @@ Stages ValidatorConstruction() {
 }
 
 /// Lets each call of each operation fail in each way that the library can fail.
-class LibraryFailureTest : public testing::Test {
+class LibraryFailureTest : public testing_support::ScriptedLibraryTest {
 protected:
     Trace Run(const Operation& operation, std::size_t failing = 0, Outcome outcome = {}) {
         mLibrary.Reset();
@@ -336,7 +327,6 @@ protected:
         EXPECT_EQ(number, calls.size());
     }
 
-    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
     Hsm mHsm{[] { return std::chrono::system_clock::time_point(kNow); }};
     std::shared_ptr<ClientCertInitializerAPI> mApi = ClientCertInitializerAPI::get_instance();
     std::shared_ptr<X509ValidatorIf> mValidator = X509ValidatorIf::CreateX509Validator();

@@ -49,10 +49,15 @@ CryptoResultCode AnswerCode(const std::string& name, const std::string& argument
     return static_cast<CryptoResultCode>(ScriptedCryptoLibrary::Get().Enter(name, arguments).mCode);
 }
 
-ByteVector BytesOf(const std::string& operation, const std::string& text) {
+std::string TextOf(const std::string& operation, const std::string& text) {
     const auto& texts = ScriptedCryptoLibrary::Get().mTexts;
     const auto found = texts.find(operation);
-    return Bytes(found == texts.end() ? text : found->second);
+    return found == texts.end() ? text : found->second;
+}
+
+Result<ByteVector> AnswerBytes(const std::string& name, const std::string& arguments,
+                               const std::string& text) {
+    return Answer(name, arguments, Bytes(TextOf(name, text)));
 }
 
 template <typename Interface>
@@ -88,16 +93,14 @@ public:
             code == CryptoResultCode::kSuccess && !exists ? CryptoResultCode::kNotFound : code);
     }
     Result<ByteVector> loadCertificate(const std::shared_ptr<const ICertID>& cert) override {
-        return Answer("loadCertificate", cert->getId(), Bytes("certificate of " + cert->getId()));
+        return AnswerBytes("loadCertificate", cert->getId(), "certificate of " + cert->getId());
     }
     Result<ByteVector> loadCertificateForKeyPair(
         const std::shared_ptr<const IKeyID>& key) override {
-        return Answer("loadCertificateForKeyPair", key->getId(),
-                      BytesOf("loadCertificateForKeyPair", "chain of " + key->getId()));
+        return AnswerBytes("loadCertificateForKeyPair", key->getId(), "chain of " + key->getId());
     }
     Result<ByteVector> loadPublicKey(const std::shared_ptr<const IKeyID>& key) override {
-        return Answer("loadPublicKey", key->getId(),
-                      BytesOf("loadPublicKey", "public key of " + key->getId()));
+        return AnswerBytes("loadPublicKey", key->getId(), "public key of " + key->getId());
     }
     CryptoResultCode storeCertificate(const std::shared_ptr<const ICertID>& cert,
                                       const ByteVector& bytes) override {
@@ -115,7 +118,7 @@ public:
                                    const std::shared_ptr<const IKeyID>& key) override {
         const std::string request =
             subject + " " + std::to_string(static_cast<int>(format)) + " " + key->getId();
-        return Answer("generateCsr", request, Bytes("request " + request));
+        return AnswerBytes("generateCsr", request, "request " + request);
     }
     CryptoResultCode generateKeyPair(const std::shared_ptr<const IKeyID>& key,
                                      const store::KeyType& type) override {
@@ -162,12 +165,12 @@ class CertificateHandler : public operation::ICertificateHandler {
     }
     Result<ByteVector> pemToDer(const ByteVector& bytes,
                                 const operation::PemFormat& format) override {
-        return Answer("pemToDer", std::to_string(static_cast<int>(format)),
-                      Bytes("DER of " + Text(bytes)));
+        return AnswerBytes("pemToDer", std::to_string(static_cast<int>(format)),
+                           "DER of " + Text(bytes));
     }
     Result<std::string> getCertificateIssuerCommonName(const ByteVector& bytes) override {
         return Answer("getCertificateIssuerCommonName", "",
-                      Text(BytesOf("getCertificateIssuerCommonName", "name in " + Text(bytes))));
+                      TextOf("getCertificateIssuerCommonName", "name in " + Text(bytes)));
     }
     Result<std::int64_t> getCertificateNotBeforeDate(const ByteVector&) override {
         return Answer("getCertificateNotBeforeDate", "", ScriptedCryptoLibrary::Get().mNotBefore);
@@ -183,7 +186,7 @@ public:
 
 private:
     Result<ByteVector> sign(const ByteVector& content) override {
-        return Answer("sign", Text(content), Bytes(Text(content) + " signed by " + mKeyId));
+        return AnswerBytes("sign", Text(content), Text(content) + " signed by " + mKeyId);
     }
     CryptoResultCode verify(const ByteVector& signature, const ByteVector& content) override {
         const CryptoResultCode code =
@@ -220,7 +223,7 @@ class Encoder : public IAuxiliaryDataStapledEncoder {
             "encode",
             Text(payload) + "|" + auxiliary.type + "|" + std::to_string(auxiliary.version) + "|" +
                 Text(auxiliary.data) + "|" + auxiliary.description,
-            ScriptedCryptoLibrary::Get().mContainer);
+            "container");
     }
 };
 

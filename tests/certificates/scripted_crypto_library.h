@@ -48,7 +48,6 @@ public:
     std::map<std::string, std::string> mTexts;
     std::int64_t mNotBefore = 0;
     std::int64_t mNotAfter = 0;
-    std::string mContainer = "container";
 
     std::vector<std::string> mCalls;
     /// Stores that somebody holds.

@@ -1,34 +1,23 @@
 #include "certificates/tive_generator_fnd_tive.h"
 
 #include <memory>
-#include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "certificates/log_text.h"
-#include "certificates/scripted_crypto_library.h"
-#include "testing/captured_log.h"
+#include "certificates/scripted_library_test.h"
 
 namespace vintrel {
 
 namespace {
 
 using testing::ElementsAre;
-using testing_support::CapturedLog;
-using testing_support::LogText;
-using testing_support::ScriptedCryptoLibrary;
 
-class TiveGeneratorTest : public testing::Test {
+class TiveGeneratorTest : public testing_support::ScriptedLibraryTest {
 protected:
     TiveGeneratorTest() {
-        mLibrary.Reset();
         // Gets the one line of the library's initialisation out of the way.
         mGenerator->ConstructContainer({});
         mLibrary.Reset();
     }
 
-    ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
     std::shared_ptr<TiveGeneratorIf> mGenerator = TiveGeneratorIf::Create();
 };
 

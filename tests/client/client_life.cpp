@@ -107,7 +107,6 @@ void SteppedDispatcher::DeliverAsync() {
 
 ClientLife::~ClientLife() {
     client.reset();
-    unit.connector.reset();
     unit.exchanges.clear();
     dispatcher.reset();
 }
@@ -227,14 +226,10 @@ void ClientLife::DeliverOwn(const Trigger& trigger) {
     dispatcher->DeliverNext();
 }
 
-void ClientLife::RunToExchange() {
-    Happen("clamp on", "session started", "URL", "service up", "VIN", "connection 2");
-}
-
 void ClientLife::FailAttempt() {
     Happen("response 2");
     if (const auto delay = dispatcher->NextDelay()) {
-        Advance(*delay);
+        dispatcher->AdvanceBy(*delay);
     }
 }
 
@@ -301,10 +296,6 @@ std::vector<std::string> ClientLife::Story() const {
 
 bool ClientLife::ExchangeRuns() const {
     return !unit.exchanges.empty() && unit.exchanges.back()->GetStateName() == "FsmStateRunning";
-}
-
-std::string ClientLife::LastRequest() const {
-    return unit.exchanges.empty() ? "" : unit.exchanges.back()->request;
 }
 
 }  // namespace testing_support

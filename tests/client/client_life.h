@@ -70,12 +70,6 @@ public:
     void Happen(const Triggers&... triggers) {
         ((Deliver(triggers), dispatcher->RunPending()), ...);
     }
-    void Advance(std::chrono::milliseconds time) { dispatcher->AdvanceBy(time); }
-
-    /// A pass from the trigger to the running exchange; what is known already is told once more.
-    void RunToExchange();
-    /// An exchange that fails, up to the VIN query of its retry.
-    void FailAttempt();
 
     /// Forgets what was seen.
     void Mark();
@@ -88,8 +82,6 @@ public:
 
     const std::string& State() const { return client->GetStateName(); }
     bool ExchangeRuns() const;
-    /// The request of the last exchange, as `scripted_messages` writes it.
-    std::string LastRequest() const;
 
     CapturedLog log;
     ScriptedUnit unit;
@@ -100,6 +92,9 @@ public:
 private:
     void DriveTo(const std::string& target);
     void GoOn(const std::string& target);
+    /// An exchange that fails, up to the VIN query of its retry.
+    void FailAttempt();
+
     void DeliverOwn(const client_table::Trigger& trigger);
 
     int mRetriesBefore{0};

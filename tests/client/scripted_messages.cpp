@@ -16,16 +16,8 @@ bool TakeBehind(const std::string& payload, const std::string& start, std::strin
 
 }  // namespace
 
-std::string CreateProtobuffer(const CertificateRequestParams& params, std::string csrContainer) {
-    if (csrContainer == testing_support::kNoRequest) {
-        return {};
-    }
-    const std::string sim =
-        params.imei + params.msisdn + params.imsi + params.euiccid + params.iccid;
-    return csrContainer.insert(
-        0, "reason=" + std::to_string(params.activation_reason) + " oid=" + params.operationTypeId +
-               " ecu=" + params.diagnostic_address + "," + params.hw_version + "," +
-               params.sw_version + "," + params.part_number + " " + sim);
+std::string CreateProtobuffer(const CertificateRequestParams&, std::string csrContainer) {
+    return csrContainer == testing_support::kNoRequest ? std::string() : csrContainer;
 }
 
 bool ParseResponse(const std::string& payload, CertificateResponse& response) {

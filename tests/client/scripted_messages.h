@@ -6,9 +6,10 @@ namespace testing_support {
 
 /// The messages of the backend link in words, put in the place of the real ones by the linker.
 ///
-/// A request reads "reason=0 oid= ecu=C003,H10,S20,PART-30 container". A certificate response is
-/// "certificate " and the certificate, an error response "error " and its text; all else is broken.
-/// With this container there is no request.
+/// A request is its container. A certificate response is "certificate " and the certificate, an
+/// error response "error " and its text; all else is broken. With this container there is no
+/// request.
+
 inline const std::string kNoRequest = "container that does not fit";
 
 }  // namespace testing_support

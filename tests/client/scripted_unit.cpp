@@ -1,7 +1,5 @@
 #include "client/scripted_unit.h"
 
-#include <algorithm>
-
 #include "client/clamp_control_if.h"
 #include "client/ecu_capabilities_if.h"
 #include "client/immobilizer_if.h"
@@ -99,9 +97,7 @@ public:
 
 bool ScriptedConnectorFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
                                     std::shared_ptr<fsm::Fsm> target, int targetEvent) {
-    if (!Noted("Connector.StartFsm", Unit().connectorStarts)) {
-        return false;
-    }
+    Noted("Connector.StartFsm");
     SetupFsm(dispatcher, std::move(target), targetEvent);
     SetFsmState(&ScriptedConnectorFsm::FsmStateRunning, "FsmStateRunning");
     return true;
@@ -118,22 +114,14 @@ void ScriptedConnectorFsm::OnTerminate() {
     }
 }
 
-void ScriptedConnectorFsm::ReportStatus(zem_connector::SessionStatus status) {
-    auto data = std::make_unique<StateUpdateEventData>();
-    data->status = status;
-    RaiseEvent(mTarget, mTargetEvent, kInfoStatusUpdate, std::move(data));
-}
-
 bool ScriptedExchangeFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatcher,
-                                   std::shared_ptr<fsm::Fsm> target, int targetEvent,
-                                   std::string requestBody,
+                                   std::shared_ptr<fsm::Fsm> target, int targetEvent, std::string,
                                    std::shared_ptr<vintrel::ZemConnectorFsmIf>,
-                                   const vintrel::UrlData& url) {
+                                   const vintrel::UrlData&) {
     if (!Unit().exchangeStarts) {
         return false;
     }
-    request = std::move(requestBody);
-    urlData = url;
+
     SetupFsm(dispatcher, std::move(target), targetEvent);
     SetFsmState(&ScriptedExchangeFsm::FsmStateRunning, "FsmStateRunning");
     return true;
@@ -159,10 +147,6 @@ ScriptedUnit& ScriptedUnit::Current() {
     return *gCurrent;
 }
 
-std::size_t ScriptedUnit::CountCalls(const std::string& call) const {
-    return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
-}
-
 std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> ScriptedUnit::NewBackendRequestHandlerFsm()
     const {
     return exchanges.emplace_back(std::make_shared<ScriptedExchangeFsm>());
@@ -170,17 +154,13 @@ std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> ScriptedUnit::NewBackendReq
 
 std::shared_ptr<vintrel::HsmIf> ScriptedUnit::NewHsm() const {
     Noted("NewHsm");
-    if (atNewHsm) {
-        atNewHsm();
-    }
+
     return std::make_shared<ScriptedHsm>();
 }
 
 std::shared_ptr<vintrel::ZemConnectorFsmIf> ScriptedUnit::NewZemConnectorFsm(
-    const std::string& name) const {
-    transactionType = name;
-    connector = std::make_shared<ScriptedConnectorFsm>();
-    return Noted("NewZemConnectorFsm", connector);
+    const std::string&) const {
+    return Noted("NewZemConnectorFsm", std::make_shared<ScriptedConnectorFsm>());
 }
 
 std::shared_ptr<process_lifecycle_adapter::ProcessLifecycleAdapterIf>

@@ -12,12 +12,11 @@
 #include "client/immobilizer_cb_if.h"
 #include "client/status_code.h"
 #include "client/tls_alerts_cb_if.h"
-#include "client/url_data.h"
 #include "client/zem_connector_fsm_if.h"
 
 namespace testing_support {
 
-/// A connector machine that starts or refuses as scripted; the test says what it reports.
+/// A connector machine that reports nothing by itself.
 class ScriptedConnectorFsm : public vintrel::ZemConnectorFsmIf {
 public:
     ScriptedConnectorFsm() : ZemConnectorFsmIf("ScriptedConnectorFsm") {}
@@ -28,8 +27,6 @@ public:
     bool Connect(const std::string&, unsigned short, std::shared_ptr<fsm::Fsm>, int) override {
         return false;
     }
-
-    void ReportStatus(zem_connector::SessionStatus status);
 
 protected:
     void OnTerminate() override;
@@ -49,9 +46,6 @@ public:
                   const vintrel::UrlData& url) override;
 
     void Answer(vintrel::ReturnCode code, const std::string& response = {});
-
-    std::string request;
-    vintrel::UrlData urlData;
 
 protected:
     void OnTerminate() override {}
@@ -82,17 +76,14 @@ public:
     NewProcessLifecycleAdapter(
         process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* callback) const override;
 
-    std::size_t CountCalls(const std::string& call) const;
-
     /// The neighbours that were called, in order.
     std::vector<std::string> calls;
 
-    /// What happens while the connector machine is being stopped, and while the store is opened.
+    /// What happens while the connector machine is being stopped.
     std::function<void()> atConnectorStop;
-    std::function<void()> atNewHsm;
 
     bool withAdapter{true};
-    bool connectorStarts{true};
+
     bool exchangeStarts{true};
     bool timeSet{true};
     bool deleteFails{false};
@@ -109,9 +100,7 @@ public:
     vintrel::ImmobilizerCbIf* immobilizer{nullptr};
     vintrel::TlsAlertsCbIf* alerts{nullptr};
 
-    mutable std::shared_ptr<ScriptedConnectorFsm> connector;
     mutable std::vector<std::shared_ptr<ScriptedExchangeFsm>> exchanges;
-    mutable std::string transactionType;
 };
 
 /// Notes that a neighbour was called; returns its answer.

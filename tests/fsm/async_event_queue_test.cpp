@@ -51,6 +51,16 @@ class AsyncEventQueueTest : public testing::Test {
 protected:
     AsyncEventQueueTest() { machine->Start(dispatcher); }
 
+    /// Raises as many events as the pipe takes.
+    std::size_t FillPipe() {
+        const int capacity = fcntl(writeEnd, F_SETPIPE_SZ, 4096);
+        EXPECT_GT(capacity, 0);
+        for (int i = 0; i < capacity; ++i) {
+            machine->RaiseAsyncEvent(1, i, nullptr);
+        }
+        return static_cast<std::size_t>(capacity);
+    }
+
     CapturedLog log;
     /// The first machine makes the queue, whose pipe gets the lowest free descriptors.
     const std::array<int, 2> ends = LowestFreeDescriptors();
@@ -103,11 +113,7 @@ TEST_F(AsyncEventQueueTest, AStateMethodMayRaiseAndAskForTheExit) {
 }
 
 TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
-    const int capacity = fcntl(writeEnd, F_SETPIPE_SZ, 4096);
-    ASSERT_GT(capacity, 0);
-    for (int i = 0; i < capacity; ++i) {
-        machine->RaiseAsyncEvent(1, i, nullptr);
-    }
+    const std::size_t capacity = FillPipe();
     EXPECT_TRUE(log.Lines(EQELLogLevel::kError).empty());
     bool destroyed = false;
     machine->RaiseAsyncEvent(2, 0, std::make_unique<TracedData>([&] {
@@ -119,15 +125,11 @@ TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
         log.Lines(EQELLogLevel::kError),
         (std::vector<std::string>{"D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"}));
     dispatcher->RunPending();
-    EXPECT_EQ(machine->events.size(), static_cast<std::size_t>(capacity));
+    EXPECT_EQ(machine->events.size(), capacity);
 }
 
 TEST_F(AsyncEventQueueTest, ASlowLogOfALostEventHoldsNobodyUp) {
-    const int capacity = fcntl(writeEnd, F_SETPIPE_SZ, 4096);
-    ASSERT_GT(capacity, 0);
-    for (int i = 0; i < capacity; ++i) {
-        machine->RaiseAsyncEvent(1, i, nullptr);
-    }
+    const std::size_t capacity = FillPipe();
     // The line about the lost event is held up until the dispatcher's thread has gone on.
     std::promise<void> lineReached;
     std::promise<void> dispatched;
@@ -146,7 +148,7 @@ TEST_F(AsyncEventQueueTest, ASlowLogOfALostEventHoldsNobodyUp) {
     other.join();
     ara_log_host::ExchangeSink(std::move(previous));
     EXPECT_FALSE(gaveUp);
-    EXPECT_EQ(machine->events.size(), static_cast<std::size_t>(capacity));
+    EXPECT_EQ(machine->events.size(), capacity);
 }
 
 TEST_F(AsyncEventQueueTest, MachinesMayEndWhileAnEventIsUnderWay) {

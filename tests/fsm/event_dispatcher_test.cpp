@@ -221,28 +221,20 @@ TEST_F(EventDispatcherTest, ADisabledNegativeDescriptorWatchesNobodyElses) {
 
 TEST_F(EventDispatcherTest, AMachineDroppedInItsOwnStateMethodLivesUntilItReturns) {
     Watch(first, pipeA.Reader(), 10);
-    bool destroyed = false;
-    fsm::Fsm* raw = first.get();
-    first->onDestroy = [&] { destroyed = true; };
-    first->onEvent = [&](int, int) {
-        raw->StopFsm();
-        EXPECT_FALSE(destroyed);
-    };
-    first.reset();
+    second->RaiseEvent(1, 0, nullptr);
+    for (std::shared_ptr<Recorder>* const machine : {&first, &second}) {
+        (*machine)->onEvent = [machine](int, int) {
+            const std::weak_ptr<Recorder> alive = *machine;
+            (*machine)->StopFsm();
+            machine->reset();
+            EXPECT_FALSE(alive.expired());
+        };
+    }
+    const std::weak_ptr<Recorder> watching = first;
+    const std::weak_ptr<Recorder> queued = second;
     EXPECT_TRUE(dispatcher->DispatchStep());
-    EXPECT_TRUE(destroyed);
-}
-
-TEST_F(EventDispatcherTest, SoDoesOneDroppedWhileAQueuedEventIsDelivered) {
-    const std::weak_ptr<Recorder> alive = first;
-    first->onEvent = [&](int, int) {
-        first->StopFsm();
-        first.reset();
-        EXPECT_FALSE(alive.expired());
-    };
-    first->RaiseEvent(1, 0, nullptr);
-    EXPECT_TRUE(dispatcher->DispatchStep());
-    EXPECT_TRUE(alive.expired());
+    EXPECT_TRUE(watching.expired());
+    EXPECT_TRUE(queued.expired());
 }
 
 #ifndef NDEBUG

@@ -1,9 +1,7 @@
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -10,6 +10,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sqlite3.h>
@@ -39,27 +40,18 @@ struct State {
     int calls = 0;
     std::mt19937 random;
     std::map<std::string, Durability> files;
+    /// Which of them an open file is.
+    std::map<sqlite3_file*, Durability*> open;
     sqlite3_vfs* real = sqlite3_vfs_find(nullptr);
     sqlite3_vfs vfs{};
+    /// The real files' calls, which differ only in how they lock, and by these what ours do.
+    sqlite3_io_methods realFile{};
+    std::map<const sqlite3_io_methods*, sqlite3_io_methods> methods;
 };
 
 State& Shared() {
     static auto* state = new State();
     return *state;
-}
-
-struct File {
-    sqlite3_file base;
-    Durability* durability;
-    sqlite3_file* real;
-};
-
-File& ToFile(sqlite3_file* file) {
-    return *reinterpret_cast<File*>(file);
-}
-
-sqlite3_file* Real(sqlite3_file* file) {
-    return ToFile(file).real;
 }
 
 std::string Read(const std::string& path) {
@@ -109,24 +101,40 @@ void Apply(const Change& change, bool isWhole, std::string& image) {
     std::abort();
 }
 
-int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {
+/// As above for the calls that no death ends half-way.
+Fault NextWholeFault() {
     const Fault fault = NextFault();
-    if (Shared().plan.fault == Fault::kPowerCut) {
-        ToFile(file).durability->unsynced.push_back(
-            {static_cast<std::size_t>(offset),
-             std::string(static_cast<const char*>(bytes), static_cast<std::size_t>(size)), false});
-    }
     if (fault == Fault::kPowerCut) {
         CutPower();
     }
-    sqlite3_file* real = Real(file);
+    if (fault == Fault::kKill) {
+        Die();
+    }
+    return fault;
+}
+
+void Note(sqlite3_file* file, Change change) {
+    if (Shared().plan.fault == Fault::kPowerCut) {
+        Shared().open[file]->unsynced.push_back(std::move(change));
+    }
+}
+
+int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset) {
+    Note(file,
+         {static_cast<std::size_t>(offset),
+          std::string(static_cast<const char*>(bytes), static_cast<std::size_t>(size)), false});
+    const Fault fault = NextFault();
+    if (fault == Fault::kPowerCut) {
+        CutPower();
+    }
     if (fault == Fault::kReadOnly) {
         return SQLITE_IOERR_WRITE;
     }
+    const auto write = Shared().realFile.xWrite;
     if (fault == Fault::kNone) {
-        return real->pMethods->xWrite(real, bytes, size, offset);
+        return write(file, bytes, size, offset);
     }
-    real->pMethods->xWrite(real, bytes, size / 2, offset);
+    write(file, bytes, size / 2, offset);
     if (fault == Fault::kKill) {
         Die();
     }
@@ -134,37 +142,20 @@ int Write(sqlite3_file* file, const void* bytes, int size, sqlite3_int64 offset)
 }
 
 int Truncate(sqlite3_file* file, sqlite3_int64 size) {
-    const Fault fault = NextFault();
-    if (Shared().plan.fault == Fault::kPowerCut) {
-        ToFile(file).durability->unsynced.push_back({static_cast<std::size_t>(size), "", true});
-    }
-    if (fault == Fault::kPowerCut) {
-        CutPower();
-    }
-    if (fault == Fault::kKill) {
-        Die();
-    }
+    Note(file, {static_cast<std::size_t>(size), "", true});
+    const Fault fault = NextWholeFault();
     if (fault == Fault::kError || fault == Fault::kReadOnly) {
         return SQLITE_IOERR_TRUNCATE;
     }
-    sqlite3_file* real = Real(file);
-    return real->pMethods->xTruncate(real, size);
+    return Shared().realFile.xTruncate(file, size);
 }
 
 int Sync(sqlite3_file* file, int flags) {
-    const Fault fault = NextFault();
-    if (fault == Fault::kPowerCut) {
-        CutPower();
-    }
-    if (fault == Fault::kKill) {
-        Die();
-    }
-    if (fault == Fault::kError) {
+    if (NextWholeFault() == Fault::kError) {
         return SQLITE_IOERR_FSYNC;
     }
-    sqlite3_file* real = Real(file);
-    const int result = real->pMethods->xSync(real, flags);
-    Durability& durability = *ToFile(file).durability;
+    const int result = Shared().realFile.xSync(file, flags);
+    Durability& durability = *Shared().open[file];
     // SQLite's own file system syncs the directory, too, when it first syncs a new file.
     durability.isNameSynced = true;
     for (const Change& change : durability.unsynced) {
@@ -172,68 +163,6 @@ int Sync(sqlite3_file* file, int flags) {
     }
     durability.unsynced.clear();
     return result;
-}
-
-template <typename Method, typename... Arguments>
-int Forward(sqlite3_file* file, Method method, Arguments... arguments) {
-    return (Real(file)->pMethods->*method)(Real(file), arguments...);
-}
-
-int Close(sqlite3_file* file) {
-    return Forward(file, &sqlite3_io_methods::xClose);
-}
-
-int ReadAt(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset) {
-    return Forward(file, &sqlite3_io_methods::xRead, bytes, size, offset);
-}
-
-int FileSize(sqlite3_file* file, sqlite3_int64* size) {
-    return Forward(file, &sqlite3_io_methods::xFileSize, size);
-}
-
-int Lock(sqlite3_file* file, int level) {
-    return Forward(file, &sqlite3_io_methods::xLock, level);
-}
-
-int Unlock(sqlite3_file* file, int level) {
-    return Forward(file, &sqlite3_io_methods::xUnlock, level);
-}
-
-int CheckReservedLock(sqlite3_file* file, int* result) {
-    return Forward(file, &sqlite3_io_methods::xCheckReservedLock, result);
-}
-
-int FileControl(sqlite3_file* file, int operation, void* argument) {
-    return Forward(file, &sqlite3_io_methods::xFileControl, operation, argument);
-}
-
-int SectorSize(sqlite3_file* file) {
-    return Forward(file, &sqlite3_io_methods::xSectorSize);
-}
-
-int DeviceCharacteristics(sqlite3_file* file) {
-    return Forward(file, &sqlite3_io_methods::xDeviceCharacteristics);
-}
-
-const sqlite3_io_methods* Methods() {
-    static const sqlite3_io_methods methods = [] {
-        sqlite3_io_methods made{};
-        made.iVersion = 1;
-        made.xClose = Close;
-        made.xRead = ReadAt;
-        made.xWrite = Write;
-        made.xTruncate = Truncate;
-        made.xSync = Sync;
-        made.xFileSize = FileSize;
-        made.xLock = Lock;
-        made.xUnlock = Unlock;
-        made.xCheckReservedLock = CheckReservedLock;
-        made.xFileControl = FileControl;
-        made.xSectorSize = SectorSize;
-        made.xDeviceCharacteristics = DeviceCharacteristics;
-        return made;
-    }();
-    return &methods;
 }
 
 Durability& Track(const std::string& path) {
@@ -256,37 +185,33 @@ int OpenReadOnly(sqlite3_vfs* real, const char* name, sqlite3_file* file, int fl
 }
 
 int Open(sqlite3_vfs* /*vfs*/, const char* name, sqlite3_file* file, int flags, int* outFlags) {
-    const bool mayCreate = (flags & SQLITE_OPEN_CREATE) != 0;
+    State& state = Shared();
     const bool isReadOnly = IsReadOnly();
-    const Fault fault = mayCreate ? NextFault() : Fault::kNone;
-    if (fault == Fault::kKill) {
-        Die();
-    }
-    if (fault == Fault::kPowerCut) {
-        CutPower();
-    }
-    if (fault == Fault::kError) {
+    const bool mayCreate = (flags & SQLITE_OPEN_CREATE) != 0;
+    if (mayCreate && NextWholeFault() == Fault::kError) {
         file->pMethods = nullptr;
         return SQLITE_CANTOPEN;
     }
-    File& opened = ToFile(file);
-    opened.real = reinterpret_cast<sqlite3_file*>(&opened + 1);
-    opened.durability = &Track(name == nullptr ? "" : name);
-    sqlite3_vfs* real = Shared().real;
-    const int result = isReadOnly ? OpenReadOnly(real, name, opened.real, flags, outFlags)
-                                  : real->xOpen(real, name, opened.real, flags, outFlags);
-    opened.base.pMethods = result == SQLITE_OK ? Methods() : nullptr;
+    state.open[file] = &Track(name == nullptr ? "" : name);
+    const int result = isReadOnly ? OpenReadOnly(state.real, name, file, flags, outFlags)
+                                  : state.real->xOpen(state.real, name, file, flags, outFlags);
+    if (result != SQLITE_OK) {
+        file->pMethods = nullptr;
+        return result;
+    }
+    state.realFile = *file->pMethods;
+    sqlite3_io_methods& methods = state.methods[file->pMethods];
+    methods = state.realFile;
+    methods.iVersion = 1;
+    methods.xWrite = Write;
+    methods.xTruncate = Truncate;
+    methods.xSync = Sync;
+    file->pMethods = &methods;
     return result;
 }
 
 int Delete(sqlite3_vfs* /*vfs*/, const char* name, int syncDirectory) {
-    const Fault fault = NextFault();
-    if (fault == Fault::kKill) {
-        Die();
-    }
-    if (fault == Fault::kPowerCut) {
-        CutPower();
-    }
+    const Fault fault = NextWholeFault();
     if (fault == Fault::kError || fault == Fault::kReadOnly) {
         return SQLITE_IOERR_DELETE;
     }
@@ -304,7 +229,6 @@ void Install() {
     State& state = Shared();
     state.vfs = *state.real;
     state.vfs.zName = "faulty";
-    state.vfs.szOsFile = static_cast<int>(sizeof(File)) + state.real->szOsFile;
     state.vfs.xOpen = Open;
     state.vfs.xDelete = Delete;
     sqlite3_vfs_register(&state.vfs, 1);

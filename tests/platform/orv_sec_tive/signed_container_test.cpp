@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <openssl/cms.h>
 #include <openssl/err.h>
 #include <stdlib.h>

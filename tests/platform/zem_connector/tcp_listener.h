@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include <arpa/inet.h>
 #include <boost/asio/ip/tcp.hpp>
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <fstream>
-#include <future>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -75,20 +74,14 @@ TEST_F(ZemConnectorTest, AnIdleSessionMayStillComeAndAUrlQueryWaitsForIt) {
     EXPECT_EQ(mRecorder.Next(), "url 0 type.op https://backend/x");
 }
 
-TEST_F(ZemConnectorTest, AFileThatComesLaterBringsTheSession) {
-    EXPECT_EQ(mConnector.Start(), SessionStatus::kStarting);
-    EXPECT_GT(mLog.Count(mPath + ": No such file or directory; the last good state stays"), 0U);
-    WriteFile();
-    EXPECT_EQ(mRecorder.Next(), "session 2");
-}
-
-TEST_F(ZemConnectorTest, ADirectoryThatComesLaterIsNoticed) {
+TEST_F(ZemConnectorTest, AFileThatComesLaterInADirectoryThatComesLaterBringsTheSession) {
     const std::string directory = mDirectory.File("later");
-    UseFile(directory + "/file.json");
+    const std::string file = UseFile(directory + "/file.json");
     ZemConnector connector(&mRecorder, nullptr);
     EXPECT_EQ(connector.Start(), SessionStatus::kStarting);
+    EXPECT_GT(mLog.Count(file + ": No such file or directory; the last good state stays"), 0U);
     ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
-    ASSERT_TRUE(mFile.WriteAtomically(directory + "/file.json"));
+    ASSERT_TRUE(mFile.WriteAtomically(file));
     EXPECT_EQ(mRecorder.Next(), "session 2");
 }
 
@@ -161,15 +154,6 @@ TEST_F(ZemConnectorTest, AConnectedSocketIsHandedOverReadyForUse) {
     EXPECT_EQ(received, 'x');
     close(peer);
     close(socket);
-}
-
-TEST_F(ZemConnectorTest, ARefusedConnectionHasItsOwnStatus) {
-    TcpListener listener;
-    listener.Close();
-    StartWith(SessionStatus::kStarted);
-    ASSERT_TRUE(mConnector.SocketConnect("type.op", "127.0.0.1", listener.Port(), &mRecorder));
-    EXPECT_EQ(mRecorder.Next(), "socket " + std::to_string(host::kSocketRefused));
-    EXPECT_EQ(mRecorder.Socket(), -1);
 }
 
 TEST_F(ZemConnectorTest, APeerThatDoesNotAnswerTimesOut) {
