@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <future>
+#include <memory>
 
 #include <ara_log_host/sink.h>
 #include <fcntl.h>
@@ -99,7 +100,7 @@ std::atomic<int> gBrokenPipes{0};
     ::setenv("ARA_LOG_LEVEL", "verbose", 1);
     qel_logging::QELLogging::InitLogging("TEST");
     std::promise<void> terminated;
-    SignalHandler handler([&] { terminated.set_value(); });
+    auto handler = std::make_unique<SignalHandler>([&] { terminated.set_value(); });
     struct sigaction counting {};
     counting.sa_handler = [](int signal) {
         ++gBrokenPipes;
@@ -114,6 +115,7 @@ std::atomic<int> gBrokenPipes{0};
     // Behind the SIGPIPE in the pipe: when it arrives, the thread has logged the other.
     ::raise(SIGTERM);
     const bool isOver = terminated.get_future().wait_for(kHangGuard) == std::future_status::ready;
+    handler.reset();
     ::_exit(isOver ? gBrokenPipes.load() : 101);
 }
 
