@@ -23,6 +23,11 @@ ClientNode::Impl::Impl(boost::asio::io_context& context, std::string path)
 
 void ClientNode::Impl::Start() {
     WatchDirectory();
+    mNetworkWatch = NetworkWatch::Open(mStrand, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->NetworkChanged();
+        }
+    });
     ReadFile();
 }
 
@@ -34,6 +39,9 @@ void ClientNode::Impl::Close() {
     CloseTransport();
     if (mWatch) {
         mWatch->Close();
+    }
+    if (mNetworkWatch) {
+        mNetworkWatch->Close();
     }
     mTimer.cancel();
 }
@@ -61,7 +69,25 @@ void ClientNode::Impl::WatchDirectory() {
     }
 }
 
+void ClientNode::Impl::NetworkChanged() {
+    if (mClosed || !mTransport) {
+        return;
+    }
+    try {
+        if (InterfaceOf(mDeployment->network) == mTransport->InterfaceIndex()) {
+            return;
+        }
+        TransportFailed("the interface of " + mDeployment->network.address + " is another one");
+    } catch (const std::exception& exception) {
+        TransportFailed(exception.what());
+    }
+    SetTimer();
+}
+
 void ClientNode::Impl::DirectoryChanged(bool watching) {
+    if (mClosed) {
+        return;
+    }
     if (!watching) {
         mWatch.reset();
         mRetry = Clock::now() + kRetryInterval;
@@ -71,6 +97,9 @@ void ClientNode::Impl::DirectoryChanged(bool watching) {
 }
 
 void ClientNode::Impl::ReadFile() {
+    if (mClosed) {
+        return;
+    }
     mIsStale = std::any_of(mServices.begin(), mServices.end(),
                            [](const auto& service) { return service->IsAvailable(); });
     std::optional<Deployment> deployment = mDeployment;

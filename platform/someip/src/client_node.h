@@ -12,6 +12,7 @@
 #include "client_service.h"
 #include "directory_watch.h"
 #include "lasting_problem.h"
+#include "network_watch.h"
 #include "sd_transport.h"
 #include "someip/service_client.h"
 
@@ -51,6 +52,7 @@ private:
     void AvailabilityChanged() override;
 
     void WatchDirectory();
+    void NetworkChanged();
     void DirectoryChanged(bool watching);
     void ReadFile();
     void Apply(Deployment deployment);
@@ -67,6 +69,7 @@ private:
     std::optional<TimePoint> mTimerEnd;
     const std::string mPath;
     std::shared_ptr<DirectoryWatch> mWatch;
+    std::shared_ptr<NetworkWatch> mNetworkWatch;
     /// The last file that could be read.
     std::optional<Deployment> mDeployment;
     /// The file has changed while a service was there, which is not to be disturbed.

@@ -115,8 +115,12 @@ SdTiming ParseTiming(const json& object) {
     if (timing.requestResponseDelayMin > timing.requestResponseDelayMax) {
         Fail("'requestResponseDelayMaxMs' is less than 'requestResponseDelayMinMs'");
     }
-    if (timing.ttl < timing.cyclicOfferDelay) {
-        Fail("'ttl' is shorter than 'cyclicOfferDelayMs'");
+    if (timing.ttl <= timing.cyclicOfferDelay) {
+        Fail("'ttl' is not longer than 'cyclicOfferDelayMs'");
+    }
+    if (timing.repetitionsMax > 0 &&
+        timing.ttl <= timing.repetitionsBaseDelay * (1U << (timing.repetitionsMax - 1))) {
+        Fail("'ttl' is not longer than the longest pause between repetitions");
     }
     return timing;
 }

@@ -260,7 +260,7 @@ private:
 
     void SendMessage(const Endpoint& to, const Message& message) {
         if (const auto problem = mSocket->SendTo(to, Encode(message))) {
-            LogWarn("message of " + mService.name + " lost: " + *problem);
+            mDrops->Dropped("to " + ToText(to) + ", not sent: " + *problem, Clock::now());
         }
     }
 

@@ -59,7 +59,10 @@ void ProvidedService::Handle(const ReceivedSdMessage& message, TimePoint now) {
             if (auto answer = HandleSubscribe(entry, message.sender, now, isNew)) {
                 answers.push_back(std::move(*answer));
             }
-            if (isNew) {
+            // One message brings the values once, however often it subscribes.
+            if (isNew && std::find(subscribed.begin(), subscribed.end(),
+                                   std::make_pair(entry.endpoints.front(), entry.eventgroupId)) ==
+                             subscribed.end()) {
                 subscribed.emplace_back(entry.endpoints.front(), entry.eventgroupId);
             }
         }

@@ -7,7 +7,6 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
-#include "someip/incident.h"
 
 namespace someip {
 
@@ -50,7 +49,12 @@ int InterfaceOf(const NetworkDeployment& network) {
         const bool isNamed =
             network.interfaceName.empty() || network.interfaceName == entry->ifa_name;
         if (isNamed && Holds(*entry, address)) {
-            return static_cast<int>(::if_nametoindex(entry->ifa_name));
+            const unsigned index = ::if_nametoindex(entry->ifa_name);
+            // With 0 the kernel would choose another one.
+            if (index == 0) {
+                throw std::runtime_error(std::string("interface ") + entry->ifa_name + " has gone");
+            }
+            return static_cast<int>(index);
         }
     }
     const std::string interfaceText =
@@ -65,6 +69,7 @@ std::shared_ptr<SdTransport> SdTransport::Open(const boost::asio::any_io_executo
     const int interfaceIndex = InterfaceOf(network);
     const Endpoint own = EndpointOf(network.address, network.sdPort);
     auto transport = std::make_shared<SdTransport>(own, std::move(drops));
+    transport->mInterfaceIndex = interfaceIndex;
     transport->mGroupEndpoint = EndpointOf(network.multicastGroup, network.sdPort);
     transport->mHandler = std::move(handler);
     transport->mFailed = std::move(failed);
@@ -125,7 +130,7 @@ void SdTransport::Multicast(const std::vector<SdEntry>& entries) {
 void SdTransport::Send(const Endpoint& peer, const std::vector<SdEntry>& entries) {
     const auto problem = SendStamped(peer, entries, mSessions.NextUnicast(peer));
     if (problem) {
-        LogWarn("message of service discovery to " + ToText(peer) + " lost: " + *problem);
+        mDrops->Dropped("to " + ToText(peer) + ", not sent: " + *problem, Clock::now());
     }
 }
 
@@ -141,6 +146,10 @@ std::optional<std::string> SdTransport::SendStamped(const Endpoint& peer,
 void SdTransport::Receive(const std::uint8_t* data, std::size_t size, const Endpoint& sender,
                           bool multicast) {
     if (sender == mUnicast->Local()) {
+        return;
+    }
+    if (sender.port == 0) {
+        Drop("source port 0", sender);
         return;
     }
     DecodeAll(

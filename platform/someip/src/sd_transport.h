@@ -40,6 +40,13 @@ public:
     SdTransport(const Endpoint& own, std::shared_ptr<DropLog> drops)
         : mClaim(std::in_place, own), mDrops(std::move(drops)) {}
 
+    ~SdTransport() { Close(); }
+    SdTransport(const SdTransport&) = delete;
+    SdTransport& operator=(const SdTransport&) = delete;
+
+    /// Of the interface that it was opened on.
+    int InterfaceIndex() const { return mInterfaceIndex; }
+
     void Multicast(const std::vector<SdEntry>& entries);
     void Send(const Endpoint& peer, const std::vector<SdEntry>& entries);
 
@@ -58,6 +65,7 @@ private:
 
     std::optional<AddressClaim> mClaim;
     std::shared_ptr<DropLog> mDrops;
+    int mInterfaceIndex{0};
     Endpoint mGroupEndpoint;
     Handler mHandler;
     FailureHandler mFailed;

@@ -192,6 +192,21 @@ TEST_F(ServiceClientTest, FileThatChangesWhileTheServiceIsAwayCountsAtOnce) {
     EXPECT_TRUE(mAvailability.Take());
 }
 
+TEST_F(ServiceClientTest, LeavesNothingBehindThoughTheFileHasChangedMeanwhile) {
+    FieldServer server(ProviderDeployment());
+    OfferAndConnect(server);
+    const auto subscription = Subscribe();
+    for (const char* const value : {"01", "02", "03"}) {
+        Deploy(ClientDeployment());
+        server.SetField(kFieldId, Hex(value));
+        mValues.TakeUntil(Hex(value));
+    }
+    subscription->Close();
+    mWatch->Close();
+    mClient.reset();
+    mPool->Join();  // returns once no socket, timer or watch is left
+}
+
 TEST_F(ServiceClientTest, WhatIsLeftIsForgottenByTheServerAtOnce) {
     FieldServer server(ProviderDeployment());
     OfferAndConnect(server);
