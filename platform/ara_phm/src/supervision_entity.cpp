@@ -12,14 +12,15 @@ SupervisionEntity::SupervisionEntity(const Phm_client_interface& client)
     : mInstanceId(client.GetInstanceId()) {
     std::uint64_t timeout = 0;
     if (sd_watchdog_enabled(0, &timeout) > 0) {
-        sd_notify(0, ("WATCHDOG_USEC=" + std::to_string(timeout)).c_str());
+        mWatchdog = "WATCHDOG_USEC=" + std::to_string(timeout);
+        sd_notify(0, mWatchdog.c_str());
     }
 }
 
 void SupervisionEntity::CheckpointReached(unsigned short supervisionEntityId,
                                           unsigned short checkpointId) const {
     const std::string message =
-        "WATCHDOG=1\nX_PHM_INSTANCE=" + mInstanceId +
+        (mWatchdog.empty() ? "" : mWatchdog + "\n") + "WATCHDOG=1\nX_PHM_INSTANCE=" + mInstanceId +
         "\nX_PHM_SUPERVISION_ENTITY=" + std::to_string(supervisionEntityId) +
         "\nX_PHM_CHECKPOINT=" + std::to_string(checkpointId);
     const int result = sd_notify(0, message.c_str());

@@ -105,8 +105,15 @@ void CheckOwnership(const std::string& path, const struct stat& status) {
 }
 
 // Who can write to the file, or put another in its place, decides which roots the unit trusts.
-void CheckDatabaseFile(const std::string& directory) {
-    const std::string path = DatabasePath(directory);
+void CheckDirectory(const std::string& directory) {
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) {
+        throw SystemError(directory, "cannot open");
+    }
+    CheckOwnership(directory, status);
+}
+
+void CheckDatabaseFile(const std::string& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
         if (errno == ENOENT) {
@@ -118,10 +125,6 @@ void CheckDatabaseFile(const std::string& directory) {
         throw Refused(path, "not a regular file");
     }
     CheckOwnership(path, status);
-    if (::stat(directory.c_str(), &status) != 0) {
-        throw SystemError(directory, "cannot open");
-    }
-    CheckOwnership(directory, status);
 }
 
 CryptoError LostStore(const std::string& directory, const std::string& trace) {
@@ -188,9 +191,12 @@ StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
         throw LostStore(mDirectory, trace);
     }
     if (IsForWriters(mode)) {
+        // First of all: a file of ours would shut out the directory's owner.
+        CheckDirectory(mDirectory);
         CreateDatabaseFile(path);
     }
-    CheckDatabaseFile(mDirectory);
+    CheckDatabaseFile(path);
+    CheckDirectory(mDirectory);
     if (mIsCopy) {
         ConnectToCopy(trace);
     } else {

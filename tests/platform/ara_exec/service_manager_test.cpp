@@ -41,6 +41,8 @@ TEST(ServiceManagerTest, TheWatchdogWaitsOnlyForWhoTakesUpSupervision) {
     EXPECT_EQ(manager.Receive(), "READY=1\nWATCHDOG_USEC=0");
     const ara::phm::SupervisionEntity entity{ara::phm::Phm_client("instance7")};
     EXPECT_EQ(manager.Receive(), "WATCHDOG_USEC=2500000");
+    entity.CheckpointReached(3, 4);
+    EXPECT_EQ(manager.Receive().rfind("WATCHDOG_USEC=2500000\nWATCHDOG=1\n", 0), 0U);
     ::unsetenv("WATCHDOG_USEC");
 }
 

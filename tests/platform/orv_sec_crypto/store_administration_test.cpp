@@ -178,10 +178,18 @@ TEST_F(StoreAdministrationTest, WrappingKeyIsRefusedUnlessItIsAsItWasMade) {
     EXPECT_TRUE(openAfter(key, 0400).IsSuccess());
 }
 
-TEST_F(StoreAdministrationTest, WrappingKeyOfAnotherOwnerIsRefused) {
+TEST_F(StoreAdministrationTest, WhatBelongsToAnotherUserIsRefusedAndLeftAsItIs) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a file away";
     }
+    const std::string foreign = Path("foreign");
+    ASSERT_TRUE(std::filesystem::create_directory(foreign));
+    ASSERT_EQ(::chown(foreign.c_str(), 12345, 12345), 0);
+    std::unique_ptr<StoreAdministration> administration;
+    EXPECT_EQ(StoreAdministration::CreateOrOpen(foreign, administration).status,
+              AdministrationStatus::kStoreFailure);
+    EXPECT_TRUE(std::filesystem::is_empty(foreign));
+
     ASSERT_EQ(::chown(Path("wrapping.key").c_str(), 12345, 12345), 0);
     EXPECT_EQ(initCryptoLib().GetCode(), CryptoResultCode::kStorageError);
 }

@@ -15,8 +15,7 @@ namespace ara::phm {
 class SupervisionEntity {
 public:
     /// The client need not outlive the entity. From here on the service manager's watchdog, where
-    /// there is one ($WATCHDOG_USEC), waits for checkpoints. That the manager can't be told shows
-    /// at the first of them.
+    /// there is one ($WATCHDOG_USEC), waits for checkpoints, each of which says so once more.
     explicit SupervisionEntity(const Phm_client_interface& client);
 
     /// May be called from any thread. A process that nobody supervises ($NOTIFY_SOCKET is not set)
@@ -25,6 +24,8 @@ public:
 
 private:
     std::string mInstanceId;
+    /// What takes up the watchdog; empty without one.
+    std::string mWatchdog;
 };
 
 }  // namespace ara::phm
