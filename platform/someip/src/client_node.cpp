@@ -70,18 +70,21 @@ void ClientNode::Impl::WatchDirectory() {
 }
 
 void ClientNode::Impl::NetworkChanged() {
-    if (mClosed || !mTransport) {
+    if (mClosed || !mTransport || IsOnItsInterface()) {
         return;
     }
-    try {
-        if (InterfaceOf(mDeployment->network) == mTransport->InterfaceIndex()) {
-            return;
-        }
-        TransportFailed("the interface of " + mDeployment->network.address + " is another one");
-    } catch (const std::exception& exception) {
-        TransportFailed(exception.what());
-    }
+    CloseTransport();
+    // Has its line if the network is not to be had.
+    mRetry = Clock::now();
     SetTimer();
+}
+
+bool ClientNode::Impl::IsOnItsInterface() const {
+    try {
+        return InterfaceOf(mDeployment->network) == mTransport->InterfaceIndex();
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 void ClientNode::Impl::DirectoryChanged(bool watching) {

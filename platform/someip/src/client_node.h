@@ -53,6 +53,7 @@ private:
 
     void WatchDirectory();
     void NetworkChanged();
+    bool IsOnItsInterface() const;
     void DirectoryChanged(bool watching);
     void ReadFile();
     void Apply(Deployment deployment);
