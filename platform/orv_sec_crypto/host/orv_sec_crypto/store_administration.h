@@ -22,7 +22,7 @@ class StoreDatabase;
 /// be read while other processes have it open. One process at a time writes: while the service
 /// runs, or another administrator is at work, an operation that writes waits a second and then
 /// fails with kStoreFailure. A process that opens a store leaves no core dumps from then on
-/// (docs/store.md).
+/// (docs/store-operation.md).
 namespace orv::sec::crypto::host {
 
 enum class AdministrationStatus : uint8_t {
