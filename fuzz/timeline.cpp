@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/check.h"
-#include "tools/timeline_model/html_page.h"
-#include "tools/timeline_model/log_reader.h"
-#include "tools/timeline_model/timeline_store.h"
+#include "timeline/html_report.h"
+#include "timeline/log_reader.h"
+#include "timeline/timeline_store.h"
 
 namespace {
 

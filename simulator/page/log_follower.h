@@ -8,10 +8,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/timeline_model/line_parser.h"
-#include "tools/timeline_model/line_splitter.h"
-#include "tools/timeline_model/log_interpreter.h"
-#include "tools/timeline_model/timeline_store.h"
+#include "timeline/line_parser.h"
+#include "timeline/line_splitter.h"
+#include "timeline/log_interpreter.h"
+#include "timeline/timeline_store.h"
 
 namespace simulator::page {
 

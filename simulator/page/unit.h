@@ -18,7 +18,7 @@
 #include "simulator/page/file_tail.h"
 #include "simulator/page/log_follower.h"
 #include "simulator/page/service_process.h"
-#include "tools/timeline_model/line_splitter.h"
+#include "timeline/line_splitter.h"
 
 namespace simulator::page {
 

@@ -49,15 +49,15 @@ TEST_F(TimelineProgramTest, ExplainsLogsOfRealRuns) {
     }
 }
 
-TEST_F(TimelineProgramTest, APageIsOneFileThatNoLogCanBreakOutOf) {
-    ASSERT_EQ(Run(LOGS "damaged.log -o page.html"), 0) << Read("errors");
-    std::string page = Read("page.html");
-    EXPECT_THAT(page, HasSubstr("default-src 'none'"));
-    EXPECT_THAT(page, Not(HasSubstr("<img")));
-    EXPECT_THAT(page, Not(HasSubstr("<script>alert")));
+TEST_F(TimelineProgramTest, AReportIsOneFileThatNoLogCanBreakOutOf) {
+    ASSERT_EQ(Run(LOGS "damaged.log -o report.html"), 0) << Read("errors");
+    std::string report = Read("report.html");
+    EXPECT_THAT(report, HasSubstr("default-src 'none'"));
+    EXPECT_THAT(report, Not(HasSubstr("<img")));
+    EXPECT_THAT(report, Not(HasSubstr("<script>alert")));
     const std::string begin = R"(id="data">)";
-    page.erase(0, page.find(begin) + begin.size());
-    EXPECT_EQ(nlohmann::json::parse(page.substr(0, page.find("</script>"))),
+    report.erase(0, report.find(begin) + begin.size());
+    EXPECT_EQ(nlohmann::json::parse(report.substr(0, report.find("</script>"))),
               nlohmann::json::parse(ReadFile(LOGS "damaged.json")));
 }
 
@@ -67,7 +67,8 @@ TEST_F(TimelineProgramTest, SaysWhatItCannotDo) {
         {"--explain no-such.log", 2, "Cannot open no-such.log"},
         {"--explain .", 2, "Cannot read .: it is a directory"},
         {"--explain foreign.log", 3, "No line of the service is in this log."},
-        {"-o no-such-directory/page.html foreign.log", 2, "Cannot write no-such-directory/page"},
+        {"-o no-such-directory/report.html foreign.log", 2,
+         "Cannot write no-such-directory/report"},
         {"", 2, "LOG is required"},
         {"--help", 0, "Exit status"},
     };

@@ -1,4 +1,4 @@
-#include "tools/timeline_model/log_interpreter.h"
+#include "timeline/log_interpreter.h"
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,11 @@
-#include "tools/timeline_model/line_parser.h"
+#include "timeline/line_parser.h"
 
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tools/timeline_model/timeline_event.h"
+#include "timeline/timeline_event.h"
 
 namespace timeline {
 

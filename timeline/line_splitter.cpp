@@ -1,4 +1,4 @@
-#include "tools/timeline_model/line_splitter.h"
+#include "timeline/line_splitter.h"
 
 #include <algorithm>
 

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/timeline_model/explain_printer.h"
-#include "tools/timeline_model/log_reader.h"
+#include "timeline/explain_printer.h"
+#include "timeline/log_reader.h"
 
 namespace timeline {
 

@@ -1,4 +1,4 @@
-#include "tools/timeline_model/timeline_store.h"
+#include "timeline/timeline_store.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "tools/timeline_model/log_line.h"
-#include "tools/timeline_model/timeline_event.h"
+#include "timeline/log_line.h"
+#include "timeline/timeline_event.h"
 
 namespace timeline {
 

@@ -1,8 +1,8 @@
-#include "tools/timeline_model/html_page.h"
+#include "timeline/html_report.h"
 
 #include <nlohmann/json.hpp>
 
-#include "tools/timeline_model/page_files.h"
+#include "timeline/report_files.h"
 
 namespace timeline {
 
@@ -29,9 +29,9 @@ std::string EscapedText(std::string_view text) {
 }
 
 /// Appends the template up to the mark, and moves behind the mark.
-void AppendUpTo(std::string& page, std::string_view& rest, std::string_view mark) {
+void AppendUpTo(std::string& report, std::string_view& rest, std::string_view mark) {
     const std::size_t at = rest.find(mark);
-    page += rest.substr(0, at);
+    report += rest.substr(0, at);
     rest.remove_prefix(at + mark.size());
 }
 
@@ -68,21 +68,21 @@ std::string JsonForHtml(const nlohmann::json& json) {
     return escaped;
 }
 
-std::string HtmlPage(std::string_view title, const nlohmann::json& data) {
-    std::string page;
-    std::string_view rest = kPageTemplate;
-    AppendUpTo(page, rest, "@TITLE@");
-    page += EscapedText(title);
-    AppendUpTo(page, rest, "@STYLE@");
-    page += kLanesStyle;
-    AppendUpTo(page, rest, "@HEADING@");
-    page += EscapedText(title);
-    AppendUpTo(page, rest, "@DATA@");
-    page += JsonForHtml(data);
-    AppendUpTo(page, rest, "@SCRIPT@");
-    page += kLanesScript;
-    page += rest;
-    return page;
+std::string HtmlReport(std::string_view title, const nlohmann::json& data) {
+    std::string report;
+    std::string_view rest = kReportTemplate;
+    AppendUpTo(report, rest, "@TITLE@");
+    report += EscapedText(title);
+    AppendUpTo(report, rest, "@STYLE@");
+    report += kLanesStyle;
+    AppendUpTo(report, rest, "@HEADING@");
+    report += EscapedText(title);
+    AppendUpTo(report, rest, "@DATA@");
+    report += JsonForHtml(data);
+    AppendUpTo(report, rest, "@SCRIPT@");
+    report += kLanesScript;
+    report += rest;
+    return report;
 }
 
 }  // namespace timeline

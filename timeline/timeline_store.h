@@ -10,7 +10,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "tools/timeline_model/timeline_event.h"
+#include "timeline/timeline_event.h"
 
 namespace timeline {
 
@@ -34,8 +34,9 @@ public:
 
     void Add(const Event& event);
 
-    /// What the page draws: {"sections": [...], "passes": [...], "passesLeftOut": {...}}. A section
-    /// has either its events and the states that it begins with, or the sums of what it was.
+    /// What the report draws: {"sections": [...], "passes": [...], "passesLeftOut": {...}}. A
+    /// section has either its events and the states that it begins with, or the sums of what it
+    /// was.
     nlohmann::json ToJson() const;
 
 private:

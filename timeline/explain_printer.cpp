@@ -1,4 +1,4 @@
-#include "tools/timeline_model/explain_printer.h"
+#include "timeline/explain_printer.h"
 
 #include <array>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "tools/timeline_model/timeline_event.h"
+#include "timeline/timeline_event.h"
 
 #include <array>
 #include <cstdio>

@@ -9,7 +9,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "tools/timeline_model/log_line.h"
+#include "timeline/log_line.h"
 
 namespace timeline {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/timeline_model/log_line.h"
+#include "timeline/log_line.h"
 
 namespace timeline {
 

@@ -7,9 +7,9 @@
 
 namespace timeline {
 
-/// The lanes' ES module (page/lanes.js): draws what `TimelineStore::ToJson` and events say.
+/// The lanes' ES module (report/lanes.js): draws what `TimelineStore::ToJson` and events say.
 std::string_view LanesScript();
-/// The lanes' style (page/lanes.css), for light and dark.
+/// The lanes' style (report/lanes.css), for light and dark.
 std::string_view LanesStyle();
 
 /// JSON that may stand in a `<script>` element: no text in it can end the element, whatever a log
@@ -17,8 +17,8 @@ std::string_view LanesStyle();
 std::string JsonForHtml(const nlohmann::json& json);
 
 /// One file with everything in it, which needs neither a network nor a server.
-/// @param title what the page is about, as text
+/// @param title what the report is about, as text
 /// @param data  members of `TimelineStore::ToJson`, "counts", "notes"
-std::string HtmlPage(std::string_view title, const nlohmann::json& data);
+std::string HtmlReport(std::string_view title, const nlohmann::json& data);
 
 }  // namespace timeline

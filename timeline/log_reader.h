@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "tools/timeline_model/line_parser.h"
-#include "tools/timeline_model/line_splitter.h"
-#include "tools/timeline_model/log_interpreter.h"
+#include "timeline/line_parser.h"
+#include "timeline/line_splitter.h"
+#include "timeline/log_interpreter.h"
 
 namespace timeline {
 

@@ -1,4 +1,4 @@
-#include "tools/timeline_model/line_parser.h"
+#include "timeline/line_parser.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/timeline_model/log_interpreter.h"
+#include "timeline/log_interpreter.h"
 
 namespace timeline {
 

@@ -1,4 +1,4 @@
-#include "tools/timeline_model/log_reader.h"
+#include "timeline/log_reader.h"
 
 #include <utility>
 

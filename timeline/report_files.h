@@ -4,8 +4,8 @@
 
 namespace timeline {
 
-// The files of page/, compiled in. Constant-initialised.
-extern const std::string_view kPageTemplate;
+// The files of report/, compiled in. Constant-initialised.
+extern const std::string_view kReportTemplate;
 extern const std::string_view kLanesStyle;
 extern const std::string_view kLanesScript;
 

@@ -1,4 +1,4 @@
-// vintrel-timeline: what the log of a service from the field tells, as a page or as text.
+// vintrel-timeline: what the log of a service from the field tells, as a report or as text.
 
 #include <algorithm>
 #include <array>
@@ -16,10 +16,10 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/timeline_model/explain_printer.h"
-#include "tools/timeline_model/html_page.h"
-#include "tools/timeline_model/log_reader.h"
-#include "tools/timeline_model/timeline_store.h"
+#include "timeline/explain_printer.h"
+#include "timeline/html_report.h"
+#include "timeline/log_reader.h"
+#include "timeline/timeline_store.h"
 
 namespace {
 
@@ -157,7 +157,7 @@ int Draw(const Settings& settings) {
                                        : std::filesystem::path(log).filename().string();
     }
     std::ofstream output(settings.output, std::ios::binary | std::ios::trunc);
-    output << timeline::HtmlPage(title, data);
+    output << timeline::HtmlReport(title, data);
     if (!output.flush()) {
         throw FileFailure("Cannot write " + settings.output);
     }
@@ -173,7 +173,7 @@ int RunTimeline(int argc, const char* const* argv) {
     CLI::App app(kDescription, "tools/timeline");
     app.footer(kFooter);
     app.add_option("LOG", settings.logs, "Logs to read; - is the standard input")->required();
-    app.add_option("-o,--output", settings.output, "The page to write")->capture_default_str();
+    app.add_option("-o,--output", settings.output, "The report to write")->capture_default_str();
     app.add_flag("-e,--explain", settings.explain,
                  "Print text instead: each pass in a line, with what triggered it,\n"
                  "what was decided and why, attempts, outcome and duration");
