@@ -20,6 +20,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <posix/unique_fd.h>
+
 #include "benchmarks/framework/harness.h"
 #include "vonta_socket_host/socket_path.h"
 
@@ -30,7 +32,7 @@ namespace {
 namespace net = boost::asio;
 namespace beast = boost::beast;
 using framework_bench::CheckCall;
-using vonta_socket::host::UniqueFd;
+using posix::UniqueFd;
 using UnixProtocol = net::local::stream_protocol;
 using Timestamp = std::atomic<std::int64_t>;
 

@@ -8,15 +8,16 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <posix/unique_fd.h>
+
 #include "vonta_socket_host/socket_path.h"
-#include "vonta_socket_host/unique_fd.h"
 
 namespace simulator {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using vonta_socket::host::UniqueFd;
+using posix::UniqueFd;
 
 constexpr std::size_t kMaxAnswer = std::size_t{64} * 1024;
 

@@ -14,13 +14,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "vonta_socket_host/unique_fd.h"
+#include <posix/unique_fd.h>
 
 namespace simulator::page {
 
 namespace {
 
-using vonta_socket::host::UniqueFd;
+using posix::UniqueFd;
 
 constexpr std::size_t kMaxOutput = std::size_t{1} << 20U;
 constexpr int kSignalBase = 128;

@@ -31,7 +31,7 @@ void FileTail::Reopen() {
         }
         return;
     }
-    vonta_socket::host::UniqueFd file(::open(mPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    posix::UniqueFd file(::open(mPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.IsValid() || !S_ISREG(state.st_mode)) {
         return;
     }

@@ -6,7 +6,7 @@
 
 #include <sys/types.h>
 
-#include "vonta_socket_host/unique_fd.h"
+#include <posix/unique_fd.h>
 
 namespace simulator::page {
 
@@ -30,7 +30,7 @@ private:
 
     std::string mPath;
     Receiver mReceiver;
-    vonta_socket::host::UniqueFd mFile;
+    posix::UniqueFd mFile;
     ino_t mInode{0};
     off_t mOffset{0};
     bool mSkipsPart{false};

@@ -11,8 +11,9 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 
+#include <posix/unique_fd.h>
+
 #include "simulator/page/child_process.h"
-#include "vonta_socket_host/unique_fd.h"
 
 namespace simulator::page {
 
@@ -32,10 +33,9 @@ std::string EndText(int status, bool wasAsked) {
                                 : "ended with status " + std::to_string(status);
 }
 
-vonta_socket::host::UniqueFd OpenLog(const std::string& path) {
+posix::UniqueFd OpenLog(const std::string& path) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    vonta_socket::host::UniqueFd log(
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogMode));
+    posix::UniqueFd log(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogMode));
     if (!log.IsValid()) {
         throw std::system_error(errno, std::generic_category(), path);
     }

@@ -8,6 +8,8 @@
 #include <openssl/crypto.h>
 #include <unistd.h>
 
+#include <posix/unique_fd.h>
+
 #include "simulator/pki/pki_error.h"
 
 namespace simulator::pki {
@@ -21,23 +23,6 @@ constexpr std::size_t kBufferBytes = 4096;
     throw PkiError(path + ": " + std::generic_category().message(error));
 }
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int descriptor) : mDescriptor(descriptor) {}
-    ~FileDescriptor() {
-        if (mDescriptor >= 0) {
-            ::close(mDescriptor);
-        }
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    int Get() const { return mDescriptor; }
-
-private:
-    int mDescriptor;
-};
-
 }  // namespace
 
 SecretText::SecretText(std::string secret) : text(std::move(secret)) {}
@@ -47,8 +32,8 @@ SecretText::~SecretText() {
 }
 
 std::string ReadFile(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.Get() < 0) {
+    const posix::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.IsValid()) {
         Fail(path, errno);
     }
     SecretText contents;

@@ -98,7 +98,7 @@ template <typename PutInPlace>
 void WriteProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size,
                         PutInPlace putInPlace) {
     const std::string temporary = TemporaryPath(path);
-    const FileDescriptor file(
+    const posix::UniqueFd file(
         ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
     if (!file.IsValid()) {
         throw SystemError(temporary, "cannot create");

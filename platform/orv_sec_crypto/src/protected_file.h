@@ -6,8 +6,7 @@
 #include <string>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
-
-#include "file_descriptor.h"
+#include <posix/unique_fd.h>
 
 namespace orv::sec::crypto {
 
@@ -46,7 +45,7 @@ private:
     ProtectedFile(const std::string& path, int descriptor);
 
     const std::string mPath;
-    const FileDescriptor mDescriptor;
+    const posix::UniqueFd mDescriptor;
     std::size_t mSize = 0;
     std::string mVersion;
 };

@@ -9,11 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <posix/unique_fd.h>
+
 #include "certificate_parser.h"
 #include "crypto_error.h"
 #include "crypto_log.h"
 #include "ec_key.h"
-#include "file_descriptor.h"
 #include "key_storage_file.h"
 #include "protected_file.h"
 
@@ -79,7 +80,7 @@ CryptoError NotFound(const char* what, const EntryId& entry) {
 // Makes the file ahead of SQLite for the sake of its mode. An existing one is not even opened:
 // closing it again would drop the locks that this process may hold on it.
 void CreateDatabaseFile(const std::string& path) {
-    const FileDescriptor file(
+    const posix::UniqueFd file(
         ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (file.IsValid()) {
         LogWarn(path + ": there was no store, an empty one is made");

@@ -48,7 +48,7 @@ HeldLocks& Held() {
 }  // namespace
 
 void SyncDirectory(const std::string& directory) {
-    const FileDescriptor descriptor(OpenDirectory(directory));
+    const posix::UniqueFd descriptor(OpenDirectory(directory));
     if (!descriptor.IsValid() || ::fsync(descriptor.Get()) != 0) {
         throw SystemError(directory, "cannot sync");
     }

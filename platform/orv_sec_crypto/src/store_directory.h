@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "file_descriptor.h"
+#include <posix/unique_fd.h>
 
 namespace orv::sec::crypto {
 
@@ -26,7 +26,7 @@ public:
 private:
     explicit StoreLock(const std::string& directory);
 
-    FileDescriptor mDirectory;
+    posix::UniqueFd mDirectory;
 };
 
 }  // namespace orv::sec::crypto

@@ -82,12 +82,12 @@ public:
 
 private:
     SessionOwner& Owner() { return *this; }
-    void Listen(service_access::UniqueFd listening);
+    void Listen(posix::UniqueFd listening);
     void ReleaseSockets();
     void RemoveSocketFile() const;
     void WaitForClient();
     void Accept();
-    void Adopt(service_access::UniqueFd accepted);
+    void Adopt(posix::UniqueFd accepted);
 
     std::optional<InfoAnswer> AnswerRequest(std::string_view target) override {
         return mInfo.Answer(target);
@@ -135,7 +135,7 @@ void Server::Impl::Start() {
     }
 }
 
-void Server::Impl::Listen(service_access::UniqueFd listening) {
+void Server::Impl::Listen(posix::UniqueFd listening) {
     if (lstat(mSocketPath.c_str(), &mSocketFile) != 0) {
         throw std::system_error(errno, std::generic_category(), mSocketPath);
     }
@@ -257,7 +257,7 @@ void Server::Impl::Accept() {
     WaitForClient();
 }
 
-void Server::Impl::Adopt(service_access::UniqueFd accepted) {
+void Server::Impl::Adopt(posix::UniqueFd accepted) {
     UnixProtocol::socket socket(*mIo);
     ErrorCode error;
     socket.assign(UnixProtocol(), accepted.Get(), error);

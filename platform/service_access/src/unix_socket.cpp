@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
-#include <utility>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -11,6 +10,8 @@
 #include <unistd.h>
 
 namespace service_access {
+
+using posix::UniqueFd;
 
 namespace {
 
@@ -49,21 +50,6 @@ void RemoveStaleSocket(const std::string& path, const sockaddr_un& address) {
 }
 
 }  // namespace
-
-UniqueFd::~UniqueFd() {
-    if (mFd >= 0) {
-        close(mFd);
-    }
-}
-
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
-    UniqueFd former(std::exchange(mFd, other.Release()));
-    return *this;
-}
-
-int UniqueFd::Release() noexcept {
-    return std::exchange(mFd, -1);
-}
 
 bool IsUsableSocketPath(const std::string& path) {
     return !path.empty() && path.front() == '/' && path.find('\0') == std::string::npos &&

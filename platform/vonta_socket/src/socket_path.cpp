@@ -10,6 +10,8 @@
 
 namespace vonta_socket::host {
 
+using posix::UniqueFd;
+
 namespace {
 
 constexpr int kBacklog = 16;

@@ -120,7 +120,7 @@ void UnixServer::Run() {
 }
 
 void UnixServer::Accept() {
-    UniqueFd fd(::accept4(mListener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    posix::UniqueFd fd(::accept4(mListener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!fd.IsValid()) {
         mAcceptFailed = errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
         return;

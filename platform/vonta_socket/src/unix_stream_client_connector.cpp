@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include <posix/unique_fd.h>
 #include <vonta_socket/unix_stream_client_connector.h>
 
 #include "unix_stream_communicator.h"
 #include "vonta_socket_host/socket_path.h"
-#include "vonta_socket_host/unique_fd.h"
 
 namespace vonta_socket {
 
@@ -49,7 +49,7 @@ std::shared_ptr<StreamCommunicatorIf> UnixStreamClientConnector::Connect() {
         return nullptr;
     }
     // Connecting without blocking: a full backlog is an immediate failure, not a wait.
-    host::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    posix::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.IsValid() ||
         ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         !MakeBlocking(fd.Get(), mReadTimeout)) {

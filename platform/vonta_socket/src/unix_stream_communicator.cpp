@@ -7,7 +7,7 @@
 
 namespace vonta_socket {
 
-UnixStreamCommunicator::UnixStreamCommunicator(host::UniqueFd fd) : mFd(std::move(fd)) {}
+UnixStreamCommunicator::UnixStreamCommunicator(posix::UniqueFd fd) : mFd(std::move(fd)) {}
 
 void UnixStreamCommunicator::Close() {
     ::shutdown(mFd.Get(), SHUT_RDWR);

@@ -1,8 +1,7 @@
 #pragma once
 
+#include <posix/unique_fd.h>
 #include <vonta_socket/stream_communicator_if.h>
-
-#include "vonta_socket_host/unique_fd.h"
 
 namespace vonta_socket {
 
@@ -10,14 +9,14 @@ namespace vonta_socket {
 /// one thread can never hit a descriptor that another thread has got meanwhile.
 class UnixStreamCommunicator : public StreamCommunicatorIf {
 public:
-    explicit UnixStreamCommunicator(host::UniqueFd fd);
+    explicit UnixStreamCommunicator(posix::UniqueFd fd);
 
     void Close() override;
     std::size_t Write(const std::vector<std::uint8_t>& data) override;
     bool Read(std::vector<std::uint8_t>& data) override;
 
 private:
-    host::UniqueFd mFd;
+    posix::UniqueFd mFd;
 };
 
 }  // namespace vonta_socket

@@ -18,6 +18,8 @@
 #include <service_access/connection.h>
 #include <sys/socket.h>
 
+#include <posix/unique_fd.h>
+
 #include "platform/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
@@ -27,12 +29,12 @@ namespace service_access {
 
 namespace beast = boost::beast;
 namespace net = boost::asio;
+using posix::UniqueFd;
 using service_access_test::EventRecorder;
 using service_access_test::kHangGuard;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using vonta_socket::host::UniqueFd;
 
 /// Serves each connection on a thread of its own as the test says; what it leaves open stays so.
 class HostileServer {

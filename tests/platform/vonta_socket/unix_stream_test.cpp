@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <posix/unique_fd.h>
 #include <vonta_socket/stream_protocol.h>
 #include <vonta_socket/unix_stream_client_connector.h>
 
@@ -17,9 +18,9 @@
 
 namespace {
 
+using posix::UniqueFd;
 using vonta_socket::StreamProtocol;
 using vonta_socket::UnixStreamClientConnector;
-using vonta_socket::host::UniqueFd;
 
 constexpr int kNoTimeout = -1;
 

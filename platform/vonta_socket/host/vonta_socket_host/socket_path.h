@@ -4,7 +4,7 @@
 
 #include <sys/un.h>
 
-#include "vonta_socket_host/unique_fd.h"
+#include <posix/unique_fd.h>
 
 namespace vonta_socket::host {
 
@@ -17,6 +17,6 @@ bool MakeUnixAddress(const std::string& path, sockaddr_un& address);
 /// Listens on `path`, with mode 0600 and without blocking. A socket that nobody serves any more is
 /// replaced. Throws std::runtime_error if something else is in the way, above all a server that
 /// still runs, and if the system refuses.
-UniqueFd ListenOnPath(const std::string& path);
+posix::UniqueFd ListenOnPath(const std::string& path);
 
 }  // namespace vonta_socket::host

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "vonta_socket_host/unique_fd.h"
+#include <posix/unique_fd.h>
 
 namespace vonta_socket::host {
 
@@ -49,7 +49,7 @@ public:
 
 private:
     struct Connection {
-        UniqueFd fd;
+        posix::UniqueFd fd;
         bool dropped = false;
     };
 
@@ -64,8 +64,8 @@ private:
     std::size_t mMaxConnections;
     DataHandler mOnData;
     ClosedHandler mOnClosed;
-    UniqueFd mListener;
-    UniqueFd mWakeUp;
+    posix::UniqueFd mListener;
+    posix::UniqueFd mWakeUp;
     std::atomic<bool> mStopping{false};
     bool mAcceptFailed = false;
     ConnectionId mNextId = 1;
