@@ -58,6 +58,27 @@ function(vintrel_platform_library name)
   target_link_libraries(${target}_host INTERFACE ${target})
 endfunction()
 
+# vintrel_support_library(NAME [SOURCES ...] [PUBLIC targets...] [PRIVATE targets...])
+#
+# A library that stands behind those of the host platform and that no unit has:
+# platform_support_NAME with the headers below include/. Platform libraries link it PRIVATE, the
+# simulators and tests directly.
+function(vintrel_support_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  set(target platform_support_${name})
+  if(ARG_SOURCES)
+    add_library(${target} STATIC ${ARG_SOURCES})
+    target_include_directories(${target}
+      PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+      PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
+    target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE vintrel_options ${ARG_PRIVATE})
+  else()
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+    target_link_libraries(${target} INTERFACE ${ARG_PUBLIC})
+  endif()
+endfunction()
+
 # vintrel_executable(NAME SOURCES ... LIBRARIES targets...)
 #
 # A program; it lands in <build>/bin.

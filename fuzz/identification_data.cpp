@@ -8,8 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include <someip/deserializer.h>
+
 #include "fuzz/check.h"
-#include "someip/deserializer.h"
 
 namespace {
 

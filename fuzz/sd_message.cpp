@@ -1,11 +1,11 @@
 // Messages of service discovery: what stands behind the header.
 
-#include "someip/sd_message.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include <someip/sd_message.h>
 
 #include "fuzz/check.h"
 

@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <string>
 
+#include <someip/message.h>
+
 #include "fuzz/check.h"
-#include "someip/message.h"
 
 namespace {
 

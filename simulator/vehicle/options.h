@@ -4,10 +4,10 @@
 #include <optional>
 #include <string>
 
+#include <someip/deployment.h>
 #include <zem_connector/session_status.h>
 #include <zem_connector/zem_service_controller_callback_if.h>
 
-#include "someip/deployment.h"
 #include "zem_connector_host/operation_settings.h"
 
 namespace simulator::vehicle {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
 #include <service_access/service_names.h>
 
 #include "simulator/vehicle/text_file.h"

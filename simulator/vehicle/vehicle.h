@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <string>
 
+#include <service_access/server.h>
+
 #include "diagnosticinfo_host/diagnostic_info_server.h"
-#include "service_access_host/server.h"
 #include "simulator/vehicle/options.h"
 #include "vonta_socket_host/stream_server.h"
 #include "zem_connector_host/connector_file.h"
@@ -56,7 +57,7 @@ private:
     bool mDiagnosticInfoAvailable{false};
     zem_connector::host::ConnectorFile mConnector;
     IdentificationRecord mIdentification;
-    service_access_host::Server mServices;
+    service_access::Server mServices;
     vonta_socket::host::StreamServer mAlerts;
     diagnosticinfo_host::DiagnosticInfoServer mDiagnosticInfo;
 };

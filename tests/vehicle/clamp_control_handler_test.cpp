@@ -15,7 +15,7 @@
 
 #include <clampcontrolclient/clamp_control_client.h>
 
-#include "platform/service_access/event_recorder.h"
+#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "vehicle/clamp_control_wexa_impl.h"
 #include "vehicle/log_lines.h"

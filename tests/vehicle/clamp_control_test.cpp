@@ -7,14 +7,14 @@
 #include <gtest/gtest.h>
 
 #include "client/clamp_control_if.h"
-#include "platform/service_access/event_recorder.h"
+#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "vehicle/log_lines.h"
 #include "vehicle/vehicle_services.h"
 
 namespace vintrel {
 
-using service_access_host::SubscriptionAnswer;
+using service_access::SubscriptionAnswer;
 using service_access_test::EventRecorder;
 using ::testing::Contains;
 using ::testing::ElementsAre;

@@ -7,12 +7,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <service_access/connection.h>
 
 #include <lumo/connection_members.h>
+#include <service_access/connection.h>
 
 #include "client/immobilizer_if.h"
-#include "platform/service_access/event_recorder.h"
+#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/immobilizer_client.h"

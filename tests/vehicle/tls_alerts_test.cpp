@@ -14,7 +14,7 @@
 
 #include <vonta_socket/unix_stream_client_connector.h>
 
-#include "platform/service_access/event_recorder.h"
+#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/socks_tls_alert_client_impl.h"

@@ -4,8 +4,9 @@
 #include <fstream>
 #include <string>
 
-#include <service_access_host/server.h>
 #include <stdlib.h>
+
+#include <service_access/server.h>
 
 #include "testing/temporary_directory.h"
 
@@ -30,13 +31,13 @@ public:
 
     std::string ConfigPath() const { return mDirectory.File("ClientConfig.json"); }
 
-    service_access_host::Server& Server() { return mServer; }
+    service_access::Server& Server() { return mServer; }
 
 private:
     std::string SocketPath() const { return mDirectory.File("access.sock"); }
 
     const testing_support::TemporaryDirectory mDirectory;
-    service_access_host::Server mServer{SocketPath()};
+    service_access::Server mServer{SocketPath()};
 };
 
 }  // namespace vehicle_test

@@ -1,6 +1,5 @@
 #include <ac/com/runtime/component_singleton.h>
-
-#include "someip/runtime.h"
+#include <someip/runtime.h>
 
 namespace ac::com::runtime {
 

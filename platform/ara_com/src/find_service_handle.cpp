@@ -2,8 +2,7 @@
 #include <vector>
 
 #include <ara/com/find_service_handle.h>
-
-#include "someip/runtime.h"
+#include <someip/runtime.h>
 
 namespace ara::com {
 

@@ -3,12 +3,11 @@
 #include <mutex>
 #include <utility>
 
+#include <clampcontrolclient/clamp_control_client.h>
 #include <service_access/client_config.h>
 #include <service_access/connection.h>
 #include <service_access/log.h>
 #include <service_access/service_names.h>
-
-#include <clampcontrolclient/clamp_control_client.h>
 
 namespace clampcontrolclient {
 

@@ -1,9 +1,8 @@
 #include <utility>
 
-#include <service_access/connection.h>
-
 #include <lumo/connection_members.h>
 #include <lumo/service_registry.h>
+#include <service_access/connection.h>
 
 namespace lumo {
 

@@ -1,6 +1,5 @@
-#include <service_access/connection.h>
-
 #include <lumo/lumo_accessor.h>
+#include <service_access/connection.h>
 
 namespace lumo {
 

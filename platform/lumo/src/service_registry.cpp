@@ -1,6 +1,5 @@
-#include <service_access/connection.h>
-
 #include <lumo/service_registry.h>
+#include <service_access/connection.h>
 
 namespace lumo {
 

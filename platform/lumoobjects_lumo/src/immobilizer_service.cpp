@@ -1,10 +1,10 @@
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
-#include <service_access/bounded_json.h>
-#include <service_access/service_names.h>
 
 #include <lumoobjects_LUMO/immobilizer_service.h>
+#include <service_access/bounded_json.h>
+#include <service_access/service_names.h>
 
 namespace lumoobjects_LUMO {
 

@@ -1,7 +1,6 @@
 #include <service_access/client_config.h>
 #include <service_access/connection.h>
 #include <service_access/log.h>
-
 #include <wexa_client/client_service_utils.h>
 
 namespace wexa_client {

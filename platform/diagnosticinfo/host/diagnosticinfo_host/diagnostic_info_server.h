@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <vector>
 
+#include <someip/field_server.h>
+
 #include "diagnosticinfo_host/identification_data.h"
-#include "someip/field_server.h"
 
 namespace diagnosticinfo_host {
 
