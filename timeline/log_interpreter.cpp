@@ -571,8 +571,8 @@ void LogInterpreter::OnHttpStatus(string_view rest, string_view /*says*/) {
     std::uint32_t status = 0;
     const bool readable = LeadingNumber(rest, status) && status >= kLeastStatus &&
                           status <= kGreatestStatus && status != kUnknownHttpStatus;
-    mHttpStatus = readable ? "HTTP " + std::to_string(status) : "no readable status";
     CurrentPass();
+    mHttpStatus = readable ? "HTTP " + std::to_string(status) : "no readable status";
     mCause = std::string(kExchangeFailures[kRefused]) + " (" + mHttpStatus + ")";
 }
 

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "timeline/explain_printer.h"
@@ -11,16 +12,23 @@ namespace timeline {
 
 namespace {
 
-/// What --explain says of lines of the client machine, without times, up to the sums.
-std::string Explain(const std::vector<std::string>& texts) {
+/// What --explain says of a log, up to the sums.
+std::string Explain(const std::string& log) {
     std::ostringstream output;
     ExplainPrinter printer(output);
     LogReader reader({}, [&](const Event& event) { printer.Print(event); });
-    for (const std::string& text : texts) {
-        reader.Feed("info    VT VintrelClientFsm: " + text + "\n");
-    }
+    reader.Feed(log);
     reader.Finish();
     return output.str();
+}
+
+/// Lines of the client machine, without times.
+std::string ClientLog(const std::vector<std::string>& texts) {
+    std::string log;
+    for (const std::string& text : texts) {
+        log += "info    VT VintrelClientFsm: " + text + "\n";
+    }
+    return log;
 }
 
 struct Story {
@@ -67,9 +75,8 @@ TEST(LogInterpreterTest, SaysHowAPassEnded) {
     for (const Story& story : stories) {
         std::vector<std::string> texts{"Vintrel Client triggered by Clamp 15"};
         texts.insert(texts.end(), story.behindTrigger.begin(), story.behindTrigger.end());
-        const std::string said = Explain(texts);
         const std::string wanted = "(no time) pass 1: Clamp 15; " + story.says + "; no times";
-        EXPECT_NE(said.find(wanted), std::string::npos) << said << "does not hold\n" << wanted;
+        EXPECT_THAT(Explain(ClientLog(texts)), testing::HasSubstr(wanted));
     }
 }
 
@@ -86,7 +93,7 @@ TEST(LogInterpreterTest, CountsTheAttemptsOfAnExhaustedPass) {
                                         : "Retry limit exceeded. Stopping...");
     }
     texts.insert(texts.end(), {kFailed, kWaiting});
-    EXPECT_EQ(Explain(texts),
+    EXPECT_EQ(Explain(ClientLog(texts)),
               "(no time) pass 1: TLS alert, TLS alert meanwhile; update, reason 0 (no certificate "
               "stored); 10 attempts; failed: retry limit exceeded, last by: no complete answer "
               "within 30 s; no times; attempts failed by: 2 x CSR failed, 8 x no complete answer "
@@ -94,21 +101,24 @@ TEST(LogInterpreterTest, CountsTheAttemptsOfAnExhaustedPass) {
 }
 
 TEST(LogInterpreterTest, AJournalTellsARestartByTheProcess) {
-    std::ostringstream output;
-    ExplainPrinter printer(output);
-    LogReader reader({}, [&](const Event& event) { printer.Print(event); });
     const std::string text = "info    VT VintrelClientFsm: Vintrel Client triggered by Clamp 15\n";
-    reader.Feed("[   10.000000] unit vintrel-client[81]: " + text);
-    reader.Feed("[   11.500000] unit vintrel-client[82]: " + text);
-    reader.Feed("-- Boot 5f1c8d2b7c1e4b0e9e54f6d3a2b1c0d9 --\n");
-    reader.Finish();
-    EXPECT_EQ(output.str(),
+    EXPECT_EQ(Explain("[   10.000000] unit vintrel-client[81]: " + text +
+                      "[   11.500000] unit vintrel-client[82]: " + text +
+                      "-- Boot 5f1c8d2b7c1e4b0e9e54f6d3a2b1c0d9 --\n"),
               "[10.000 s after start] pass 1: Clamp 15; no decision; 0 attempts; cut off: the "
               "service was started anew; 0.000 s\n"
               "[11.500 s after start] -- service started\n"
               "[11.500 s after start] pass 2: Clamp 15; no decision; 0 attempts; cut off: the "
               "machine was started anew; 0.000 s\n"
               "[11.500 s after start] -- machine started\n");
+}
+
+TEST(LogInterpreterTest, ALogOfErrorsAloneHasTheStatusOfARefusal) {
+    EXPECT_THAT(
+        Explain("error   VT BackendRequestHandler: Unexpected HTTP response: 403!\n"
+                "error   VT VintrelClientFsm: EndCertificateUpdate The TIV Certificate update "
+                "failed!\n"),
+        testing::HasSubstr("failed: refused by the backend (HTTP 403);"));
 }
 
 }  // namespace
