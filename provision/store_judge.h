@@ -15,7 +15,7 @@
 #include "certificates/x509_validator_if.h"
 #include "client/status_code.h"
 #include "orv_sec_crypto/store_administration.h"
-#include "tools/provision/store_report.h"
+#include "provision/store_report.h"
 
 namespace provision {
 

@@ -1,4 +1,4 @@
-#include "tools/provision/store_report.h"
+#include "provision/store_report.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "tools/provision/provision_command.h"
+#include "provision/provision_command.h"
 
 int main(int argc, char** argv) {
     return provision::RunProvisionCommand(argc, argv, std::cout, std::cerr);

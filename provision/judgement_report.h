@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/provision/store_judge.h"
+#include "provision/store_judge.h"
 
 namespace provision {
 

@@ -1,4 +1,4 @@
-#include "tools/provision/judgement_report.h"
+#include "provision/judgement_report.h"
 
 #include <algorithm>
 #include <array>
@@ -6,8 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "provision/store_report.h"
 #include "simulator/pki/certificates.h"
-#include "tools/provision/store_report.h"
 
 namespace provision {
 

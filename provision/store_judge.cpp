@@ -1,4 +1,4 @@
-#include "tools/provision/store_judge.h"
+#include "provision/store_judge.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "tools/provision/provision_command.h"
+#include "provision/provision_command.h"
 
 #include <ctime>
 #include <exception>
@@ -12,14 +12,14 @@
 
 #include "logging/qel_logging.h"
 #include "orv_sec_crypto/store_administration.h"
+#include "provision/judgement_report.h"
+#include "provision/store_export.h"
+#include "provision/store_judge.h"
+#include "provision/store_report.h"
 #include "simulator/pki/certificates.h"
 #include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_error.h"
 #include "simulator/pki/vehicle_identity.h"
-#include "tools/provision/judgement_report.h"
-#include "tools/provision/store_export.h"
-#include "tools/provision/store_judge.h"
-#include "tools/provision/store_report.h"
 
 namespace provision {
 

@@ -1,4 +1,4 @@
-#include "tools/provision/store_export.h"
+#include "provision/store_export.h"
 
 #include <array>
 #include <climits>
@@ -7,10 +7,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "provision/store_report.h"
 #include "simulator/pki/certificates.h"
 #include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_error.h"
-#include "tools/provision/store_report.h"
 
 namespace provision {
 
