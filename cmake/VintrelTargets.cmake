@@ -99,7 +99,8 @@ function(vintrel_test name)
     set(ARG_TIMEOUT 120)
   endif()
   add_executable(${name} ${ARG_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  target_include_directories(${name} PRIVATE
+    ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/tests/support)
   target_link_libraries(${name} PRIVATE vintrel_options ${ARG_LIBRARIES} GTest::gmock_main)
   gtest_discover_tests(${name}
     TEST_PREFIX ${name}.

@@ -19,7 +19,7 @@ readonly FUZZ_PACKAGES=(clang libclang-rt-dev llvm)
 # Servers that the tests start themselves. apache2-bin is Apache without its service.
 readonly PEER_PACKAGES=(nginx apache2-bin lighttpd haproxy dlt-daemon dlt-tools
     python3-scapy tshark iproute2)
-# The Debian package of the service, and the machine that tests/systemd has it run in.
+# The Debian package of the service, and the machine that tests/programs/systemd has it run in.
 readonly PACKAGE_PACKAGES=(dpkg-dev file lintian systemd)
 
 # install_packages PACKAGE...: installs those that are missing; touches no network if none is.

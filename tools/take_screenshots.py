@@ -57,7 +57,7 @@ def main():
     IMAGES.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(prefix="vintrel-pictures-") as directory:
         page = subprocess.Popen(
-            [unit_day.PROJECT / "tools" / "page", "--bin", binaries, "--dir", directory,
+            [unit_day.PROJECT / "tools" / "open-page", "--bin", binaries, "--dir", directory,
              "--units", "2"], stdout=subprocess.PIPE, text=True,
             env={"PATH": "/usr/bin:/bin"})
         try:

@@ -24,7 +24,7 @@ struct Arguments {
     std::vector<std::string> directories;
 };
 
-/// Where tools/day and tools/page put what belongs to a unit.
+/// Where tools/day and tools/open-page put what belongs to a unit.
 UnitSettings SettingsOf(const fs::path& directory, const Arguments& arguments) {
     const fs::path programs = fs::canonical("/proc/self/exe").parent_path();
     const auto inUnit = [&](const char* program) {

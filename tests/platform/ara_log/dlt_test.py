@@ -14,7 +14,7 @@ import unittest
 import unittest.mock
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "end_to_end"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "programs" / "end_to_end"))
 import unit_case  # noqa: E402
 
 LIMIT = 30

@@ -4,7 +4,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include "faulty_vfs.h"
+#include "faulty_vfs/faulty_vfs.h"
 #include "secret_memory.h"
 #include "store_fixture.h"
 

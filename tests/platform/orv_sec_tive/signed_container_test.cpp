@@ -14,8 +14,8 @@
 #include <orv/sec/tive/factories/signed_container_factory.h>
 
 #include "certificate_zoo/certificate_zoo.h"
+#include "key_hardware/key_hardware.h"
 #include "orv_sec_crypto/store_administration.h"
-#include "platform/orv_sec_crypto/key_hardware.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 

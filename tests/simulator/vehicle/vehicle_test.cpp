@@ -1,0 +1,337 @@
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "client/clamp_control_cb_if.h"
+#include "client/clamp_control_if.h"
+#include "client/ecu_capabilities_if.h"
+#include "client/immobilizer_cb_if.h"
+#include "client/immobilizer_if.h"
+#include "client/tls_alerts_cb_if.h"
+#include "client/tls_alerts_if.h"
+#include "logging/qel_logging.h"
+#include "simulator/vehicle/command_interpreter.h"
+#include "testing/captured_log.h"
+#include "testing/child_program.h"
+#include "testing/temporary_directory.h"
+#include "zem_connector_host/connector_file.h"
+
+namespace {
+
+using simulator::vehicle::CommandInterpreter;
+using simulator::vehicle::Options;
+using simulator::vehicle::ParseCommandLine;
+using simulator::vehicle::Vehicle;
+using testing::HasSubstr;
+using testing::StartsWith;
+using testing_support::ChildProgram;
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+Options OptionsFor(std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "vintrel-vehicle");
+    int exitStatus = 0;
+    const auto options =
+        ParseCommandLine(static_cast<int>(arguments.size()), arguments.data(), exitStatus);
+    if (!options) {
+        throw std::runtime_error("options refused");
+    }
+    return *options;
+}
+
+TEST(VehicleOptions, PathsStandBelowTheRootUnlessTheyAreGiven) {
+    const Options options = OptionsFor({"--root", "/unit/a", "--connector-file", "/b/c.json"});
+    EXPECT_EQ(options.clientConfigPath, "/unit/a/var/run/qel/config/wexa-client/ClientConfig.json");
+    EXPECT_EQ(options.connectorPath, "/b/c.json");
+    EXPECT_EQ(options.serviceSocketPathInUnit, options.serviceSocketPath);
+    EXPECT_EQ(OptionsFor({"--root", "/unit/a", "--root-in-unit"}).serviceSocketPathInUnit,
+              "/var/run/qel/wexa-client/services.sock");
+    EXPECT_EQ(OptionsFor({}).deploymentPath, "/var/run/qel/config/someip/Deployment.json");
+    EXPECT_EQ(OptionsFor({"--connection", "ondemand"}).connection,
+              simulator::vehicle::ConnectionState::kOnDemand);
+}
+
+TEST(VehicleOptions, TheSocketsToTheBackendAreMadeAsTheOptionsSay) {
+    const auto sockets = OptionsFor({"--tls-anchors", "/etc/roots.pem", "--tls-name", "backend",
+                                     "--proxy", "socks5://proxy:1080"})
+                             .backendSockets;
+    ASSERT_TRUE(sockets.tls && sockets.proxy);
+    EXPECT_EQ(sockets.tls->trustAnchors, "/etc/roots.pem");
+    EXPECT_EQ(sockets.tls->serverName, "backend");
+    EXPECT_EQ(sockets.proxy->type, zem_connector::host::ProxyType::kSocks5);
+    EXPECT_EQ(sockets.proxy->host, "proxy");
+    EXPECT_EQ(sockets.proxy->port, 1080);
+    EXPECT_FALSE(OptionsFor({}).backendSockets.tls);
+    for (const char* const wrong : {"proxy:1080", "ftp://proxy:1", "http://proxy:65536"}) {
+        EXPECT_THROW(OptionsFor({"--proxy", wrong}), std::runtime_error) << wrong;
+    }
+    EXPECT_THROW(OptionsFor({"--tls-name", "backend"}), std::runtime_error);
+}
+
+class VehicleCommandTest : public testing::Test {
+protected:
+    std::string Execute(const std::string& line) { return mInterpreter.Execute(line); }
+
+    zem_connector::host::ConnectorFile Connector() const {
+        zem_connector::host::ConnectorFile file;
+        std::vector<std::string> warnings;
+        zem_connector::host::ParseConnectorFile(ReadFile(mOptions.connectorPath), file, warnings);
+        EXPECT_TRUE(warnings.empty());
+        return file;
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+    const Options mOptions{OptionsFor({"--root", mDirectory.Path().c_str()})};
+    Vehicle mVehicle{mOptions};
+    int mQuits{0};
+    CommandInterpreter mInterpreter{mVehicle, [this] { ++mQuits; }};
+};
+
+TEST_F(VehicleCommandTest, ConnectorCommandsReachTheConnectorsFile) {
+    using simulator::vehicle::ConnectionState;
+    using zem_connector::SessionStatus;
+    const std::string type = "QUBA-GenerateTIVCert-C003";
+    EXPECT_EQ(Connector().sessionStatus, SessionStatus::kStarted);
+    EXPECT_TRUE(Connector().transactionTypes.at(type).activated);
+    EXPECT_EQ(Connector().transactionTypes.at(type).connectionState, ConnectionState::kConnected);
+
+    EXPECT_EQ(Execute("connector session rejected"), "ok");
+    EXPECT_EQ(Execute("connector activation off"), "ok");
+    EXPECT_EQ(Execute("connector connection notAvailable"), "ok");
+    EXPECT_EQ(Execute("connector url https://host:1/p?q=1\r"), "ok");
+    const auto file = Connector();
+    EXPECT_EQ(file.sessionStatus, SessionStatus::kRejected);
+    EXPECT_FALSE(file.transactionTypes.at(type).activated);
+    EXPECT_EQ(file.transactionTypes.at(type).connectionState, ConnectionState::kNotAvailable);
+    EXPECT_EQ(file.invocationUrls.at(type + ".COSendCSR"), "https://host:1/p?q=1");
+
+    std::filesystem::remove_all(std::filesystem::path(mOptions.connectorPath).parent_path());
+    EXPECT_THAT(Execute("connector session started"), StartsWith("error: "));
+    EXPECT_THAT(Execute("status"), HasSubstr(R"("session":"rejected")"));
+}
+
+TEST_F(VehicleCommandTest, StatusTellsWhatTheCommandsHaveSet) {
+    for (const char* command : {"clamp on", "immobilizer down", "immobilizer vin  A B ",
+                                "ecu sw 1.2", "ecu hw", "ecu part P 1", "ecu down"}) {
+        EXPECT_EQ(Execute(command), "ok") << command;
+    }
+    const std::string answer = Execute("status");
+    ASSERT_THAT(answer, StartsWith("ok {"));
+    const auto status = nlohmann::json::parse(answer.substr(3));
+    EXPECT_EQ(status["clamp"], "on");
+    EXPECT_EQ(status["immobilizer"], "down");
+    EXPECT_EQ(status["vin"], "A B");
+    EXPECT_EQ(status["ecu"]["service"], "down");
+    EXPECT_EQ(status["ecu"]["sw"], "1.2");
+    EXPECT_EQ(status["ecu"]["hw"], "");
+    EXPECT_EQ(status["ecu"]["part"], "P 1");
+    EXPECT_EQ(mQuits, 0);
+    EXPECT_EQ(Execute("quit"), "ok");
+    EXPECT_EQ(mQuits, 1);
+}
+
+TEST_F(VehicleCommandTest, WrongCommandsChangeNothingAndSayWhy) {
+    const std::string before = Execute("status");
+    const std::pair<const char*, const char*> kWrong[] = {
+        {"klamp on", "unknown command 'klamp'"},
+        {"clamp", "on or off is missing"},
+        {"clamp onn", "'onn' is neither on nor off"},
+        {"clamp on off", "too much: 'off'"},
+        {"immobilizer up down", "too much: 'down'"},
+        {"connector session begun", "'begun' is none of"},
+        {"connector connection", "the connection state is missing"},
+        {"connector url a b", "too much: 'b'"},
+        {"ecu up 1", "too much: '1'"},
+        {"alert oid 256", "no number from 0 to 255"},
+        {"alert oid -1", "no number from 0 to 255"},
+        {"alert oid 44", "no subscriber took the alert"},
+        {"quit now", "too much: 'now'"},
+    };
+    for (const auto& [command, reason] : kWrong) {
+        const std::string answer = Execute(command);
+        EXPECT_THAT(answer, StartsWith("error: ")) << command;
+        EXPECT_THAT(answer, HasSubstr(reason)) << command;
+    }
+    EXPECT_THAT(Execute("ecu sw " + std::string(70000, 'x')), StartsWith("error: "));
+    EXPECT_EQ(Execute("   "), "");
+    EXPECT_EQ(Execute("status"), before);
+    EXPECT_EQ(mQuits, 0);
+}
+
+class VehicleProgramTest : public testing::Test {
+protected:
+    std::vector<std::string> WithRoot(std::vector<std::string> more = {}) const {
+        more.insert(more.begin(), {"--root", mDirectory.Path().string()});
+        return more;
+    }
+
+    std::size_t Sockets() const {
+        std::size_t count = 0;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(mDirectory.Path())) {
+            count += entry.is_socket() ? 1U : 0U;
+        }
+        return count;
+    }
+
+    int ConnectControl() const {
+        const std::string path = OptionsFor({"--root", mDirectory.Path().c_str()}).controlPath;
+        struct stat info {};
+        EXPECT_EQ(::stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777U, 0600U);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        return fd;
+    }
+
+    static std::string Ask(int fd, const std::string& lines) {
+        EXPECT_EQ(::send(fd, lines.data(), lines.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(lines.size()));
+        return ChildProgram::ReadLineFrom(fd);
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+};
+
+TEST_F(VehicleProgramTest, EndsOrderlyOnEachOfItsEnds) {
+    const std::function<void(ChildProgram&)> ends[] = {
+        [](ChildProgram& program) {
+            program.Write("quit\n");
+            EXPECT_EQ(program.ReadLine(), "ok");
+        },
+        [this](ChildProgram&) {
+            const int control = ConnectControl();
+            EXPECT_EQ(Ask(control, "quit\n"), "ok");
+            ::close(control);
+        },
+        [](ChildProgram& program) {
+            program.Write("clamp on");
+            program.CloseInput();
+            EXPECT_EQ(program.ReadLine(), "ok");
+        },
+        [](ChildProgram& program) { program.Kill(SIGTERM); },
+        [](ChildProgram& program) { program.Kill(SIGINT); }};
+    for (const auto& end : ends) {
+        ChildProgram program(WithRoot({"--stdin"}));
+        ASSERT_EQ(program.ReadLine(), "ready");
+        EXPECT_EQ(Sockets(), 3U);
+        end(program);
+        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_EQ(Sockets(), 0U);
+    }
+}
+
+TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
+    const std::string readyFile = mDirectory.File("ready");
+    ChildProgram program(WithRoot({"--ready-file", readyFile}));
+    program.CloseInput();
+    const auto end = std::chrono::steady_clock::now() + ChildProgram::kHangGuard;
+    while (!std::filesystem::exists(readyFile) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+    const int first = ConnectControl();
+    const int second = ConnectControl();
+    EXPECT_EQ(Ask(first, "clamp on\n"), "ok");
+    EXPECT_THAT(Ask(second, "\n\nstatus\n"), HasSubstr(R"("clamp":"on")"));
+    ::close(second);
+    ::close(first);
+    program.Kill(SIGTERM);
+    EXPECT_EQ(program.Wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(readyFile));
+}
+
+TEST_F(VehicleProgramTest, RefusesAnUnknownOptionAndASecondVehicle) {
+    ChildProgram wrong({"--klamp"});
+    EXPECT_GT(wrong.Wait(), 0);
+    ChildProgram first(WithRoot());
+    ASSERT_EQ(first.ReadLine(), "ready");
+    ChildProgram second(WithRoot());
+    EXPECT_EQ(second.Wait(), 1);
+    first.Write("status\n");
+    EXPECT_THAT(first.ReadLine(), StartsWith("ok {"));
+}
+
+/// Writes what a unit's vehicle inputs hear into the log.
+class Listener : public vintrel::ClampControlCbIf,
+                 public vintrel::ImmobilizerCbIf,
+                 public vintrel::TlsAlertsCbIf {
+public:
+    void ClampStateChangeCb(bool on) override { Note(on ? "clamp on" : "clamp off"); }
+    void ImmobilizerVinReceivedCb(std::string vin) override { Note("vin " + vin); }
+    void ImmobilizerConnectionStateChangeCb(bool connected) override {
+        Note(connected ? "immobilizer up" : "immobilizer down");
+    }
+    void TlsAlertNotifyCb(std::string oid, tls_alert_if::ETlsAlertCode code) override {
+        Note("alert " + oid + " " + std::to_string(static_cast<int>(code)));
+    }
+
+private:
+    static void Note(const std::string& what) { qel_logging::QELLogging::LogInfo("heard: ", what); }
+};
+
+TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
+    const Options options = OptionsFor({"--root", mDirectory.Path().c_str()});
+    ::setenv("WEXA_CLIENT_CONFIG", options.clientConfigPath.c_str(), 1);
+    ::setenv("SOMEIP_DEPLOYMENT", options.deploymentPath.c_str(), 1);
+    ::setenv("VONTA_SOCKET_DIR",
+             std::filesystem::path(options.alertSocketPath).parent_path().c_str(), 1);
+    testing_support::CapturedLog log;
+    ChildProgram program(WithRoot({"--vin", "VIN-A", "--ecu-sw", "SW-A"}));
+    ASSERT_EQ(program.ReadLine(), "ready");
+
+    Listener listener;
+    const auto clamp = vintrel::ClampControlIf::Create(listener);
+    const auto immobilizer = vintrel::ImmobilizerIf::Create(listener);
+    const auto alerts = vintrel::TlsAlertsIf::Create();
+    const auto ecu = vintrel::EcuCapabilitiesIf::Create();
+    ecu->Initialize();
+    alerts->Start(&listener);
+    EXPECT_TRUE(clamp->Subscribe());
+    EXPECT_TRUE(immobilizer->ImmobilizerInit());
+    EXPECT_TRUE(log.WaitFor("heard: clamp off"));
+    program.Write("clamp on\n");
+    EXPECT_TRUE(log.WaitFor("heard: clamp on"));
+    EXPECT_TRUE(log.WaitFor("heard: immobilizer up"));
+    EXPECT_TRUE(immobilizer->GetVin());
+    EXPECT_TRUE(log.WaitFor("heard: vin VIN-A"));
+    program.Write("immobilizer vin VIN-B\n");
+    EXPECT_EQ(program.ReadLine(), "ok");
+    EXPECT_EQ(program.ReadLine(), "ok");
+    EXPECT_TRUE(immobilizer->GetVin());
+    EXPECT_TRUE(log.WaitFor("heard: vin VIN-B"));
+    std::string answer;
+    do {
+        program.Write("alert some.oid 44\n");
+        answer = program.ReadLine();
+    } while (answer == "error: no subscriber took the alert");
+    EXPECT_EQ(answer, "ok");
+    EXPECT_TRUE(log.WaitFor("heard: alert some.oid 44"));
+    EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-A' stored"));
+    program.Write("ecu sw SW-B\n");
+    EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-B' stored"));
+    EXPECT_EQ(ecu->GetEcuCapabilities().softwareVersion, "SW-B");
+    program.Write("quit\n");
+    EXPECT_EQ(program.Wait(), 0);
+    EXPECT_TRUE(log.WaitFor("DiagnosticInfoServices service stopped"));
+    EXPECT_TRUE(log.WaitFor("heard: immobilizer down"));
+    alerts->Stop();
+}
+
+}  // namespace
