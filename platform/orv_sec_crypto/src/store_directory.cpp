@@ -10,6 +10,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <posix/path.h>
+
 #include "crypto_error.h"
 
 namespace orv::sec::crypto {
@@ -24,14 +26,6 @@ constexpr std::chrono::milliseconds kLockPause{20};
 
 int OpenDirectory(const std::string& directory) {
     return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-}
-
-std::string ParentOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) {
-        return ".";
-    }
-    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 // Never destroyed: the library may be cleaned up by the destructor of a static object.
@@ -58,7 +52,7 @@ void CreateDirectories(const std::string& directory) {
     for (auto slash = directory.find('/', 1);; slash = directory.find('/', slash + 1)) {
         const std::string part = directory.substr(0, slash);
         if (::mkdir(part.c_str(), kDirectoryMode) == 0) {
-            SyncDirectory(ParentOf(part));
+            SyncDirectory(posix::DirectoryOf(part));
         } else if (errno != EEXIST) {
             throw SystemError(part, "cannot create directory");
         }

@@ -1,15 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
+
+#include <posix/directory_watch.h>
 
 namespace zem_connector {
 
-/// Tells when a file was replaced, rewritten or removed.
+/// Reports when a file was replaced, rewritten or removed.
 ///
 /// It watches the file's directory, so the file need not exist. While the directory itself does
 /// not exist, it looks for it twice a second.
@@ -18,6 +20,9 @@ public:
     /// `changed` is called on the thread that runs `context`.
     FileWatcher(boost::asio::io_context& context, const std::string& path,
                 std::function<void()> changed);
+    FileWatcher(const FileWatcher&) = delete;
+    FileWatcher& operator=(const FileWatcher&) = delete;
+    ~FileWatcher();
 
     /// Changes from here on are noticed.
     void Start();
@@ -25,13 +30,13 @@ public:
 private:
     bool Open();
     void RetryLater();
-    void WaitForEvents();
-    void ReadEvents();
+    void OnReport(const posix::DirectoryWatch::Report& report);
 
+    boost::asio::io_context& mContext;
     std::string mDirectory;
     std::string mName;
     std::function<void()> mChanged;
-    boost::asio::posix::stream_descriptor mInotify;
+    std::shared_ptr<posix::DirectoryWatch> mWatch;
     boost::asio::steady_timer mRetryTimer;
 };
 

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <exception>
-#include <filesystem>
 #include <utility>
+
+#include <posix/path.h>
 
 namespace someip {
 
@@ -57,13 +58,13 @@ void ClientNode::Impl::Remove(const std::shared_ptr<ClientService>& service) {
 }
 
 void ClientNode::Impl::WatchDirectory() {
-    const std::string directory = std::filesystem::path(mPath).parent_path().string();
-    mWatch = DirectoryWatch::Open(mStrand, directory.empty() ? "." : directory,
-                                  [weak = weak_from_this()](bool watching) {
-                                      if (const auto self = weak.lock()) {
-                                          self->DirectoryChanged(watching);
-                                      }
-                                  });
+    mWatch = posix::DirectoryWatch::Open(
+        mStrand, posix::DirectoryOf(mPath), {},
+        [weak = weak_from_this()](const posix::DirectoryWatch::Report& report) {
+            if (const auto self = weak.lock()) {
+                self->DirectoryChanged(report);
+            }
+        });
     if (!mWatch) {
         mRetry = Clock::now() + kRetryInterval;
     }
@@ -87,11 +88,11 @@ bool ClientNode::Impl::IsOnItsInterface() const {
     }
 }
 
-void ClientNode::Impl::DirectoryChanged(bool watching) {
+void ClientNode::Impl::DirectoryChanged(const posix::DirectoryWatch::Report& report) {
     if (mClosed) {
         return;
     }
-    if (!watching) {
+    if (!report.watching) {
         mWatch.reset();
         mRetry = Clock::now() + kRetryInterval;
     }

@@ -9,10 +9,10 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <posix/directory_watch.h>
 #include <someip/service_client.h>
 
 #include "client_service.h"
-#include "directory_watch.h"
 #include "lasting_problem.h"
 #include "network_watch.h"
 #include "sd_transport.h"
@@ -55,7 +55,7 @@ private:
     void WatchDirectory();
     void NetworkChanged();
     bool IsOnItsInterface() const;
-    void DirectoryChanged(bool watching);
+    void DirectoryChanged(const posix::DirectoryWatch::Report& report);
     void ReadFile();
     void Apply(Deployment deployment);
     bool OpenTransport();
@@ -70,7 +70,7 @@ private:
     boost::asio::steady_timer mTimer;
     std::optional<TimePoint> mTimerEnd;
     const std::string mPath;
-    std::shared_ptr<DirectoryWatch> mWatch;
+    std::shared_ptr<posix::DirectoryWatch> mWatch;
     std::shared_ptr<NetworkWatch> mNetworkWatch;
     /// The last file that could be read.
     std::optional<Deployment> mDeployment;
