@@ -99,7 +99,11 @@ protected:
     /// null if there is none, or none any more.
     std::unique_ptr<FsmEventData> TakeEventData() const;
 
-    bool IsInState(const char* name) const { return mStateName == name; }
+    /// Whether `state` is the current state, also for the two frame states.
+    template <typename Machine>
+    bool IsFsmState(void (Machine::*state)(int, int)) const {
+        return mState == static_cast<StateMethod>(state);
+    }
 
     /// Releases the target, unregisters the machine and enters `FsmStateTerminated`. Events that
     /// are still pending for the machine are delivered to that state.

@@ -84,7 +84,8 @@ bool FsmStreamCommunicator::StartFsm(std::shared_ptr<EventDispatcher> dispatcher
 }
 
 bool FsmStreamCommunicator::ActiveState() const {
-    return !IsInState("FsmStateNotStarted") && !IsInState("FsmStateTerminated");
+    return !IsFsmState(&FsmStreamCommunicator::FsmStateNotStarted) &&
+           !IsFsmState(&FsmStreamCommunicator::FsmStateTerminated);
 }
 
 bool FsmStreamCommunicator::SetupReadCommon(std::size_t size) {
@@ -109,7 +110,7 @@ bool FsmStreamCommunicator::SetupReadCommon(std::size_t size) {
 }
 
 void FsmStreamCommunicator::LeaveIdle() {
-    if (IsInState("FsmStateIdle")) {
+    if (IsFsmState(&FsmStreamCommunicator::FsmStateIdle)) {
         ConfigureIoDescriptor(mIoDescriptor, EventDispatcher::kIoDisable, false);
     }
 }
@@ -139,7 +140,7 @@ bool FsmStreamCommunicator::SetupReadContinued(std::size_t size) {
 }
 
 void FsmStreamCommunicator::DiscardRxBuffer() {
-    if (!mRxBuffer.empty() && IsInState("FsmStateReadN")) {
+    if (!mRxBuffer.empty() && IsFsmState(&FsmStreamCommunicator::FsmStateReadN)) {
         QELLogging::LogWarning(mLogName, "RxBuffer not empty, discarding ", mRxBuffer.size(),
                                " bytes");
     }
@@ -227,7 +228,7 @@ void FsmStreamCommunicator::ReadNBytes() {
 
 void FsmStreamCommunicator::FsmStateReadOnce(int eventId, int eventInfo) {
     FsmStreamCommunicatorOnceOrCont(eventId, eventInfo, eReadOnceData);
-    if (IsInState("FsmStateReadOnce")) {
+    if (IsFsmState(&FsmStreamCommunicator::FsmStateReadOnce)) {
         EnterIdle();
     }
 }
@@ -239,7 +240,7 @@ void FsmStreamCommunicator::EnterIdle() {
 
 void FsmStreamCommunicator::FsmStateReadContinued(int eventId, int eventInfo) {
     FsmStreamCommunicatorOnceOrCont(eventId, eventInfo, eReadContinuedData);
-    if (IsInState("FsmStateReadContinued")) {
+    if (IsFsmState(&FsmStreamCommunicator::FsmStateReadContinued)) {
         mRxBuffer.resize(mReadSize);
     }
 }
@@ -282,7 +283,7 @@ void FsmStreamCommunicator::FsmStateReceiveIoDescriptor(int eventId, int eventIn
     } else {
         ReceiveIoDescriptor();
     }
-    if (IsInState("FsmStateReceiveIoDescriptor")) {
+    if (IsFsmState(&FsmStreamCommunicator::FsmStateReceiveIoDescriptor)) {
         EnterIdle();
     }
 }
