@@ -30,16 +30,6 @@ bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-/// The payload as the class that the event should bring; null if it is none.
-template <typename Data>
-std::unique_ptr<Data> CastData(std::unique_ptr<fsm::FsmEventData> data) {
-    auto* const wanted = dynamic_cast<Data*>(data.get());
-    if (wanted != nullptr) {
-        static_cast<void>(data.release());
-    }
-    return std::unique_ptr<Data>(wanted);
-}
-
 }  // namespace
 
 BackendRequestHandlerFsm::BackendRequestHandlerFsm()
@@ -100,7 +90,7 @@ void BackendRequestHandlerFsm::FsmStateWaitingConnect(int eventId, int eventInfo
 }
 
 void BackendRequestHandlerFsm::HandleSocket() {
-    const auto data = CastData<ZemConnectorFsmIf::SocketConnectEventData>(TakeEventData());
+    const auto data = TakeEventData<ZemConnectorFsmIf::SocketConnectEventData>();
     if (!data || data->socketStatus != 0) {
         QELLogging::LogError(mLogName, "Connection failed!");
         EndFsm({}, ReturnCode::kConnectionFailed);
@@ -244,7 +234,7 @@ bool BackendRequestHandlerFsm::WriteAll(const std::string& text) {
 }
 
 bool BackendRequestHandlerFsm::AppendResponse() {
-    const auto data = CastData<fsm::FsmEventDataStreamCommunicator>(TakeEventData());
+    const auto data = TakeEventData<fsm::FsmEventDataStreamCommunicator>();
     if (!data) {
         DefaultEventHandler(kStreamEvent, FsmStreamCommunicatorIf::eReadContinuedData);
         return false;

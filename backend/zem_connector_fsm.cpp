@@ -204,7 +204,7 @@ void ZemConnectorFsm::ZemConnectorStatusChange(SessionStatus status) {
 }
 
 void ZemConnectorFsm::UrlQueryResultEventHandler() {
-    const auto data = TakeData<ZemScInvocationUrlResultData>();
+    const auto data = TakeEventData<ZemScInvocationUrlResultData>();
     if (!mUrlQueryPending) {
         StopFsm();
         return;
@@ -234,7 +234,7 @@ void ZemConnectorFsm::UrlQueryResultEventHandler() {
 }
 
 void ZemConnectorFsm::ActivationStateChange() {
-    const auto data = TakeData<ZemScActivationStateData>();
+    const auto data = TakeEventData<ZemScActivationStateData>();
     if (!data) {
         return;
     }
@@ -246,7 +246,7 @@ void ZemConnectorFsm::ActivationStateChange() {
 }
 
 void ZemConnectorFsm::ConnectionStateChange() {
-    const auto data = TakeData<ZemScConnectionStateData>();
+    const auto data = TakeEventData<ZemScConnectionStateData>();
     if (!data) {
         return;
     }
@@ -292,18 +292,6 @@ void ZemConnectorFsm::ReportState(Info info) {
     data->connectionState = mConnectionState;
     data->activated = mActivated;
     RaiseEvent(mTarget, mTargetEvent, info, std::move(data));
-}
-
-template <typename Data>
-std::unique_ptr<Data> ZemConnectorFsm::TakeData() {
-    std::unique_ptr<fsm::FsmEventData> data = TakeEventData();
-    auto* const wanted = dynamic_cast<Data*>(data.get());
-    if (wanted == nullptr) {
-        QELLogging::LogError(mLogName, "Event without its payload dropped");
-        return nullptr;
-    }
-    static_cast<void>(data.release());
-    return std::unique_ptr<Data>(wanted);
 }
 
 void ZemConnectorFsm::OnTerminate() {

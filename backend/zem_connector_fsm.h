@@ -122,10 +122,6 @@ private:
     /// Raises the present state to the target.
     void ReportState(Info info);
 
-    /// The payload of the current event; null, with a line in the log, if it is of another kind.
-    template <typename Data>
-    std::unique_ptr<Data> TakeData();
-
     /// Keeps the callback object of an attempt that has ended for a while, so that a library that
     /// answers twice meets an object and not its grave.
     void Retire(std::unique_ptr<SocketConnectCbData> attempt);

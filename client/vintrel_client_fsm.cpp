@@ -233,9 +233,9 @@ void VintrelClientFsm::HandleInvocationUrl() {
 }
 
 std::pair<std::string, std::int32_t> VintrelClientFsm::HandleInvocationUrlEvent() {
-    const auto data = TakeData<ZemConnectorFsmIf::InvocationUrlEventData>();
+    const auto data = TakeEventData<ZemConnectorFsmIf::InvocationUrlEventData>();
     std::string url;
-    if (data->success) {
+    if (data && data->success) {
         url = std::move(data->url);
     } else {
         QELLogging::LogError(mLogName, "Error received for the URL!");
@@ -304,8 +304,8 @@ void VintrelClientFsm::FsmStateWaitVin(int eventId, int eventInfo) {
 }
 
 void VintrelClientFsm::HandleImmobilizerVin() {
-    const auto data = TakeData<StringEventData>();
-    if (data->text.empty()) {
+    const auto data = TakeEventData<StringEventData>();
+    if (!data || data->text.empty()) {
         QELLogging::LogError(mLogName, "Received an empty VIN from the Immobilizer Service.");
         StartWaitingForTriggers();
         return;
@@ -394,13 +394,14 @@ void VintrelClientFsm::HandleImmobilizerConnectionEvent(int eventInfo) {
 void VintrelClientFsm::HandleZemConnectorEvent(int eventInfo) {
     switch (eventInfo) {
         case ZemConnectorFsmIf::kInfoStatusUpdate:
-            HandleZemConnectorSessionStatus(
-                TakeData<ZemConnectorFsmIf::StateUpdateEventData>()->status);
+            if (const auto data = TakeEventData<ZemConnectorFsmIf::StateUpdateEventData>()) {
+                HandleZemConnectorSessionStatus(data->status);
+            }
             break;
         case ZemConnectorFsmIf::kInfoConnectionUpdate:
-            mConnectionState = TakeData<ZemConnectorFsmIf::StateUpdateEventData>()->connectionState;
-            QELLogging::LogInfo(mLogName, "Connection State changed to ",
-                                to_string(mConnectionState));
+            if (const auto data = TakeEventData<ZemConnectorFsmIf::StateUpdateEventData>()) {
+                HandleZemConnectorConnectionState(data->connectionState);
+            }
             break;
         case ZemConnectorFsmIf::kInfoActivationUpdate:
         case ZemConnectorFsmIf::kInfoInvocationUrl:
@@ -433,8 +434,16 @@ void VintrelClientFsm::HandleZemConnectorSessionStatus(SessionStatus status) {
     mZemSessionStatus = status;
 }
 
+void VintrelClientFsm::HandleZemConnectorConnectionState(SCConnectionState state) {
+    mConnectionState = state;
+    QELLogging::LogInfo(mLogName, "Connection State changed to ", to_string(state));
+}
+
 void VintrelClientFsm::HandleTlsAlert() {
-    const auto data = TakeData<TlsAlertData>();
+    const auto data = TakeEventData<TlsAlertData>();
+    if (!data) {
+        return;
+    }
     QELLogging::LogInfo(mLogName, "Received TLS alert for oid ", data->oid, ", code ",
                         static_cast<unsigned int>(data->code));
     mRequestParams.operationTypeId = data->oid;

@@ -119,6 +119,7 @@ private:
     void HandleClampControlEvent(int eventId, int eventInfo);
     void HandleZemConnectorEvent(int eventInfo);
     void HandleZemConnectorSessionStatus(zem_connector::SessionStatus status);
+    void HandleZemConnectorConnectionState(SCConnectionState state);
     void HandleImmobilizerConnectionEvent(int eventInfo);
     void HandleTlsAlert();
     void HandleShutdownEvent();
@@ -160,11 +161,6 @@ private:
     /// `AsyncEventHandler` must then leave everything alone.
     bool HasEnded() const;
 
-    /// The payload of the current event. An event that should bring one and does not counts as
-    /// one with an empty payload.
-    template <typename Data>
-    std::unique_ptr<Data> TakeData();
-
     zem_connector::SessionStatus mZemSessionStatus{zem_connector::SessionStatus::kIdle};
     SCConnectionState mConnectionState{SCConnectionState::kNotAvailable};
     bool mImmobilizerConnected{false};
@@ -200,14 +196,5 @@ private:
     /// asynchronous queue is full; the machine looks at it with every event.
     std::atomic<bool> mTerminationRequested{false};
 };
-
-template <typename Data>
-std::unique_ptr<Data> VintrelClientFsm::TakeData() {
-    std::unique_ptr<fsm::FsmEventData> data = TakeEventData();
-    if (!data) {
-        return std::make_unique<Data>();
-    }
-    return std::unique_ptr<Data>(static_cast<Data*>(data.release()));
-}
 
 }  // namespace vintrel

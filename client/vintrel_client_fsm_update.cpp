@@ -251,7 +251,10 @@ void VintrelClientFsm::DownloadCertificate() {
 }
 
 void VintrelClientFsm::HandleBackendResponse() {
-    const auto data = TakeData<BackendResponseEventData>();
+    auto data = TakeEventData<BackendResponseEventData>();
+    if (!data) {
+        data = std::make_unique<BackendResponseEventData>();
+    }
     QELLogging::LogInfo(mLogName,
                         "Backend response received, status: ", static_cast<int>(data->returnCode));
     mBackendRequestHandler.reset();
@@ -307,15 +310,14 @@ void VintrelClientFsm::FsmStateCheckAndStoreTiv(int eventId, int eventInfo) {
 }
 
 void VintrelClientFsm::ValidateAndStoreCertificate() {
-    const auto data = TakeData<TivCertEventData>();
-    const std::string& certificate = data->response.certificate;
-    if (mHsm->CheckTivCertificate(certificate, mKoruVin)) {
+    const auto data = TakeEventData<TivCertEventData>();
+    if (!data || mHsm->CheckTivCertificate(data->response.certificate, mKoruVin)) {
         QELLogging::LogError(mLogName, "Checking the TIV Certificate failed!");
         EndCertificateUpdate(false);
         return;
     }
     QELLogging::LogInfo(mLogName, "The TIV Certificate is valid");
-    if (mHsm->StoreTivCertificateToTrustStore(certificate)) {
+    if (mHsm->StoreTivCertificateToTrustStore(data->response.certificate)) {
         QELLogging::LogError(mLogName, "Storing the TIV Certificate failed!");
         EndCertificateUpdate(false);
         return;

@@ -67,7 +67,8 @@ public:
     /// Delivers one event; true if the exit has been requested. The caller keeps the machine alive.
     bool Invoke(Fsm& fsm, int eventId, int eventInfo, std::unique_ptr<FsmEventData> data);
 
-    /// Hands the payload of the current event to the state method that calls it.
+    /// Hands out the payload of the event being delivered, once; null if there is none. A state
+    /// method takes it by `Fsm::TakeEventData`, which checks its class.
     std::unique_ptr<FsmEventData> TakeEventData();
 
     std::shared_ptr<AsyncEventQueueIf> GetAsyncEventQueue() const { return mAsyncDoor->Queue(); }

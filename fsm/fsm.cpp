@@ -197,8 +197,12 @@ void Fsm::ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType t
     }
 }
 
-std::unique_ptr<FsmEventData> Fsm::TakeEventData() const {
+std::unique_ptr<FsmEventData> Fsm::TakeAnyEventData() const {
     return mDispatcher.expired() ? nullptr : mDispatcherAddress->TakeEventData();
+}
+
+void Fsm::LogMissingEventData() const {
+    QELLogging::LogError(mLogName, "Event without its payload");
 }
 
 void Fsm::StopFsm() {

@@ -95,14 +95,28 @@ protected:
         EnterState(method, invoker, name);
     }
 
-    /// The payload of the event that the state method is handling, as the dispatcher hands it out;
-    /// null if there is none, or none any more.
-    std::unique_ptr<FsmEventData> TakeEventData() const;
-
     /// Whether `state` is the current state, also for the two frame states.
     template <typename Machine>
     bool IsFsmState(void (Machine::*state)(int, int)) const {
         return mState == static_cast<StateMethod>(state);
+    }
+
+    /// Takes the payload of the event that the state method is handling, once, as the class that
+    /// this event brings.
+    ///
+    /// Null, with a line at Error level, if the event has brought no payload, one of another class
+    /// (it is destroyed), or one that was taken before. A state method then does what it does when
+    /// that event reports a failure; an event that can't report one it ignores.
+    template <typename Data>
+    std::unique_ptr<Data> TakeEventData() const {
+        std::unique_ptr<FsmEventData> data = TakeAnyEventData();
+        auto* const expected = dynamic_cast<Data*>(data.get());
+        if (expected == nullptr) {
+            LogMissingEventData();
+            return nullptr;
+        }
+        static_cast<void>(data.release());
+        return std::unique_ptr<Data>(expected);
     }
 
     /// Releases the target, unregisters the machine and enters `FsmStateTerminated`. Events that
@@ -121,6 +135,8 @@ private:
     }
 
     void EnterState(StateMethod state, Invoker invoker, std::string_view name);
+    std::unique_ptr<FsmEventData> TakeAnyEventData() const;
+    void LogMissingEventData() const;
     template <typename Action>
     bool EnterAsyncDoor(const Action& action) const;
     bool ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate);

@@ -42,11 +42,6 @@ protected:
         dispatcher->ExitDispatching(true);
     }
 
-    template <typename Payload>
-    std::unique_ptr<Payload> TakePayload() const {
-        return std::unique_ptr<Payload>(static_cast<Payload*>(TakeEventData().release()));
-    }
-
 private:
     IdleDescriptor mIdle;
 };
@@ -65,7 +60,7 @@ public:
 
 private:
     void StateCounting(int /*eventId*/, int /*eventInfo*/) {
-        const std::uint64_t number = TakePayload<Number>()->value;
+        const std::uint64_t number = TakeEventData<Number>()->value;
         if (!mSequence.Take(number)) {
             Finish();
         } else if (mPostNext) {
@@ -93,7 +88,7 @@ public:
 
 private:
     void StateWaiting(int /*eventId*/, int /*eventInfo*/) {
-        if (!mTimers.Fired(TakePayload<Number>()->value)) {
+        if (!mTimers.Fired(TakeEventData<Number>()->value)) {
             Finish();
         }
     }
@@ -114,7 +109,7 @@ public:
 
 private:
     void StateReceiving(int /*eventId*/, int /*eventInfo*/) {
-        const bool more = mSequence.Take(TakePayload<Number>()->value);
+        const bool more = mSequence.Take(TakeEventData<Number>()->value);
         mCredits.Give();
         if (!more) {
             Finish();
@@ -142,7 +137,7 @@ public:
 private:
     void StateReading(int /*eventId*/, int eventInfo) {
         Check(eventInfo == fsm::FsmStreamCommunicatorIf::eReadContinuedData, "no data came");
-        const auto payload = TakePayload<fsm::FsmEventDataStreamCommunicator>();
+        const auto payload = TakeEventData<fsm::FsmEventDataStreamCommunicator>();
         if (!mStream.Take(payload->data.data(), payload->data.size())) {
             mCommunicator->StopFsm();
             Finish();

@@ -89,19 +89,17 @@ protected:
 
 private:
     void FsmStateConnector(int /*eventId*/, int eventInfo) {
-        const auto data = TakeEventData();
         if (eventInfo == ZemConnectorFsmIf::kInfoInvocationUrl) {
-            const auto& url = dynamic_cast<ZemConnectorFsmIf::InvocationUrlEventData&>(*data);
-            mHasUrl = url.success && vintrel::GetUrlData(url.url, mUrl);
+            const auto url = TakeEventData<ZemConnectorFsmIf::InvocationUrlEventData>();
+            mHasUrl = url && url->success && vintrel::GetUrlData(url->url, mUrl);
             if (!mHasUrl) {
                 End();
                 return;
             }
-        } else {
-            const auto& state = dynamic_cast<ZemConnectorFsmIf::StateUpdateEventData&>(*data);
-            mActivated = state.activated;
+        } else if (const auto state = TakeEventData<ZemConnectorFsmIf::StateUpdateEventData>()) {
+            mActivated = state->activated;
             if (eventInfo == ZemConnectorFsmIf::kInfoStatusUpdate &&
-                state.status == zem_connector::SessionStatus::kStarted) {
+                state->status == zem_connector::SessionStatus::kStarted) {
                 mConnector->GetUrl();
             }
         }
@@ -114,10 +112,10 @@ private:
         if (eventId != kEventResponse) {
             return;
         }
-        const auto data = TakeEventData();
-        auto& response = dynamic_cast<vintrel::BackendResponseEventData&>(*data);
-        mResult = response.returnCode;
-        mResponse = std::move(response.response);
+        if (const auto response = TakeEventData<vintrel::BackendResponseEventData>()) {
+            mResult = response->returnCode;
+            mResponse = std::move(response->response);
+        }
         mEnd = Clock::now();
         End();
     }

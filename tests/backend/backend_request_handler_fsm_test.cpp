@@ -45,6 +45,9 @@ public:
         auto data = std::make_unique<SocketConnectEventData>();
         data->streamCommunicator = std::move(communicator);
         data->socketStatus = status;
+        EndAttempt(dispatcher, std::move(data));
+    }
+    void EndAttempt(fsm::EventDispatcher& dispatcher, std::unique_ptr<fsm::FsmEventData> data) {
         dispatcher.RaiseEvent(nullptr, mClient, mClientEvent, 0, std::move(data));
         mClient.reset();
     }
@@ -224,6 +227,21 @@ TEST_F(BackendRequestHandlerFsmTest, AnAnswerInPiecesThatIsNoHttpCountsAsIncompl
     ExpectEnd(ReturnCode::kTimeout);
 }
 
+TEST_F(BackendRequestHandlerFsmTest, AnEventWithoutItsPayloadEndsTheExchange) {
+    Start();
+    mConnector->EndAttempt(*mDispatcher, nullptr);
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kConnectionFailed);
+
+    mTarget->events.clear();
+    mHandler = std::make_shared<BackendRequestHandlerFsm>();
+    StartAndConnect();
+    mDispatcher->RaiseEvent(nullptr, mHandler, 2, fsm::FsmStreamCommunicatorIf::eReadContinuedData,
+                            nullptr);
+    mDispatcher->RunPending();
+    ExpectEnd(ReturnCode::kInternalError);
+}
+
 TEST_F(BackendRequestHandlerFsmTest, AnUnknownEventEndsTheExchange) {
     StartAndSendBody();
     mDispatcher->RaiseEvent(nullptr, mHandler, 9, 0, nullptr);
@@ -265,6 +283,10 @@ struct FinalResponse {
     /// The one line at error level, if there is one.
     std::string error;
 };
+
+void PrintTo(const FinalResponse& response, std::ostream* stream) {
+    *stream << response.bytes;
+}
 
 class FinalResponses : public BackendRequestHandlerFsmTest,
                        public testing::WithParamInterface<FinalResponse> {};

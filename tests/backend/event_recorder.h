@@ -35,7 +35,7 @@ protected:
 
 private:
     void FsmStateRecording(int eventId, int eventInfo) {
-        events.push_back({eventId, eventInfo, TakeEventData()});
+        events.push_back({eventId, eventInfo, GetDispatcher()->TakeEventData()});
     }
 };
 

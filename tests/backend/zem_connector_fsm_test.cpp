@@ -157,6 +157,19 @@ TEST_F(ZemConnectorFsmTest, AUrlThatFailedIsCheckedForItsOperationToo) {
         Logged(EQELLogLevel::kError, "Received URL for incorrect OperationTypeId: 'elsewhere'!"));
 }
 
+TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
+    StartReadyToConnect();
+    mMachine->GetUrl();
+    for (const int event : {1, 2, 3}) {
+        mMachine->RaiseCallbackEvent(event, 0);
+    }
+    mDispatcher->RunPending();
+    ASSERT_EQ(mTarget->events.size(), 1U);
+    EXPECT_FALSE(mTarget->events[0].As<ZemConnectorFsmIf::InvocationUrlEventData>().success);
+    EXPECT_EQ(mLog.Count("ZemConnectorFsm: Event without its payload"), 3U);
+    EXPECT_TRUE(Connect()) << "still activated";
+}
+
 TEST_F(ZemConnectorFsmTest, AResultThatComesAgainIsDroppedAndItsSocketClosedUnlessItIsInUse) {
     StartReadyToConnect();
     ASSERT_TRUE(Connect());

@@ -203,7 +203,9 @@ void ClientLife::Deliver(const std::string& trigger) {
     };
     const Trigger event = client_table::TriggerOf(trigger);
     const std::string name = client_table::EventName(event.event);
-    if (const auto callback = callbacks.find(name); callback != callbacks.end()) {
+    if (event.bare) {
+        dispatcher->Invoke(*client, event.event, event.info, nullptr);
+    } else if (const auto callback = callbacks.find(name); callback != callbacks.end()) {
         callback->second(*client, event);
         dispatcher->DeliverAsync();
     } else if (name == "kEventZemConnector") {

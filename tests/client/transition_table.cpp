@@ -79,7 +79,7 @@ Trigger TriggerOf(const std::string& name) {
         throw std::invalid_argument("no trigger: " + name);
     }
     return {static_cast<int>(event - events.begin()), trigger.value("info", 0),
-            trigger.value("value", 0), trigger.value("text", "")};
+            trigger.value("value", 0), trigger.value("text", ""), trigger.value("bare", false)};
 }
 
 std::string EventName(int event) {

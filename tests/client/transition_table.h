@@ -26,6 +26,7 @@ struct Trigger {
     int info{0};
     int value{0};      ///< session status, connection state, return code, or 1 for a good URL
     std::string text;  ///< URL, VIN, oid or response
+    bool bare{false};  ///< the payload is missing
 };
 
 /// The trigger of this name in transitions.json; an event's own name means that event alone.

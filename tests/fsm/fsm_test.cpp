@@ -16,6 +16,7 @@ namespace {
 using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
+using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
 using Line = CapturedLog::Line;
 
@@ -115,6 +116,53 @@ TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
     EXPECT_FALSE(dispatcher->NextDelay().has_value()) << "no target, no report";
     EXPECT_TRUE(log.Lines(EQELLogLevel::kFatal).empty());
     target->StopFsm();
+}
+
+/// Takes the payloads of its events as `Number`.
+class Taker : public fsm::Fsm {
+public:
+    class Number : public fsm::FsmEventData {
+    public:
+        explicit Number(int given) : value(given) {}
+        const int value;
+    };
+
+    Taker() : Fsm("Taker") {}
+    void Start(const std::shared_ptr<fsm::EventDispatcher>& dispatcher) {
+        SetupFsm(dispatcher, nullptr, 0);
+        SetFsmState(&Taker::FsmStateTaking, "FsmStateTaking");
+    }
+    std::vector<int> taken;
+
+protected:
+    void OnTerminate() override {}
+
+private:
+    void FsmStateTaking(int times, int) {
+        for (; times > 0; --times) {
+            const auto number = TakeEventData<Number>();
+            taken.push_back(number ? number->value : -1);
+        }
+    }
+};
+
+TEST_F(FsmTest, APayloadIsTakenOnceAndAsTheClassItHas) {
+    class Derived : public Taker::Number {
+        using Number::Number;
+    };
+    int foreignDestroyed = 0;
+    const auto taker = std::make_shared<Taker>();
+    taker->Start(dispatcher);
+    taker->RaiseEvent(2, 0, std::make_unique<Taker::Number>(7));
+    taker->RaiseEvent(1, 0, std::make_unique<Derived>(8));
+    taker->RaiseEvent(1, 0, nullptr);
+    taker->RaiseEvent(2, 0, std::make_unique<TracedData>([&] { ++foreignDestroyed; }));
+    dispatcher->RunPending();
+    EXPECT_EQ(taker->taken, (std::vector<int>{7, -1, 8, -1, -1, -1}));
+    EXPECT_EQ(foreignDestroyed, 1);
+    EXPECT_EQ(log.Lines(EQELLogLevel::kError),
+              (std::vector<std::string>(4, "Taker: Event without its payload")));
+    taker->StopFsm();
 }
 
 TEST_F(FsmTest, WithoutADispatcherNothingButAFatalLineHappens) {

@@ -39,9 +39,7 @@ public:
     }
 
     /// What the handler has reported.
-    const BackendResponseEventData& Result() const {
-        return dynamic_cast<const BackendResponseEventData&>(*mResult);
-    }
+    const BackendResponseEventData& Result() const { return *mResult; }
 
 protected:
     void OnTerminate() override { mConnector->StopFsm(); }
@@ -50,20 +48,19 @@ private:
     enum EventId : int { kConnectorEvent, kResultEvent };
 
     void FsmStateRunning(int eventId, int eventInfo) {
-        std::unique_ptr<fsm::FsmEventData> data = TakeEventData();
         if (eventId == kResultEvent) {
-            mResult = std::move(data);
-            End(true);
+            mResult = TakeEventData<BackendResponseEventData>();
+            End(mResult != nullptr);
         } else if (eventInfo == ZemConnectorFsmIf::kInfoInvocationUrl) {
-            StartHandler(dynamic_cast<const ZemConnectorFsmIf::InvocationUrlEventData&>(*data));
+            StartHandler(TakeEventData<ZemConnectorFsmIf::InvocationUrlEventData>());
         } else if (eventInfo == ZemConnectorFsmIf::kInfoActivationUpdate) {
             mConnector->GetUrl();
         }
     }
 
-    void StartHandler(const ZemConnectorFsmIf::InvocationUrlEventData& answer) {
+    void StartHandler(const std::unique_ptr<ZemConnectorFsmIf::InvocationUrlEventData>& answer) {
         UrlData url;
-        if (!answer.success || !GetUrlData(answer.url, url) ||
+        if (!answer || !answer->success || !GetUrlData(answer->url, url) ||
             !mHandler->StartFsm(GetDispatcher(), shared_from_this(), kResultEvent, mRequest,
                                 mConnector, url)) {
             End(false);
@@ -78,7 +75,7 @@ private:
     std::shared_ptr<ZemConnectorFsmIf> mConnector;
     std::shared_ptr<BackendRequestHandlerFsmIf> mHandler;
     std::string mRequest;
-    std::unique_ptr<fsm::FsmEventData> mResult;
+    std::unique_ptr<BackendResponseEventData> mResult;
 };
 
 std::string ReadFile(const char* path) {
