@@ -16,10 +16,11 @@ namespace simulator::backend {
 
 namespace {
 
-using pki::BioPtr;
-using pki::OpenSslMemoryPtr;
-using pki::OpenSslPtr;
-using CmsPtr = OpenSslPtr<CMS_ContentInfo, CMS_ContentInfo_free>;
+using openssl_support::BioPtr;
+using openssl_support::CmsPtr;
+using openssl_support::OpenSslMemoryPtr;
+using openssl_support::OpenSslPtr;
+using openssl_support::X509Ptr;
 using StorePtr = OpenSslPtr<X509_STORE, X509_STORE_free>;
 
 /// Not the certificates, which are the container's.
@@ -109,13 +110,13 @@ StorePtr MakeStore(X509& root, std::chrono::system_clock::time_point now) {
     return store;
 }
 
-pki::X509Ptr TakeSigner(CMS_ContentInfo& cms) {
+X509Ptr TakeSigner(CMS_ContentInfo& cms) {
     const OpenSslPtr<STACK_OF(X509), FreeStack> signers(CMS_get0_signers(&cms));
     X509* signer = signers == nullptr ? nullptr : sk_X509_value(signers.get(), 0);
     if (signer == nullptr || X509_up_ref(signer) != 1) {
         throw pki::PkiError("the container lost its signer");
     }
-    return pki::X509Ptr(signer);
+    return X509Ptr(signer);
 }
 
 }  // namespace

@@ -3,13 +3,13 @@
 #include <chrono>
 #include <string>
 
-#include "simulator/pki/openssl_ptr.h"
+#include <openssl_support/openssl_ptr.h>
 
 namespace simulator::backend {
 
 struct ContainerContent {
     std::string payload;
-    pki::X509Ptr signer;
+    openssl_support::X509Ptr signer;
 };
 
 /// Opens a signed container: CMS SignedData (RFC 5652) in PEM with attached content and exactly one

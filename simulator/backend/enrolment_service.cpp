@@ -25,8 +25,7 @@ namespace {
 using domain::backend::proto::GenericErrorV2;
 using domain::backend::proto::QUBACOKoruVintrelRequestV1;
 using domain::backend::proto::QUBACTKoruCertificateResponseV2;
-using pki::OpenSslPtr;
-using CsrPtr = OpenSslPtr<X509_REQ, X509_REQ_free>;
+using openssl_support::RequestPtr;
 
 constexpr unsigned kOk = 200;
 constexpr unsigned kBadRequest = 400;
@@ -39,10 +38,10 @@ constexpr const char* kOtherVehicle = "00000000000000000";
 constexpr std::chrono::minutes kClockTolerance(5);
 constexpr std::chrono::hours kDay(24);
 
-CsrPtr ParseCsr(const std::string& der) {
+RequestPtr ParseCsr(const std::string& der) {
     const auto* begin = reinterpret_cast<const unsigned char*>(der.data());
     const unsigned char* position = begin;
-    CsrPtr csr(d2i_X509_REQ(nullptr, &position, static_cast<long>(der.size())));
+    RequestPtr csr(d2i_X509_REQ(nullptr, &position, static_cast<long>(der.size())));
     ERR_clear_error();
     if (csr == nullptr || position != begin + der.size()) {
         throw Refusal(kBadRequest, "the container does not hold a signing request");
@@ -51,7 +50,7 @@ CsrPtr ParseCsr(const std::string& der) {
 }
 
 std::string ToPem(const X509_REQ& csr) {
-    const pki::BioPtr bio(BIO_new(BIO_s_mem()));
+    const openssl_support::BioPtr bio(BIO_new(BIO_s_mem()));
     if (bio == nullptr || PEM_write_bio_X509_REQ(bio.get(), &csr) != 1) {
         throw pki::PkiError("cannot encode a signing request");
     }
@@ -136,7 +135,7 @@ std::string MakeTransactionId() {
 
 /// A request that may be granted.
 struct EnrolmentService::Request {
-    CsrPtr csr;
+    RequestPtr csr;
     std::string commonName;
 };
 

@@ -5,13 +5,18 @@
 
 #include <openssl/err.h>
 #include <openssl/rand.h>
+#include <openssl/x509v3.h>
 
 #include "simulator/pki/certificates.h"
 #include "simulator/pki/pki_error.h"
 
 namespace simulator::pki {
 
+using openssl_support::OpenSslPtr;
+
 namespace {
+
+using ExtensionPtr = OpenSslPtr<X509_EXTENSION, X509_EXTENSION_free>;
 
 constexpr std::size_t kSerialBytes = 16;
 

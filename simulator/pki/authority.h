@@ -3,9 +3,12 @@
 #include <chrono>
 #include <string>
 
-#include "simulator/pki/openssl_ptr.h"
+#include <openssl_support/openssl_ptr.h>
 
 namespace simulator::pki {
+
+using openssl_support::PkeyPtr;
+using openssl_support::X509Ptr;
 
 struct Validity {
     std::chrono::system_clock::time_point notBefore;

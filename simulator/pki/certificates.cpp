@@ -12,6 +12,9 @@
 
 namespace simulator::pki {
 
+using openssl_support::BioPtr;
+using openssl_support::OpenSslMemoryPtr;
+
 namespace {
 
 constexpr std::size_t kMaxCertificates = 16;

@@ -4,11 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "simulator/pki/openssl_ptr.h"
+#include <openssl_support/openssl_ptr.h>
 
 /// Reading and writing of keys and certificates. Failures are `PkiError`. Any thread may call it;
 /// no object is shared between calls.
 namespace simulator::pki {
+
+using openssl_support::PkeyPtr;
+using openssl_support::X509Ptr;
 
 /// All certificates in a PEM text (RFC 7468), in their order; blocks of other kinds and text
 /// around the blocks are passed over. At least one, at most 16.

@@ -4,11 +4,13 @@
 #include <list>
 #include <mutex>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
-#include "openssl_ptr.h"
-
 namespace orv::sec::crypto {
+
+using openssl_support::X509Ptr;
 
 /// Keeps the last few certificates in their parsed form, since a judgement looks at the same ones
 /// again and again and OpenSSL takes longer to parse one than to verify its signature.

@@ -11,6 +11,9 @@
 
 namespace orv::sec::crypto {
 
+using openssl_support::BioPtr;
+using openssl_support::OpenSslMemoryPtr;
+
 using common::ByteVector;
 using common::CryptoResultCode;
 

@@ -4,11 +4,13 @@
 #include <string>
 #include <vector>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
-#include "openssl_ptr.h"
-
 namespace orv::sec::crypto {
+
+using openssl_support::X509Ptr;
 
 constexpr std::size_t kMaxCertificates = 16;
 constexpr std::size_t kMaxCertificateBytes = std::size_t{256} * 1024;

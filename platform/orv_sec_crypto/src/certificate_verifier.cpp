@@ -5,12 +5,17 @@
 #include <cstdint>
 
 #include <openssl/core_names.h>
+#include <openssl/x509v3.h>
 
 #include "crypto_error.h"
 
 namespace orv::sec::crypto {
 
+using openssl_support::OpenSslPtr;
+
 namespace {
+
+using NameConstraintsPtr = OpenSslPtr<NAME_CONSTRAINTS, NAME_CONSTRAINTS_free>;
 
 constexpr int kMinSecurityBits = 112;
 constexpr int kMinRsaBits = 2048;

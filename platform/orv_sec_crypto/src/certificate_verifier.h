@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "openssl_ptr.h"
+#include <openssl_support/openssl_ptr.h>
 
 namespace orv::sec::crypto {
 

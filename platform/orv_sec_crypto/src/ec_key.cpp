@@ -14,10 +14,20 @@
 
 namespace orv::sec::crypto {
 
+using openssl_support::BioPtr;
+using openssl_support::OpenSslMemoryPtr;
+using openssl_support::OpenSslPtr;
+using openssl_support::PkeyContextPtr;
+using openssl_support::RequestPtr;
+
 using common::ByteVector;
 using common::CryptoResultCode;
 
 namespace {
+
+using DigestContextPtr = OpenSslPtr<EVP_MD_CTX, EVP_MD_CTX_free>;
+using Pkcs8Ptr = OpenSslPtr<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
+using NamePtr = OpenSslPtr<X509_NAME, X509_NAME_free>;
 
 constexpr const char* kCurve = "prime256v1";
 constexpr const char* kEcKeyType = "EC";

@@ -2,13 +2,15 @@
 
 #include <string>
 
-#include <orv/sec/crypto/common/crypto_allocator.h>
+#include <openssl_support/openssl_ptr.h>
 
-#include "openssl_ptr.h"
+#include <orv/sec/crypto/common/crypto_allocator.h>
 
 /// Work with the one kind of key that the library has: P-256, with ECDSA over SHA-256 (FIPS 186-4).
 /// All failures are `CryptoError`.
 namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
 
 PkeyPtr GenerateKey();
 

@@ -4,12 +4,15 @@
 #include <string>
 #include <vector>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
-#include "openssl_ptr.h"
 #include "orv_sec_crypto/key_storage.h"
 
 namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
 
 /// What the database has of a key pair.
 struct StoredKey {

@@ -14,6 +14,8 @@
 
 namespace orv::sec::crypto {
 
+using openssl_support::PkeyContextPtr;
+
 using common::ByteVector;
 
 namespace {

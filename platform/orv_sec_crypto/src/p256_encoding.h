@@ -2,14 +2,16 @@
 
 #include <cstddef>
 
-#include <orv/sec/crypto/common/crypto_allocator.h>
+#include <openssl_support/openssl_ptr.h>
 
-#include "openssl_ptr.h"
+#include <orv/sec/crypto/common/crypto_allocator.h>
 
 /// The usual encodings of P-256 keys, read and written directly: OpenSSL's general decoders try
 /// every format of every provider, which takes about twenty times as long. Whatever is not exactly
 /// of the usual form is left to them.
 namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
 
 /// Of a private key or one half of a signature, and of an uncompressed point (SEC 1).
 inline constexpr std::size_t kP256NumberBytes = 32;

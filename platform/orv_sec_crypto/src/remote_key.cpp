@@ -11,6 +11,8 @@
 
 namespace orv::sec::crypto {
 
+using openssl_support::OpenSslPtr;
+
 using common::ByteVector;
 
 namespace {

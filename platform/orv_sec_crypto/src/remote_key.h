@@ -5,12 +5,15 @@
 #include <memory>
 #include <string>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "crypto_error.h"
-#include "openssl_ptr.h"
 
 namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
 
 /// Signs with one P-256 key that is out of reach.
 class RemoteSigner {

@@ -9,13 +9,16 @@
 #include <string>
 #include <vector>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "key_custody.h"
-#include "openssl_ptr.h"
 #include "sqlite_connection.h"
 
 namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
 
 inline constexpr const char* kKoruStoreName = "KORU";
 

@@ -16,6 +16,8 @@
 
 namespace orv::sec::crypto {
 
+using openssl_support::OpenSslPtr;
+
 using common::ByteVector;
 using common::CryptoResultCode;
 using KeyId = Pkcs11Token::KeyId;

@@ -4,18 +4,22 @@
 #include <array>
 
 #include <openssl/rand.h>
+#include <openssl_support/openssl_ptr.h>
 
 #include "crypto_error.h"
-#include "openssl_ptr.h"
 #include "protected_file.h"
 #include "tpm_sealing.h"
 
 namespace orv::sec::crypto {
 
+using openssl_support::OpenSslPtr;
+
 using common::ByteVector;
 using common::CryptoResultCode;
 
 namespace {
+
+using CipherContextPtr = OpenSslPtr<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 constexpr std::uint8_t kBlobVersion = 1;
 constexpr std::size_t kNonceSize = 12;

@@ -4,13 +4,15 @@
 #include <string>
 #include <vector>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/crypto/common/i_key_id.h>
 #include <orv/sec/crypto/store/i_crypto_store.h>
 #include <orv/sec/tive/processors/i_auxiliary_data_stapled_encoder.h>
 
-#include "openssl_ptr.h"
-
 namespace orv::sec::tive {
+
+using openssl_support::X509Ptr;
 
 /// Signs with one key of the crypto store. The chain is the one found at construction; the private
 /// key is fetched for each container and held no longer.

@@ -3,13 +3,29 @@
 #include <array>
 #include <cstddef>
 
+#include <openssl/asn1.h>
 #include <openssl/err.h>
 
 #include "tive_error.h"
 
 namespace orv::sec::tive {
 
+using openssl_support::BioPtr;
+using openssl_support::CmsPtr;
+using openssl_support::OpenSslMemoryPtr;
+using openssl_support::OpenSslPtr;
+
 namespace {
+
+// Frees the elements, too.
+void FreeAsn1Sequence(ASN1_SEQUENCE_ANY* elements) noexcept {
+    sk_ASN1_TYPE_pop_free(elements, ASN1_TYPE_free);
+}
+
+using ObjectPtr = OpenSslPtr<ASN1_OBJECT, ASN1_OBJECT_free>;
+using Asn1TypePtr = OpenSslPtr<ASN1_TYPE, ASN1_TYPE_free>;
+using Asn1SequencePtr = OpenSslPtr<ASN1_SEQUENCE_ANY, FreeAsn1Sequence>;
+using Asn1StringPtr = OpenSslPtr<ASN1_STRING, ASN1_STRING_free>;
 
 constexpr std::size_t kMaxPayloadBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxAuxiliaryBytes = std::size_t{64} * 1024;

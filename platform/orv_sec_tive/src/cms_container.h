@@ -4,11 +4,13 @@
 #include <string>
 #include <vector>
 
+#include <openssl_support/openssl_ptr.h>
+
 #include <orv/sec/tive/auxiliary_data.h>
 
-#include "openssl_ptr.h"
-
 namespace orv::sec::tive {
+
+using openssl_support::X509Ptr;
 
 /// A container: CMS SignedData (RFC 5652) with the payload attached byte for byte, one ECDSA
 /// signature with SHA-256 (RFC 5753, RFC 5754) over signed attributes, signing time among them,

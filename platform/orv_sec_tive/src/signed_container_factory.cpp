@@ -2,13 +2,12 @@
 #include <vector>
 
 #include <openssl/err.h>
+#include <openssl_support/openssl_ptr.h>
 
 #include <orv/sec/tive/factories/signed_container_factory.h>
 
 #include "certificate_chain_encoder.h"
-#include "openssl_ptr.h"
 #include "tive_error.h"
-
 namespace orv::sec::tive::factories {
 
 namespace {

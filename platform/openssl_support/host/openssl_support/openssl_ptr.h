@@ -2,7 +2,11 @@
 
 #include <memory>
 
+#include <openssl/bio.h>
+#include <openssl/cms.h>
 #include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
 
 namespace openssl_support {
 
@@ -24,6 +28,12 @@ inline void FreeOpenSslMemory(void* memory) noexcept {
     OPENSSL_free(memory);
 }
 
+using BioPtr = OpenSslPtr<BIO, BIO_free>;
+using CmsPtr = OpenSslPtr<CMS_ContentInfo, CMS_ContentInfo_free>;
 using OpenSslMemoryPtr = OpenSslPtr<void, FreeOpenSslMemory>;
+using PkeyContextPtr = OpenSslPtr<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using PkeyPtr = OpenSslPtr<EVP_PKEY, EVP_PKEY_free>;
+using RequestPtr = OpenSslPtr<X509_REQ, X509_REQ_free>;
+using X509Ptr = OpenSslPtr<X509, X509_free>;
 
 }  // namespace openssl_support
