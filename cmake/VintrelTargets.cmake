@@ -79,6 +79,20 @@ function(vintrel_support_library name)
   endif()
 endfunction()
 
+# vintrel_platform_part(LIBRARY PART SOURCES ... [PUBLIC targets...] [PRIVATE targets...])
+#
+# One folder below src/ of a platform library that is too large for one: platform_LIBRARY_PART, a
+# static library whose headers are included by their path from src/ ("store/store_database.h"). The
+# library links its parts, and hides their headers, by $<LINK_ONLY:...>.
+function(vintrel_platform_part library part)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  set(target platform_${library}_${part})
+  set(root ${PROJECT_SOURCE_DIR}/platform/${library})
+  add_library(${target} STATIC ${ARG_SOURCES})
+  target_include_directories(${target} PUBLIC ${root}/include ${root}/host ${root}/src)
+  target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE vintrel_options ${ARG_PRIVATE})
+endfunction()
+
 # vintrel_executable(NAME SOURCES ... LIBRARIES targets...)
 #
 # A program; it lands in <build>/bin.

@@ -6,11 +6,11 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "custody/key_storage_file.h"
+#include "custody/pkcs11_token.h"
 #include "faulty_vfs/faulty_vfs.h"
 #include "key_hardware/key_hardware.h"
-#include "key_storage_file.h"
 #include "orv_sec_crypto/signing_key_access.h"
-#include "pkcs11_token.h"
 #include "store_fixture.h"
 
 namespace orv::sec::crypto::test {

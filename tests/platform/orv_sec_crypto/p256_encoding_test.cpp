@@ -1,9 +1,9 @@
-#include "p256_encoding.h"
+#include "keys/p256_encoding.h"
 
 #include <gtest/gtest.h>
 
 #include "certificate_zoo/certificate_zoo.h"
-#include "ec_key.h"
+#include "keys/ec_key.h"
 
 namespace orv::sec::crypto::test {
 

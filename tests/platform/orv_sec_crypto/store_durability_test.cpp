@@ -4,8 +4,8 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include "custody/secret_memory.h"
 #include "faulty_vfs/faulty_vfs.h"
-#include "secret_memory.h"
 #include "store_fixture.h"
 
 namespace orv::sec::crypto::test {

@@ -15,7 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "pkcs11_module.h"
+#include "custody/pkcs11_module.h"
 
 namespace orv::sec::crypto::test {
 

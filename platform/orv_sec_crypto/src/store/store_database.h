@@ -1,0 +1,154 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <openssl_support/openssl_ptr.h>
+
+#include <orv/sec/crypto/common/crypto_allocator.h>
+
+#include "custody/key_custody.h"
+#include "store/sqlite_connection.h"
+
+namespace orv::sec::crypto {
+
+using openssl_support::PkeyPtr;
+
+inline constexpr const char* kKoruStoreName = "KORU";
+
+/// Numbers as they stand in the database.
+enum class StoreKind : std::uint8_t { kTrustStore = 1, kKoruStore = 2 };
+
+/// What a key pair or certificate is found by.
+struct EntryId {
+    std::string store;
+    std::string id;
+};
+
+struct ListedEntry {
+    EntryId entry;
+    bool isKeyPair;
+    /// As stored; empty for a key pair without a chain.
+    common::ByteVector certificates;
+    /// As stored; empty for a certificate.
+    common::ByteVector publicKey;
+};
+
+/// Throws `CryptoError` unless `id` is 1 to 128 bytes of printable ASCII: `kTooLarge` or
+/// `kInvalidArgument`.
+void CheckId(const std::string& id);
+
+/// The secure store of the unit: one SQLite file, and the custody of its private keys, which the
+/// configuration beside it decides about.
+///
+/// Every operation is one transaction, durable when the operation returns. The journal is a
+/// rollback journal in TRUNCATE mode: with synchronous=FULL it is synced after it was cut, so that
+/// a commit outlasts a loss of power, and between transactions neither the journal nor, with
+/// secure_delete, the file holds anything that was deleted. A write-ahead log would keep old
+/// pages until the next checkpoint, and the speed that it buys does not matter here.
+///
+/// Any thread may call any operation. All throw `CryptoError`, once closed with `kInvalidState`.
+class StoreDatabase {
+public:
+    enum class OpenMode : std::uint8_t {
+        /// There must be a store already. A TPM or token is not reached before a key is needed.
+        kExisting,
+        /// An empty store is made where the directory has none. For the holder of the store's lock,
+        /// as the next one.
+        kCreate,
+        /// As above, but where there is a wrapping key, the store that it belongs to was lost, and
+        /// an empty one in its place would hide that.
+        kCreateUnlessLost,
+        /// What an existing store holds at this moment, in memory. The files stay as they are, and
+        /// need not be writable. What becomes of the copy is lost with it, so it takes certificates
+        /// and stores, but no change of a key pair: `kStorageError`, before any key is touched.
+        kCopy,
+    };
+
+    StoreDatabase(const std::string& directory, OpenMode mode);
+
+    /// False if there is no file, or an empty one, and so no store was ever made in it.
+    static bool HasFile(const std::string& directory);
+
+    void Close();
+
+    /// Throws `kInvalidState` when the store is closed.
+    void CheckOpen() const;
+    bool IsCopy() const { return mIsCopy; }
+
+    /// False where what key pairs need was never made.
+    bool HasCustody() const;
+    /// Makes it unless it is there. For the holder of the store's lock.
+    void MakeCustody();
+    /// Reaches for it, as opening the store for writing does.
+    void LoadCustody();
+
+    void CreateStore(const std::string& name, StoreKind kind);
+    bool HasStore(const std::string& name, StoreKind kind) const;
+
+    bool HasKeyPair(const EntryId& entry) const;
+    /// Makes a key pair; `kAlreadyExists` when there is one.
+    void GenerateKeyPair(const EntryId& entry);
+    /// Puts a key pair with its chain in the place of what is there.
+    void ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
+    void MoveKeyPair(const EntryId& source, const EntryId& destination);
+    /// The row stays where its private key can't be reached to be dropped: it may be of use again.
+    void DeleteKeyPair(const EntryId& entry);
+    PkeyPtr LoadPrivateKey(const EntryId& entry) const;
+
+    /// `kIntegrityError` for certificates that do not parse any more, here and below.
+    common::ByteVector LoadChain(const EntryId& entry) const;
+    /// Attaches a chain that belongs to the key pair; `kKeyMismatch` when it does not. The private
+    /// key must open, so that a pair with a chain is one that can take the accepted pair's place.
+    void StoreChain(const EntryId& entry, const common::ByteVector& chain);
+
+    common::ByteVector LoadCertificate(const EntryId& entry) const;
+    /// Writes nothing when these bytes are there already.
+    void StoreCertificate(const EntryId& entry, const common::ByteVector& certificates);
+    void DeleteCertificate(const EntryId& entry);
+
+    /// The public key of the key pair or else of the certificate of this id.
+    PkeyPtr LoadPublicKey(const EntryId& entry) const;
+
+    /// Ordered by store, key pairs before certificates, id.
+    std::vector<ListedEntry> List() const;
+
+private:
+    SqliteConnection& Connection() const;
+    void Configure();
+    void ConnectToFile(const std::string& trace);
+    void ConnectToCopy(const std::string& trace);
+    std::int64_t SchemaVersion();
+    void SetJournalMode();
+    void UpgradeSchema(const std::string& trace);
+    void OpenCustody(OpenMode mode);
+    std::vector<common::ByteVector> PrivateKeyBlobs() const;
+    void CheckKeyPairsMayChange() const;
+    template <typename Work>
+    void ForgetOnFailure(const EntryId& entry, const StoredKey& made, Work work);
+    bool CertainlyLacks(const EntryId& entry, const common::ByteVector& blob) const;
+    std::optional<StoredKey> FindStoredKey(const EntryId& entry) const;
+    StoredKey RequireStoredKey(const EntryId& entry) const;
+    PkeyPtr OpenPrivateKey(const EntryId& entry) const;
+    common::ByteVector LoadCertificates(const char* sql, const EntryId& entry) const;
+    bool HoldsCertificate(const EntryId& entry, const common::ByteVector& certificates) const;
+    void CheckCertificates(const EntryId& entry, const common::ByteVector& certificates) const;
+    bool HasRow(const char* sql, const EntryId& entry) const;
+    void DeleteRow(const char* sql, const EntryId& entry);
+
+    const std::string mDirectory;
+    const bool mIsCopy;
+    mutable std::mutex mMutex;
+    std::unique_ptr<SqliteConnection> mConnection;
+    std::unique_ptr<KeyCustody> mCustody;
+    // What was loaded last from each place, and parsed: the same bytes need not be parsed again.
+    mutable std::map<std::string, common::ByteVector> mChecked;
+};
+
+}  // namespace orv::sec::crypto
