@@ -17,6 +17,7 @@ target_compile_options(vintrel_options INTERFACE
 if(VINTREL_SANITIZE MATCHES thread)
   # Boost.Asio has fences, of which the sanitizer sees nothing; its queues are under a mutex, too.
   target_compile_options(vintrel_options INTERFACE -Wno-tsan)
+  target_compile_definitions(vintrel_options INTERFACE BOOST_ASIO_DISABLE_FENCED_BLOCK)
 endif()
 
 set(CMAKE_CXX_EXTENSIONS OFF)

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include <someip/deserializer.h>
+#include <someip/wire/deserializer.h>
 
 #include "fuzz/check.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <someip/sd_message.h>
+#include <someip/wire/sd_message.h>
 
 #include "fuzz/check.h"
 

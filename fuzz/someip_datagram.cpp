@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include <someip/message.h>
+#include <someip/wire/message.h>
 
 #include "fuzz/check.h"
 

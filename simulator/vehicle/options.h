@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include <someip/deployment.h>
+#include <someip/discovery/deployment.h>
 #include <zem_connector/session_status.h>
 #include <zem_connector/zem_service_controller_callback_if.h>
 

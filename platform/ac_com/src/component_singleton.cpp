@@ -1,5 +1,5 @@
 #include <ac/com/runtime/component_singleton.h>
-#include <someip/runtime.h>
+#include <someip/client/runtime.h>
 
 namespace ac::com::runtime {
 

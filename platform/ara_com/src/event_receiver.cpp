@@ -6,8 +6,8 @@
 #include <utility>
 
 #include <ara/com/internal/proxy/event_receiver.h>
-#include <someip/incident.h>
-#include <someip/service_client.h>
+#include <someip/client/service_client.h>
+#include <someip/log/incident.h>
 
 namespace ara::com::internal::proxy {
 

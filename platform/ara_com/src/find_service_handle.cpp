@@ -2,7 +2,7 @@
 #include <vector>
 
 #include <ara/com/find_service_handle.h>
-#include <someip/runtime.h>
+#include <someip/client/runtime.h>
 
 namespace ara::com {
 

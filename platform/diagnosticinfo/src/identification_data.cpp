@@ -1,8 +1,8 @@
 #include "diagnosticinfo_host/identification_data.h"
 
 #include <orv/services/diagnosticinfo/diagnostic_info.h>
-#include <someip/deserializer.h>
-#include <someip/serializer.h>
+#include <someip/wire/deserializer.h>
+#include <someip/wire/serializer.h>
 
 namespace orv::services::diagnosticinfo {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <someip/field_server.h>
+#include <someip/server/field_server.h>
 
 #include "diagnosticinfo_host/identification_data.h"
 

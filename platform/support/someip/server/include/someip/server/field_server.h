@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <someip/discovery/deployment.h>
+
+namespace someip {
+
+/// Server side of one service instance: offers it by service discovery and publishes its fields. A
+/// client that subscribes gets the current values at once and each later one.
+///
+/// At most ProvidedService::kMaxSubscriptions subscriptions are held at a time. Requests are
+/// answered with an error, for the service has no methods. Any thread may call any operation.
+class FieldServer {
+public:
+    /// Serves the first service of `deployment`, which there must be, on its network. Offers
+    /// nothing yet. Throws std::runtime_error if the network's address is not to be had.
+    explicit FieldServer(Deployment deployment);
+
+    /// Withdraws the service, tells the clients so, and closes the endpoint.
+    ~FieldServer();
+
+    FieldServer(const FieldServer&) = delete;
+    FieldServer& operator=(const FieldServer&) = delete;
+
+    /// What it was made with. Clients have the same with an address of their own.
+    const Deployment& OwnDeployment() const;
+
+    void Offer();
+    /// Tells the clients at once; they are served again after the next Offer.
+    void StopOffer();
+
+    /// Sets a field's value and publishes it to its subscribers. Throws std::length_error if the
+    /// payload does not fit into a datagram, std::out_of_range if no event has the id.
+    void SetField(std::uint16_t eventId, std::vector<std::uint8_t> payload);
+
+    /// Clients that are subscribed to the event at the moment.
+    std::size_t SubscriberCount(std::uint16_t eventId) const;
+
+    /// Messages that were dropped so far.
+    std::uint64_t DroppedMessages() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> mImpl;
+};
+
+}  // namespace someip

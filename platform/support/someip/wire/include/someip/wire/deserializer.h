@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+#include <someip/wire/wire_type.h>
+
+namespace someip {
+
+/// What a payload that breaks the rules of its serialization raises; `what()` names the rule.
+class DeserializeError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Sizes in bytes of the length fields that a service's deployment sets.
+struct LengthFieldSizes {
+    std::size_t array{4};
+    std::size_t string{4};
+    std::size_t record{4};
+};
+
+/// A member of a record, as the receiver's data model has it.
+struct RecordMember {
+    std::uint16_t dataId;
+    WireType wireType;
+};
+
+/// Reads SOME/IP payloads, with record members in TLV form (PRS_SOMEIP, structured data types and
+/// arguments with identifier and optional members). Every operation may throw DeserializeError;
+/// the position is then undefined. Does not own the bytes. Not to be shared between threads.
+class Deserializer {
+public:
+    Deserializer(const std::uint8_t* data, std::size_t size, LengthFieldSizes sizes = {});
+
+    std::uint8_t ReadU8();
+    std::uint16_t ReadU16();
+    std::uint32_t ReadU32();
+    std::vector<std::uint8_t> ReadBytes(std::size_t count);
+
+    std::size_t Position() const { return mPosition; }
+    void Skip(std::size_t count);
+
+    /// Reads a length field of 1, 2 or 4 bytes.
+    std::size_t ReadLength(std::size_t fieldSize);
+
+    /// Position `length` bytes further on, which must lie within the data.
+    std::size_t EndPosition(std::size_t length) const;
+
+    /// To be called behind what had a length field: a position beyond `end` breaks
+    /// PRS_SOMEIP_00900, one short of it moves there.
+    void FinishAt(std::size_t end);
+
+    /// Reads the length field of an array or of a record, and gives its end position.
+    std::size_t BeginArray();
+    std::size_t BeginRecord();
+
+    /// Looks for `member` in a record that ends at `recordEnd`, and passes over members that are
+    /// not in `model`. Gives the wire type that the sender used, with the position behind the
+    /// tag; nothing if the member is absent.
+    std::optional<WireType> FindMember(const RecordMember& member,
+                                       const std::vector<RecordMember>& model,
+                                       std::size_t recordEnd);
+
+    /// Byte array behind a tag with a wire type that has a length field.
+    std::vector<std::uint8_t> ReadByteArray(WireType wireType);
+
+private:
+    std::size_t LengthFieldSize(WireType wireType) const;
+    void SkipValue(WireType wireType);
+
+    const std::uint8_t* mData;
+    std::size_t mSize;
+    std::size_t mPosition{0};
+    LengthFieldSizes mSizes;
+};
+
+}  // namespace someip

@@ -1,0 +1,157 @@
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <optional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ara/com/find_service_handle.h>
+#include <ara/com/internal/proxy/event_receiver.h>
+#include <someip/server/field_server.h>
+
+#include "testing/temporary_directory.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using ac::com::cpp_binding::Event_cache_update_policy;
+using ara::com::FindServiceHandle;
+using ara::com::ServiceHandle;
+using ara::com::internal::proxy::EventReceiver;
+
+constexpr auto kGuard = 30s;
+constexpr std::uint16_t kFieldId = 0x8001;
+
+/// A receiver of a field of one byte, connected to a server.
+class EventReceiverTest : public testing::Test {
+protected:
+    EventReceiverTest() {
+        someip::Deployment deployment = Deployment();
+        deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
+        const std::string path = mDirectory.File("Deployment.json");
+        std::ofstream(path) << someip::FormatDeployment(deployment);
+        ::setenv("SOMEIP_DEPLOYMENT", path.c_str(), 1);
+        std::promise<ServiceHandle> found;
+        std::atomic<bool> once{false};
+        mServer.Offer();
+        const FindServiceHandle search("test::Service", "1", [&](const auto& handles) {
+            if (!handles.empty() && !once.exchange(true)) {
+                found.set_value(handles.front());
+            }
+        });
+        auto handle = found.get_future();
+        EXPECT_EQ(handle.wait_for(kGuard), std::future_status::ready);
+        mHandle = handle.get();
+    }
+
+    ~EventReceiverTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
+
+    static someip::Deployment Deployment() {
+        someip::ServiceDeployment service;
+        service.name = "test::Service";
+        service.serviceId = 0x1234;
+        service.events["field"] = {kFieldId, 1};
+        return {someip::LoopbackNetwork(someip::LoopbackEnd::kProvider), {service}};
+    }
+
+    /// A receiver whose handler fulfils `Await` when it has been called for that value.
+    std::unique_ptr<EventReceiver> Receiver() {
+        auto receiver = std::make_unique<EventReceiver>(
+            *mHandle, "field", [this](const std::vector<std::uint8_t>& payload) {
+                mLatest = payload.at(0);
+                return std::make_shared<const int>(payload.at(0));
+            });
+        receiver->SetReceiveHandler([this] { mHandled = mLatest.load(); });
+        return receiver;
+    }
+
+    void PublishAndAwait(int value) {
+        mServer.SetField(kFieldId, {static_cast<std::uint8_t>(value)});
+        const auto end = std::chrono::steady_clock::now() + kGuard;
+        while (mHandled != value && std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+        }
+        ASSERT_EQ(mHandled, value);
+    }
+
+    static std::vector<int> Cache(const EventReceiver& receiver) {
+        std::vector<int> values;
+        for (const auto& sample : receiver.GetCachedSamples()) {
+            values.push_back(*std::static_pointer_cast<const int>(sample));
+        }
+        return values;
+    }
+
+    testing_support::TemporaryDirectory mDirectory;
+    someip::FieldServer mServer{Deployment()};
+    std::optional<ServiceHandle> mHandle;
+    std::atomic<int> mLatest{-1};
+    std::atomic<int> mHandled{-1};
+};
+
+TEST_F(EventReceiverTest, NewestPolicyReplacesTheCacheByTheNewestSamples) {
+    const auto receiver = Receiver();
+    receiver->Subscribe(Event_cache_update_policy::kNewestN, 3);
+    EXPECT_FALSE(receiver->Update());
+    for (int value = 1; value <= 5; ++value) {
+        PublishAndAwait(value);
+    }
+    EXPECT_TRUE(receiver->Update());
+    EXPECT_THAT(Cache(*receiver), testing::ElementsAre(3, 4, 5));
+    EXPECT_FALSE(receiver->Update());
+    PublishAndAwait(6);
+    EXPECT_TRUE(receiver->Update());
+    EXPECT_THAT(Cache(*receiver), testing::ElementsAre(6));
+    receiver->Cleanup();
+    EXPECT_THAT(Cache(*receiver), testing::IsEmpty());
+}
+
+TEST_F(EventReceiverTest, LastPolicyKeepsOlderSamplesWhileThereIsRoom) {
+    const auto receiver = Receiver();
+    receiver->Subscribe(Event_cache_update_policy::kLastN, 2);
+    PublishAndAwait(1);
+    receiver->Update();
+    PublishAndAwait(2);
+    receiver->Update();
+    EXPECT_EQ(Cache(*receiver).back(), 2);
+    PublishAndAwait(3);
+    EXPECT_TRUE(receiver->Update());
+    receiver->Cleanup();
+    EXPECT_THAT(Cache(*receiver), testing::ElementsAre(2, 3));
+}
+
+TEST_F(EventReceiverTest, UnsubscribedReceiverHearsNothingUntilItSubscribesAgain) {
+    const auto receiver = Receiver();
+    receiver->Subscribe(Event_cache_update_policy::kNewestN, 20);
+    PublishAndAwait(1);
+    receiver->Unsubscribe();
+    EXPECT_FALSE(receiver->Update());
+    mHandled = -1;
+    mServer.SetField(kFieldId, {2});
+    receiver->Subscribe(Event_cache_update_policy::kNewestN, 20);
+    PublishAndAwait(3);
+    EXPECT_TRUE(receiver->Update());
+    EXPECT_EQ(Cache(*receiver).back(), 3);
+}
+
+TEST_F(EventReceiverTest, HandlerMayEndItsReceiver) {
+    auto receiver = Receiver();
+    std::promise<void> ended;
+    receiver->SetReceiveHandler([&] {
+        if (receiver) {
+            receiver->Unsubscribe();
+            receiver.reset();
+            ended.set_value();
+        }
+    });
+    mServer.SetField(kFieldId, {1});
+    receiver->Subscribe(Event_cache_update_policy::kNewestN, 20);
+    EXPECT_EQ(ended.get_future().wait_for(kGuard), std::future_status::ready);
+    EXPECT_FALSE(receiver);
+}
+
+}  // namespace
