@@ -14,6 +14,7 @@
 #include "files/store_directory.h"
 #include "keys/ec_key.h"
 #include "library/library_contents.h"
+#include "store/database_file.h"
 #include "store/store_database.h"
 #include "x509/certificate_parser.h"
 
@@ -119,7 +120,7 @@ std::string NewKeyLabel() {
 void PartFromLostStore(const std::string& directory) {
     auto storage = LoadKeyStorage(directory);
     auto* token = storage ? std::get_if<TokenKeyStorage>(&*storage) : nullptr;
-    if (token == nullptr || StoreDatabase::HasFile(directory)) {
+    if (token == nullptr || HasDatabase(directory)) {
         return;
     }
     LogWarn(directory + ": the store is lost; its keys stay in the token, with the label '" +

@@ -1,21 +1,13 @@
 #include "store/store_database.h"
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
 #include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <posix/unique_fd.h>
 
 #include "custody/key_storage_file.h"
 #include "errors/crypto_error.h"
-#include "errors/crypto_log.h"
 #include "files/protected_file.h"
 #include "keys/ec_key.h"
+#include "store/database_file.h"
+#include "store/database_schema.h"
 #include "x509/certificate_parser.h"
 
 namespace orv::sec::crypto {
@@ -25,133 +17,13 @@ using common::CryptoResultCode;
 
 namespace {
 
-constexpr std::size_t kMaxIdBytes = 128;
-constexpr std::chrono::milliseconds kBusyTimeout{5000};
-// "ORVS"
-constexpr std::int64_t kApplicationId = 0x4F525653;
-constexpr mode_t kForeignWrite = S_IWGRP | S_IWOTH;
 constexpr const char* kSelectCertificate =
     "SELECT certificates FROM certificate WHERE store = ?1 AND id = ?2";
-
-// The schema's version 1.
-constexpr const char* kTables = R"(
-    CREATE TABLE store (
-        name TEXT NOT NULL PRIMARY KEY CHECK (length(name) BETWEEN 1 AND 128),
-        kind INTEGER NOT NULL CHECK (kind IN (1, 2))
-    ) STRICT, WITHOUT ROWID;
-    CREATE TABLE key_pair (
-        store TEXT NOT NULL REFERENCES store (name),
-        id TEXT NOT NULL CHECK (length(id) BETWEEN 1 AND 128),
-        public_key BLOB NOT NULL CHECK (length(public_key) > 0),
-        wrapped_private_key BLOB NOT NULL CHECK (length(wrapped_private_key) > 0),
-        certificates BLOB CHECK (length(certificates) BETWEEN 1 AND 262144),
-        PRIMARY KEY (store, id)
-    ) STRICT, WITHOUT ROWID;
-    CREATE TABLE certificate (
-        store TEXT NOT NULL REFERENCES store (name),
-        id TEXT NOT NULL CHECK (length(id) BETWEEN 1 AND 128),
-        certificates BLOB NOT NULL CHECK (length(certificates) BETWEEN 1 AND 262144),
-        PRIMARY KEY (store, id)
-    ) STRICT, WITHOUT ROWID;
-    PRAGMA application_id = 1330796115;
-)";
-
-// What leads from each version of the schema to the next one, from the empty file, version 0, on.
-constexpr std::array<const char*, 1> kUpgrades{kTables};
-constexpr std::int64_t kSchemaVersion = kUpgrades.size();
-
-CryptoError StorageError(const std::string& message) {
-    return CryptoError(CryptoResultCode::kStorageError, message);
-}
-
-std::string DatabasePath(const std::string& directory) {
-    return directory + "/store.db";
-}
-
-std::string Describe(const EntryId& entry) {
-    return "'" + entry.id + "' in " + entry.store;
-}
-
-CryptoError NotFound(const char* what, const EntryId& entry) {
-    return CryptoError(CryptoResultCode::kNotFound,
-                       std::string("no ") + what + " " + Describe(entry));
-}
-
-// Makes the file ahead of SQLite for the sake of its mode. An existing one is not even opened:
-// closing it again would drop the locks that this process may hold on it.
-void CreateDatabaseFile(const std::string& path) {
-    const posix::UniqueFd file(
-        ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (file.IsValid()) {
-        LogWarn(path + ": there was no store, an empty one is made");
-        return;
-    }
-    if (errno != EEXIST) {
-        throw SystemError(path, "cannot create");
-    }
-}
-
-CryptoError Refused(const std::string& path, const std::string& why) {
-    return StorageError(path + ": store refused: " + why);
-}
-
-void CheckOwnership(const std::string& path, const struct stat& status) {
-    if (status.st_uid != ::geteuid()) {
-        throw Refused(path, "owned by user " + std::to_string(status.st_uid) + ", not by user " +
-                                std::to_string(::geteuid()));
-    }
-    if ((status.st_mode & kForeignWrite) != 0) {
-        throw Refused(path, "others than its owner may write to it");
-    }
-}
-
-// Who can write to the file, or put another in its place, decides which roots the unit trusts.
-void CheckDirectory(const std::string& directory) {
-    struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) {
-        throw SystemError(directory, "cannot open");
-    }
-    CheckOwnership(directory, status);
-}
-
-void CheckDatabaseFile(const std::string& path) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        if (errno == ENOENT) {
-            throw CryptoError(CryptoResultCode::kNotFound, path + ": there is no store");
-        }
-        throw SystemError(path, "cannot open");
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw Refused(path, "not a regular file");
-    }
-    CheckOwnership(path, status);
-}
-
-CryptoError LostStore(const std::string& directory, const std::string& trace) {
-    return StorageError(DatabasePath(directory) + ": the store is lost: its " + trace +
-                        " is there, the store is not");
-}
 
 // Whether the store's lock is held meanwhile.
 bool IsForWriters(StoreDatabase::OpenMode mode) {
     return mode == StoreDatabase::OpenMode::kCreate ||
            mode == StoreDatabase::OpenMode::kCreateUnlessLost;
-}
-
-void AppendWithLength(std::string& target, const std::string& field) {
-    for (unsigned shift = 32; shift > 0; shift -= 8) {
-        target.push_back(static_cast<char>((field.size() >> (shift - 8)) & 0xff));
-    }
-    target += field;
-}
-
-// Names a row, and binds a wrapped key to it. The lengths keep ("A", "BC") and ("AB", "C") apart.
-std::string RowName(const EntryId& entry) {
-    std::string data = "orv.sec.crypto key pair 1";
-    AppendWithLength(data, entry.store);
-    AppendWithLength(data, entry.id);
-    return data;
 }
 
 // Says in the message of a failure which key it was.
@@ -166,121 +38,25 @@ auto NamingTheKey(const EntryId& entry, Work work) {
 
 }  // namespace
 
-void CheckId(const std::string& id) {
-    if (id.empty()) {
-        throw CryptoError(CryptoResultCode::kInvalidArgument, "the id is empty");
-    }
-    if (id.size() > kMaxIdBytes) {
-        throw CryptoError(CryptoResultCode::kTooLarge, "the id is too long");
-    }
-    const bool printable = std::all_of(id.begin(), id.end(),
-                                       [](char letter) { return letter >= ' ' && letter <= '~'; });
-    if (!printable) {
-        throw CryptoError(CryptoResultCode::kInvalidArgument, "the id is not printable ASCII");
-    }
-}
-
 StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
     : mDirectory(directory),
       mIsCopy(mode == OpenMode::kCopy),
       mCustody(
           MakeKeyCustody(directory, LoadKeyStorage(directory).value_or(host::FileKeyStorage{}))) {
-    const std::string path = DatabasePath(mDirectory);
     const bool mayBeLost = mode == OpenMode::kCreateUnlessLost || mIsCopy;
     const std::string trace = mayBeLost ? mCustody->TraceOfStore() : std::string();
-    if (!trace.empty() && !FileExists(path)) {
+    if (!trace.empty() && !FileExists(DatabasePath(mDirectory))) {
         throw LostStore(mDirectory, trace);
     }
     if (IsForWriters(mode)) {
         // First of all: a file of ours would shut out the directory's owner.
         CheckDirectory(mDirectory);
-        CreateDatabaseFile(path);
+        CreateDatabaseFile(mDirectory);
     }
-    CheckDatabaseFile(path);
+    CheckDatabaseFile(mDirectory);
     CheckDirectory(mDirectory);
-    if (mIsCopy) {
-        ConnectToCopy(trace);
-    } else {
-        ConnectToFile(trace);
-    }
+    mConnection = mIsCopy ? ConnectToCopy(mDirectory, trace) : ConnectToDatabase(mDirectory, trace);
     OpenCustody(mode);
-}
-
-bool StoreDatabase::HasFile(const std::string& directory) {
-    struct stat status {};
-    const bool isKnown = ::lstat(DatabasePath(directory).c_str(), &status) == 0;
-    return isKnown ? status.st_size > 0 : errno != ENOENT;
-}
-
-void StoreDatabase::ConnectToFile(const std::string& trace) {
-    mConnection = std::make_unique<SqliteConnection>(DatabasePath(mDirectory), kBusyTimeout);
-    Configure();
-    // A store that is not for this version to open stays untouched.
-    SchemaVersion();
-    SetJournalMode();
-    UpgradeSchema(trace);
-}
-
-void StoreDatabase::ConnectToCopy(const std::string& trace) {
-    mConnection = SqliteConnection::CopyToMemory(DatabasePath(mDirectory), kBusyTimeout);
-    Configure();
-    UpgradeSchema(trace);
-}
-
-void StoreDatabase::Configure() {
-    mConnection->Execute(
-        "PRAGMA foreign_keys = ON;"
-        "PRAGMA trusted_schema = OFF;"
-        "PRAGMA secure_delete = ON;"
-        "PRAGMA temp_store = MEMORY;"
-        "PRAGMA synchronous = FULL;");
-}
-
-void StoreDatabase::SetJournalMode() {
-    const std::string mode = mConnection->QueryText("PRAGMA journal_mode = TRUNCATE");
-    if (mode != "truncate") {
-        throw StorageError(DatabasePath(mDirectory) + ": journal mode is '" + mode +
-                           "', not truncate");
-    }
-}
-
-std::int64_t StoreDatabase::SchemaVersion() {
-    const std::int64_t application = mConnection->QueryInteger("PRAGMA application_id");
-    const std::int64_t version = mConnection->QueryInteger("PRAGMA user_version");
-    if (application == kApplicationId && version > kSchemaVersion) {
-        throw StorageError(DatabasePath(mDirectory) + ": schema version " +
-                           std::to_string(version) + " is newer than this program's, which is " +
-                           std::to_string(kSchemaVersion));
-    }
-    const bool isEmpty = application == 0 && version == 0 &&
-                         mConnection->QueryInteger("SELECT count(*) FROM sqlite_schema") == 0;
-    if (!isEmpty && (application != kApplicationId || version < 1)) {
-        throw StorageError(DatabasePath(mDirectory) + ": no secure store: schema version " +
-                           std::to_string(version) + " of application " +
-                           std::to_string(application));
-    }
-    return version;
-}
-
-void StoreDatabase::UpgradeSchema(const std::string& trace) {
-    if (SchemaVersion() == kSchemaVersion) {
-        return;
-    }
-    SqliteTransaction transaction(*mConnection);
-    // Another process may have been faster.
-    const std::int64_t version = SchemaVersion();
-    if (version == 0 && !trace.empty()) {
-        throw LostStore(mDirectory, trace);
-    }
-    for (auto step = static_cast<std::size_t>(version); step < kUpgrades.size(); ++step) {
-        mConnection->Execute(kUpgrades[step]);
-    }
-    mConnection->Execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
-    transaction.Commit();
-    if (version > 0) {
-        LogInfo(DatabasePath(mDirectory) + ": upgraded from schema version " +
-                std::to_string(version) + " to " + std::to_string(kSchemaVersion));
-    }
 }
 
 std::vector<ByteVector> StoreDatabase::PrivateKeyBlobs() const {
@@ -369,7 +145,8 @@ bool StoreDatabase::HasKeyPair(const EntryId& entry) const {
 void StoreDatabase::CheckKeyPairsMayChange() const {
     Connection();
     if (mIsCopy) {
-        throw StorageError(DatabasePath(mDirectory) + ": the store is open for reading only");
+        throw CryptoError(CryptoResultCode::kStorageError,
+                          DatabasePath(mDirectory) + ": the store is open for reading only");
     }
 }
 

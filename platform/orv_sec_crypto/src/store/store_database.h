@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "custody/key_custody.h"
+#include "store/entry_id.h"
 #include "store/sqlite_connection.h"
 
 namespace orv::sec::crypto {
@@ -25,12 +25,6 @@ inline constexpr const char* kKoruStoreName = "KORU";
 /// Numbers as they stand in the database.
 enum class StoreKind : std::uint8_t { kTrustStore = 1, kKoruStore = 2 };
 
-/// What a key pair or certificate is found by.
-struct EntryId {
-    std::string store;
-    std::string id;
-};
-
 struct ListedEntry {
     EntryId entry;
     bool isKeyPair;
@@ -39,10 +33,6 @@ struct ListedEntry {
     /// As stored; empty for a certificate.
     common::ByteVector publicKey;
 };
-
-/// Throws `CryptoError` unless `id` is 1 to 128 bytes of printable ASCII: `kTooLarge` or
-/// `kInvalidArgument`.
-void CheckId(const std::string& id);
 
 /// The secure store of the unit: one SQLite file, and the custody of its private keys, which the
 /// configuration beside it decides about.
@@ -72,9 +62,6 @@ public:
     };
 
     StoreDatabase(const std::string& directory, OpenMode mode);
-
-    /// False if there is no file, or an empty one, and so no store was ever made in it.
-    static bool HasFile(const std::string& directory);
 
     void Close();
 
@@ -121,12 +108,6 @@ public:
 
 private:
     SqliteConnection& Connection() const;
-    void Configure();
-    void ConnectToFile(const std::string& trace);
-    void ConnectToCopy(const std::string& trace);
-    std::int64_t SchemaVersion();
-    void SetJournalMode();
-    void UpgradeSchema(const std::string& trace);
     void OpenCustody(OpenMode mode);
     std::vector<common::ByteVector> PrivateKeyBlobs() const;
     void CheckKeyPairsMayChange() const;
