@@ -1,24 +1,20 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
-
-#include <openssl_support/openssl_ptr.h>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "custody/key_custody.h"
+#include "store/certificate_table.h"
 #include "store/entry_id.h"
+#include "store/key_pair_table.h"
 #include "store/sqlite_connection.h"
 
 namespace orv::sec::crypto {
-
-using openssl_support::PkeyPtr;
 
 inline constexpr const char* kKoruStoreName = "KORU";
 
@@ -107,29 +103,25 @@ public:
     std::vector<ListedEntry> List() const;
 
 private:
-    SqliteConnection& Connection() const;
+    // What an open store has.
+    struct Contents {
+        Contents(std::unique_ptr<SqliteConnection> opened, std::unique_ptr<KeyCustody> keyCustody);
+
+        const std::unique_ptr<KeyCustody> custody;
+        const std::unique_ptr<SqliteConnection> connection;
+        KeyPairTable keyPairs;
+        CertificateTable certificates;
+    };
+
     void OpenCustody(OpenMode mode);
-    std::vector<common::ByteVector> PrivateKeyBlobs() const;
-    void CheckKeyPairsMayChange() const;
-    template <typename Work>
-    void ForgetOnFailure(const EntryId& entry, const StoredKey& made, Work work);
-    bool CertainlyLacks(const EntryId& entry, const common::ByteVector& blob) const;
-    std::optional<StoredKey> FindStoredKey(const EntryId& entry) const;
-    StoredKey RequireStoredKey(const EntryId& entry) const;
-    PkeyPtr OpenPrivateKey(const EntryId& entry) const;
-    common::ByteVector LoadCertificates(const char* sql, const EntryId& entry) const;
-    bool HoldsCertificate(const EntryId& entry, const common::ByteVector& certificates) const;
-    void CheckCertificates(const EntryId& entry, const common::ByteVector& certificates) const;
-    bool HasRow(const char* sql, const EntryId& entry) const;
-    void DeleteRow(const char* sql, const EntryId& entry);
+    Contents& Opened() const;
+    KeyPairTable& KeyPairsToChange() const;
 
     const std::string mDirectory;
     const bool mIsCopy;
     mutable std::mutex mMutex;
-    std::unique_ptr<SqliteConnection> mConnection;
-    std::unique_ptr<KeyCustody> mCustody;
-    // What was loaded last from each place, and parsed: the same bytes need not be parsed again.
-    mutable std::map<std::string, common::ByteVector> mChecked;
+    // Null once the store is closed.
+    std::unique_ptr<Contents> mContents;
 };
 
 }  // namespace orv::sec::crypto
