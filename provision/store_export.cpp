@@ -15,7 +15,7 @@
 namespace provision {
 
 using orv::sec::crypto::host::StoreEntry;
-using simulator::ExistingFile;
+using posix::ExistingFile;
 using simulator::pki::PkiError;
 
 namespace {

@@ -5,7 +5,8 @@
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
+
+#include <posix/write_all.h>
 
 #include "simulator/pki/certificates.h"
 
@@ -57,33 +58,18 @@ Journal::Journal(const std::string& path) {
     if (path.empty()) {
         return;
     }
-    mDescriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kMode);
-    if (mDescriptor < 0) {
+    mFile = posix::UniqueFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kMode));
+    if (!mFile.IsValid()) {
         Fail(path);
     }
 }
 
-Journal::~Journal() {
-    if (mDescriptor >= 0) {
-        ::close(mDescriptor);
-    }
-}
-
 void Journal::Write(const JournalEntry& entry) {
-    if (mDescriptor < 0) {
+    if (!mFile.IsValid()) {
         return;
     }
-    const std::string line = ToJsonLine(entry);
-    std::size_t written = 0;
-    while (written < line.size()) {
-        const ssize_t count = ::write(mDescriptor, line.data() + written, line.size() - written);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            Fail("the journal cannot be written");
-        }
-        written += static_cast<std::size_t>(count);
+    if (!posix::WriteAll(mFile.Get(), ToJsonLine(entry))) {
+        Fail("the journal cannot be written");
     }
 }
 

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include <posix/unique_fd.h>
+
 namespace simulator::backend {
 
 /// What the backend saw of one request and what it did. Text is as the peer sent it.
@@ -49,15 +51,12 @@ class Journal {
 public:
     /// No file with an empty path. `std::system_error` when the file cannot be opened.
     explicit Journal(const std::string& path);
-    ~Journal();
-    Journal(const Journal&) = delete;
-    Journal& operator=(const Journal&) = delete;
 
     /// `std::system_error` when the file cannot be written.
     void Write(const JournalEntry& entry);
 
 private:
-    int mDescriptor = -1;
+    posix::UniqueFd mFile;
 };
 
 }  // namespace simulator::backend

@@ -60,9 +60,14 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& text, mode_t mode,
-               ExistingFile existing) {
+               posix::ExistingFile existing) {
+    posix::AtomicFileSettings settings;
+    settings.mode = mode;
+    settings.existing = existing;
     try {
-        WriteFileAtomically(path, text, mode, existing);
+        if (!posix::WriteFileAtomically(path, text, settings)) {
+            Fail(path, EEXIST);
+        }
     } catch (const std::system_error& error) {
         Fail(path, error.code().value());
     }

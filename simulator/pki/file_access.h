@@ -4,7 +4,7 @@
 
 #include <sys/types.h>
 
-#include "simulator/support/atomic_file.h"
+#include <posix/atomic_file.h>
 
 namespace simulator::pki {
 
@@ -29,6 +29,6 @@ std::string ReadFile(const std::string& path);
 /// Writes the file with this mode by way of a temporary file beside it, so that a reader sees the
 /// old contents or the new ones. `PkiError` on failure; the old file then is as it was.
 void WriteFile(const std::string& path, const std::string& text, mode_t mode,
-               ExistingFile existing = ExistingFile::kIsReplaced);
+               posix::ExistingFile existing = posix::ExistingFile::kIsReplaced);
 
 }  // namespace simulator::pki

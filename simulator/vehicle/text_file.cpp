@@ -2,17 +2,9 @@
 
 #include <filesystem>
 
-#include <sys/types.h>
-
-#include "simulator/support/atomic_file.h"
+#include <posix/atomic_file.h>
 
 namespace simulator::vehicle {
-
-namespace {
-
-constexpr mode_t kReadableByAll = 0644;
-
-}  // namespace
 
 void MakeParentDirectories(const std::string& path) {
     const auto parent = std::filesystem::path(path).parent_path();
@@ -23,7 +15,7 @@ void MakeParentDirectories(const std::string& path) {
 
 void WriteFileAtomically(const std::string& path, const std::string& text) {
     MakeParentDirectories(path);
-    simulator::WriteFileAtomically(path, text, kReadableByAll);
+    posix::WriteFileAtomically(path, text, {});
 }
 
 }  // namespace simulator::vehicle

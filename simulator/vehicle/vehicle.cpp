@@ -1,8 +1,6 @@
 #include "simulator/vehicle/vehicle.h"
 
-#include <cerrno>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -122,9 +120,7 @@ void Vehicle::SetUrl(const std::string& url) {
 }
 
 void Vehicle::WriteConnectorFile(ConnectorFile file) {
-    if (!file.WriteAtomically(mState.connectorPath)) {
-        throw std::system_error(errno, std::generic_category(), mState.connectorPath);
-    }
+    file.WriteAtomically(mState.connectorPath);
     mConnector = std::move(file);
 }
 

@@ -1,17 +1,14 @@
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
-#include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/types.h>
 #include <zem_connector_host/connector_file.h>
+
+#include <posix/atomic_file.h>
 
 #include "json_members.h"
 #include "operation_settings_json.h"
@@ -55,46 +52,6 @@ bool HoldsPassword(const ConnectorFile& file) {
     });
 }
 
-class TemporaryFile {
-public:
-    explicit TemporaryFile(const std::string& target)
-        : mPath(target + ".XXXXXX"), mDescriptor(mkostemp(mPath.data(), O_CLOEXEC)) {}
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() {
-        const int error = errno;
-        if (mDescriptor >= 0) {
-            close(mDescriptor);
-        }
-        if (mDescriptor >= 0 && !mRenamed) {
-            unlink(mPath.c_str());
-        }
-        errno = error;
-    }
-
-    bool Write(const std::string& text, mode_t mode) {
-        std::size_t written = 0;
-        while (mDescriptor >= 0 && written < text.size()) {
-            const ssize_t count = write(mDescriptor, text.data() + written, text.size() - written);
-            if (count < 0 && errno != EINTR) {
-                return false;
-            }
-            written += count > 0 ? static_cast<std::size_t>(count) : 0;
-        }
-        return mDescriptor >= 0 && fchmod(mDescriptor, mode) == 0 && fsync(mDescriptor) == 0;
-    }
-
-    bool RenameTo(const std::string& target) {
-        mRenamed = std::rename(mPath.c_str(), target.c_str()) == 0;
-        return mRenamed;
-    }
-
-private:
-    std::string mPath;
-    int mDescriptor;
-    bool mRenamed{false};
-};
-
 }  // namespace
 
 std::string ConnectorFile::ToJson() const {
@@ -134,10 +91,10 @@ std::vector<std::string> ConnectorFile::UnprotectedHttpsOperations() const {
     return result;
 }
 
-bool ConnectorFile::WriteAtomically(const std::string& path) const {
-    TemporaryFile file(path);
-    return file.Write(ToJson(), HoldsPassword(*this) ? kSecretFileMode : kFileMode) &&
-           file.RenameTo(path);
+void ConnectorFile::WriteAtomically(const std::string& path) const {
+    posix::AtomicFileSettings settings;
+    settings.mode = HoldsPassword(*this) ? kSecretFileMode : kFileMode;
+    posix::WriteFileAtomically(path, ToJson(), settings);
 }
 
 void ParseConnectorFile(const std::string& text, ConnectorFile& file,

@@ -20,7 +20,7 @@ protected:
         host::ConnectorFile file;
         file.connectTimeout = limit;
         const std::string path = mDirectory.File("file.json");
-        ASSERT_TRUE(file.WriteAtomically(path));
+        file.WriteAtomically(path);
         mCore = std::make_shared<ConnectorCore>(path, nullptr, lookup);
         ASSERT_EQ(mCore->Open(), SessionStatus::kStarted);
         mThread = std::thread([core = mCore] { core->Run(); });

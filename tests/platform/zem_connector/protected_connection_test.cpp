@@ -70,7 +70,7 @@ protected:
         if (mInClear) {
             mFile.operations["op"].tls.reset();
         }
-        ASSERT_TRUE(mFile.WriteAtomically(mDirectory.File("file.json")));
+        mFile.WriteAtomically(mDirectory.File("file.json"));
         mConnector = std::make_unique<ZemConnector>(nullptr, nullptr);
         ASSERT_EQ(mConnector->Start(), SessionStatus::kStarted);
     }

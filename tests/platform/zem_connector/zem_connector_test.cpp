@@ -34,12 +34,12 @@ protected:
         return path;
     }
 
-    void WriteFile() { ASSERT_TRUE(mFile.WriteAtomically(mPath)); }
+    void WriteFile() { mFile.WriteAtomically(mPath); }
     void WriteInPlace(const std::string& text) { std::ofstream(mPath) << text; }
 
     SessionStatus StartWith(SessionStatus status) {
         mFile.sessionStatus = status;
-        EXPECT_TRUE(mFile.WriteAtomically(mPath));
+        mFile.WriteAtomically(mPath);
         return mConnector.Start();
     }
 
@@ -81,7 +81,7 @@ TEST_F(ZemConnectorTest, AFileThatComesLaterInADirectoryThatComesLaterBringsTheS
     EXPECT_EQ(connector.Start(), SessionStatus::kStarting);
     EXPECT_GT(mLog.Count(file + ": No such file or directory; the last good state stays"), 0U);
     ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
-    ASSERT_TRUE(mFile.WriteAtomically(file));
+    mFile.WriteAtomically(file);
     EXPECT_EQ(mRecorder.Next(), "session 2");
 }
 

@@ -7,8 +7,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <posix/atomic_file.h>
+
 #include "errors/crypto_error.h"
-#include "files/store_directory.h"
 
 namespace orv::sec::crypto {
 
@@ -71,55 +72,23 @@ std::string DescribeVersion(const struct stat& status) {
            std::to_string(status.st_ctim.tv_sec) + ":" + std::to_string(status.st_ctim.tv_nsec);
 }
 
-template <typename Operation>
-void TransferAll(std::size_t size, const std::string& path, Operation operation) {
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t count = operation(done);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            throw SystemError(path, "cannot read or write");
-        }
-        if (count == 0) {
-            throw CryptoError(CryptoResultCode::kStorageError, path + ": ends too early");
-        }
-        done += static_cast<std::size_t>(count);
-    }
-}
-
 std::string TemporaryPath(const std::string& path) {
     return path + ".new";
 }
 
-// `putInPlace` gives the complete file its name, and false with `errno` if it can't.
-template <typename PutInPlace>
 void WriteProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size,
-                        PutInPlace putInPlace) {
-    const std::string temporary = TemporaryPath(path);
-    const posix::UniqueFd file(
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
-    if (!file.IsValid()) {
-        throw SystemError(temporary, "cannot create");
-    }
+                        posix::ExistingFile existing) {
+    posix::AtomicFileSettings settings;
+    settings.mode = kSecretMode;
+    settings.existing = existing;
+    settings.temporaryPath = TemporaryPath(path);
+    settings.needsDirectorySync = true;
     try {
-        TransferAll(size, temporary, [&](std::size_t done) {
-            return ::write(file.Get(), bytes + done, size - done);
-        });
-        // The mode was subject to the umask.
-        if (::fchmod(file.Get(), kSecretMode) != 0 || ::fsync(file.Get()) != 0) {
-            throw SystemError(temporary, "cannot complete");
-        }
-        if (!putInPlace(temporary.c_str(), path.c_str())) {
-            throw SystemError(path, "cannot create");
-        }
-    } catch (const CryptoError&) {
-        ::unlink(temporary.c_str());
-        throw;
+        posix::WriteFileAtomically(path, {reinterpret_cast<const char*>(bytes), size}, settings);
+    } catch (const posix::FileError& error) {
+        errno = error.code().value();
+        throw SystemError(error.Path(), error.Step());
     }
-    RemoveProtectedLeftover(path);
-    SyncDirectory(path.substr(0, path.rfind('/')));
 }
 
 }  // namespace
@@ -151,9 +120,21 @@ std::unique_ptr<ProtectedFile> ProtectedFile::Open(const std::string& path,
 }
 
 void ProtectedFile::Read(std::uint8_t* bytes) const {
-    TransferAll(mSize, mPath, [&](std::size_t done) {
-        return ::pread(mDescriptor.Get(), bytes + done, mSize - done, static_cast<off_t>(done));
-    });
+    std::size_t done = 0;
+    while (done < mSize) {
+        const ssize_t count =
+            ::pread(mDescriptor.Get(), bytes + done, mSize - done, static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            throw SystemError(mPath, "cannot read");
+        }
+        if (count == 0) {
+            throw CryptoError(CryptoResultCode::kStorageError, mPath + ": ends too early");
+        }
+        done += static_cast<std::size_t>(count);
+    }
 }
 
 ByteVector ProtectedFile::Read() const {
@@ -170,16 +151,11 @@ void RemoveProtectedLeftover(const std::string& path) {
 }
 
 void CreateProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size) {
-    WriteProtectedFile(path, bytes, size, [](const char* temporary, const char* place) {
-        // Unlike a rename, a link never takes the place of a key.
-        return ::link(temporary, place) == 0 || errno == EEXIST;
-    });
+    WriteProtectedFile(path, bytes, size, posix::ExistingFile::kIsKept);
 }
 
 void ReplaceProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size) {
-    WriteProtectedFile(path, bytes, size, [](const char* temporary, const char* place) {
-        return std::rename(temporary, place) == 0;
-    });
+    WriteProtectedFile(path, bytes, size, posix::ExistingFile::kIsReplaced);
 }
 
 bool FileExists(const std::string& path) {

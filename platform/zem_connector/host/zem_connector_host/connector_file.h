@@ -80,9 +80,9 @@ struct ConnectorFile {
     std::string ToJson() const;
 
     /// Replaces the file at `path` by way of a temporary file beside it, so that a reader sees the
-    /// old content or the new one. Others may read it, unless it holds a password. False, with
-    /// `errno` set, if that failed; then the old file is as it was.
-    bool WriteAtomically(const std::string& path) const;
+    /// old content or the new one. Others may read it, unless it holds a password. Throws
+    /// std::system_error with the path; then the old file is as it was.
+    void WriteAtomically(const std::string& path) const;
 };
 
 /// Reads a file's text into `file`; unknown keys are named in `warnings`. Throws
