@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -19,6 +20,9 @@ namespace timeline {
 /// The forms may change from line to line. Has neither a clock nor a time zone of its own.
 class LineParser {
 public:
+    /// Bytes of a line that are looked at; the longest line of the service is far shorter.
+    static constexpr std::size_t kMaxLineSize = std::size_t{64} * 1024;
+
     struct Options {
         /// Turns a wall clock's seconds, counted as if it showed UTC, into seconds since the epoch,
         /// for the forms that do not name their zone. Empty: they are UTC.
@@ -32,7 +36,8 @@ public:
 
     explicit LineParser(Options options);
 
-    /// What the line is; `whole` as from `LineSplitter`. The result refers to the line's bytes.
+    /// What the line is; `whole` as from `posix::LineSplitter`. The result refers to the line's
+    /// bytes.
     LogLine Parse(std::string_view line, bool whole);
 
 private:

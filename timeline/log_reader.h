@@ -2,8 +2,9 @@
 
 #include <string_view>
 
+#include <posix/line_splitter.h>
+
 #include "timeline/line_parser.h"
-#include "timeline/line_splitter.h"
 #include "timeline/log_interpreter.h"
 
 namespace timeline {
@@ -17,18 +18,20 @@ public:
     LogReader& operator=(const LogReader&) = delete;
     ~LogReader() = default;
 
-    void Feed(std::string_view bytes) { mSplitter.Feed(bytes); }
+    void Feed(std::string_view bytes);
     /// A file has ended: what it has behind its last line's end belongs to no next line.
-    void EndFile() { mSplitter.Finish(); }
+    void EndFile();
     /// The log has ended; nothing is fed behind it.
     void Finish();
 
     const LogInterpreter& GetInterpreter() const { return mInterpreter; }
 
 private:
+    void Read(const posix::LineSplitter::Line& line);
+
     LogInterpreter mInterpreter;
     LineParser mParser;
-    LineSplitter mSplitter;
+    posix::LineSplitter mSplitter{LineParser::kMaxLineSize};
 };
 
 }  // namespace timeline

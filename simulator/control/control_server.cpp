@@ -29,11 +29,13 @@ ControlServer::ControlServer(const std::string& path, Execute execute)
 }
 
 bool ControlServer::Take(ConnectionId id, const std::vector<std::uint8_t>& data) {
-    LineSplitter& lines = mClients[id];
-    const std::string text(data.begin(), data.end());
-    lines.Add(text.data(), text.size());
+    posix::LineSplitter& lines = mClients.try_emplace(id, kMaxCommandSize).first->second;
+    lines.Feed(std::string(data.begin(), data.end()));
     while (const auto line = lines.Next()) {
-        std::string answer = mExecute(*line);
+        if (!line->whole) {
+            return false;
+        }
+        std::string answer = mExecute(std::string(line->text));
         if (answer.empty()) {
             continue;
         }

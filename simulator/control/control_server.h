@@ -1,14 +1,19 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "simulator/control/line_splitter.h"
+#include <posix/line_splitter.h>
+
 #include "vonta_socket_host/unix_server.h"
 
 namespace simulator {
+
+/// Bytes of the longest line that is a command.
+inline constexpr std::size_t kMaxCommandSize = 4096;
 
 /// Takes commands on a Unix stream socket (mode 0600) from up to eight clients, line by line, and
 /// answers each non-empty line with one line. A client whose line is too long is dropped.
@@ -26,7 +31,7 @@ private:
     bool Take(ConnectionId id, const std::vector<std::uint8_t>& data);
 
     Execute mExecute;
-    std::map<ConnectionId, LineSplitter> mClients;
+    std::map<ConnectionId, posix::LineSplitter> mClients;
     vonta_socket::host::UnixServer mServer;  ///< last, so that its thread ends before the rest
 };
 

@@ -27,12 +27,16 @@ timeline::LineParser::Options ParserOptions() {
 
 LogFollower::LogFollower()
     : mInterpreter([this](const timeline::Event& event) { AddEvent(event); }),
-      mParser(ParserOptions()),
-      mSplitter([this](std::string_view line, bool whole) {
-          const timeline::LogLine parsed = mParser.Parse(line, whole);
-          mInterpreter.Consume(parsed);
-          AddLine(parsed, line);
-      }) {}
+      mParser(ParserOptions()) {}
+
+void LogFollower::Feed(std::string_view bytes) {
+    mSplitter.Feed(bytes);
+    while (const auto line = mSplitter.Next()) {
+        const timeline::LogLine parsed = mParser.Parse(line->text, line->whole);
+        mInterpreter.Consume(parsed);
+        AddLine(parsed, line->text);
+    }
+}
 
 void LogFollower::AddLine(const timeline::LogLine& parsed, std::string_view raw) {
     Line line;

@@ -8,8 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <posix/line_splitter.h>
+
 #include "timeline/line_parser.h"
-#include "timeline/line_splitter.h"
 #include "timeline/log_interpreter.h"
 #include "timeline/timeline_store.h"
 
@@ -27,7 +28,7 @@ public:
     LogFollower& operator=(const LogFollower&) = delete;
     ~LogFollower() = default;
 
-    void Feed(std::string_view bytes) { mSplitter.Feed(bytes); }
+    void Feed(std::string_view bytes);
 
     /// Everything that is kept: {"timeline": ..., "log": [...]}.
     nlohmann::json Snapshot() const;
@@ -59,7 +60,7 @@ private:
     News mNews;
     timeline::LogInterpreter mInterpreter;
     timeline::LineParser mParser;
-    timeline::LineSplitter mSplitter;
+    posix::LineSplitter mSplitter{timeline::LineParser::kMaxLineSize};
 };
 
 }  // namespace simulator::page

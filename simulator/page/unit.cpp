@@ -24,6 +24,7 @@ constexpr std::uint64_t kTicksOfStore = 600;
 constexpr std::chrono::seconds kAskLimit(3);
 constexpr std::chrono::seconds kStoreLimit(30);
 constexpr std::size_t kMaxJournal = 500;
+constexpr std::size_t kMaxJournalLine = std::size_t{64} * 1024;
 /// What of an entry the page shows; certificates and containers stay in the file.
 constexpr std::array<const char*, 16> kJournalMembers{"time",
                                                       "duration_ms",
@@ -96,9 +97,8 @@ Unit::Unit(boost::asio::io_context& loop, UnitSettings settings)
       mSettings(std::move(settings)),
       mTimer(loop),
       mLogTail(mSettings.logFile, [this](std::string_view bytes) { mLog.Feed(bytes); }),
-      mJournalLines([this](std::string_view line, bool whole) { AddJournalLine(line, whole); }),
-      mJournalTail(mSettings.journalFile,
-                   [this](std::string_view bytes) { mJournalLines.Feed(bytes); }),
+      mJournalLines(kMaxJournalLine),
+      mJournalTail(mSettings.journalFile, [this](std::string_view bytes) { ReadJournal(bytes); }),
       mService(loop, mSettings.service, mSettings.logFile, [this] {
           mStoreIsOld = true;
           Update("service", ServiceJson());
@@ -153,11 +153,17 @@ void Unit::FollowFiles() {
     }
 }
 
-void Unit::AddJournalLine(std::string_view line, bool whole) {
-    const json entry = whole ? json::parse(line, nullptr, false) : json();
-    if (!entry.is_object()) {
-        return;
+void Unit::ReadJournal(std::string_view bytes) {
+    mJournalLines.Feed(bytes);
+    while (const auto line = mJournalLines.Next()) {
+        const json entry = line->whole ? json::parse(line->text, nullptr, false) : json();
+        if (entry.is_object()) {
+            AddJournalEntry(entry);
+        }
     }
+}
+
+void Unit::AddJournalEntry(const json& entry) {
     json shown;
     for (const char* member : kJournalMembers) {
         shown[member] = entry.value(member, json());

@@ -14,11 +14,12 @@
 #include <boost/asio/thread_pool.hpp>
 #include <nlohmann/json.hpp>
 
+#include <posix/line_splitter.h>
+
 #include "simulator/page/control_command.h"
 #include "simulator/page/file_tail.h"
 #include "simulator/page/log_follower.h"
 #include "simulator/page/service_process.h"
-#include "timeline/line_splitter.h"
 
 namespace simulator::page {
 
@@ -87,7 +88,8 @@ private:
 
     void Tick();
     void FollowFiles();
-    void AddJournalLine(std::string_view line, bool whole);
+    void ReadJournal(std::string_view bytes);
+    void AddJournalEntry(const nlohmann::json& entry);
     void AskSimulators();
     void AskStore();
     void CarryService(const std::string& line, const Done& done);
@@ -103,7 +105,7 @@ private:
 
     LogFollower mLog;
     FileTail mLogTail;
-    timeline::LineSplitter mJournalLines;
+    posix::LineSplitter mJournalLines;
     FileTail mJournalTail;
     std::deque<nlohmann::json> mJournal;
     nlohmann::json mNewJournal;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <iostream>
+#include <string_view>
 #include <system_error>
 
 #include <poll.h>
@@ -11,6 +12,10 @@
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+
+#include <posix/line_splitter.h>
+
+#include "simulator/control/control_server.h"
 
 namespace simulator::vehicle {
 
@@ -22,33 +27,39 @@ using Execute = std::function<std::string(const std::string& line)>;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-void Answer(const Execute& execute, const std::string& line) {
-    const std::string answer = execute(line);
+void Answer(const Execute& execute, std::string_view line) {
+    const std::string answer = execute(std::string(line));
     if (!answer.empty()) {
         std::cout << answer << std::endl;
     }
 }
 
+bool RefuseLine() {
+    std::cout << "error: line too long" << std::endl;
+    return false;
+}
+
 /// False at the end of the input.
-bool ReadInput(LineSplitter& lines, const Execute& execute) {
+bool ReadInput(posix::LineSplitter& lines, const Execute& execute) {
     std::array<char, 1024> buffer{};
     const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
         return true;
     }
     if (count <= 0) {
-        Answer(execute, lines.Rest());
+        if (const auto rest = lines.Finish()) {
+            Answer(execute, rest->text);
+        }
         return false;
     }
-    lines.Add(buffer.data(), static_cast<std::size_t>(count));
+    lines.Feed({buffer.data(), static_cast<std::size_t>(count)});
     while (const auto line = lines.Next()) {
-        Answer(execute, *line);
+        if (!line->whole) {
+            return RefuseLine();
+        }
+        Answer(execute, line->text);
     }
-    if (lines.IsTooLong()) {
-        std::cout << "error: line too long" << std::endl;
-        return false;
-    }
-    return true;
+    return !lines.IsTooLong() || RefuseLine();
 }
 
 }  // namespace
@@ -91,7 +102,7 @@ void MainLoop::Quit() {
 }
 
 void MainLoop::Run(const Execute& execute, bool endWithInput) {
-    LineSplitter lines;
+    posix::LineSplitter lines(kMaxCommandSize);
     std::array<pollfd, 3> descriptors{
         {{mSignalFd, POLLIN, 0}, {mQuitFd, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     auto& input = descriptors[2];

@@ -3,8 +3,6 @@
 #include <functional>
 #include <string>
 
-#include "simulator/control/line_splitter.h"
-
 namespace simulator::vehicle {
 
 /// What the program's main thread does: waits for SIGTERM, SIGINT, commands on standard input and

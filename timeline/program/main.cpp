@@ -24,7 +24,7 @@
 namespace {
 
 constexpr int kBadUseStatus = 2;
-constexpr std::size_t kReadSize = std::size_t{1} << 20U;
+constexpr std::size_t kReadSize = std::size_t{1} << 16U;
 const std::string kStandardInput = "-";
 
 const char* const kDescription =

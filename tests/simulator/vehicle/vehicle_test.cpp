@@ -226,6 +226,11 @@ TEST_F(VehicleProgramTest, EndsOrderlyOnEachOfItsEnds) {
             program.CloseInput();
             EXPECT_EQ(program.ReadLine(), "ok");
         },
+        [](ChildProgram& program) {
+            program.Write("clamp on\n" + std::string(4097, 'x'));
+            EXPECT_EQ(program.ReadLine(), "ok");
+            EXPECT_EQ(program.ReadLine(), "error: line too long");
+        },
         [](ChildProgram& program) { program.Kill(SIGTERM); },
         [](ChildProgram& program) { program.Kill(SIGINT); }};
     for (const auto& end : ends) {
@@ -250,6 +255,9 @@ TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
     const int second = ConnectControl();
     EXPECT_EQ(Ask(first, "clamp on\n"), "ok");
     EXPECT_THAT(Ask(second, "\n\nstatus\n"), HasSubstr(R"("clamp":"on")"));
+    EXPECT_THAT(Ask(first, std::string(4096, 'x') + "\n"), StartsWith("error: unknown command"));
+    EXPECT_EQ(Ask(first, std::string(4097, 'x') + "\nclamp off\n"), "<end>");
+    EXPECT_EQ(Ask(second, std::string(4097, 'x')), "<end>");
     ::close(second);
     ::close(first);
     program.Kill(SIGTERM);
