@@ -1,15 +1,11 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <lumo/connection_members.h>
-#include <service_access/connection.h>
 
 #include "client/immobilizer_if.h"
 #include "platform/support/service_access/event_recorder.h"
@@ -191,25 +187,6 @@ TEST_F(ImmobilizerTest, WithoutAUsableConfigurationItIsNeverConnected) {
     client.GetImmobilizerVin();
     client.Stop();
     EXPECT_TRUE(mEvents.Events().empty());
-}
-
-TEST(WebsocketManagerFactoryTest, TheConnectionClosesWithItsLastUser) {
-    const testing_support::TemporaryDirectory directory;
-    service_access::ClientConfig config;
-    config.socketPath = directory.File("nobody.sock");
-    const auto connection = std::make_shared<service_access::Connection>(config);
-    const auto query = [&connection] {
-        connection->Query("Immobilizer", "fields=5", [](const service_access::QueryResult&) {});
-    };
-    lumo::DefaultWebsocketManagerFactory factory(connection);
-    factory.addManager("Immobilizer");
-    factory.addManager("ClampControl");
-    factory.stopManager("Immobilizer");
-    factory.stopManager("Immobilizer");
-    factory.stopManager("Other");
-    EXPECT_NO_THROW(query());
-    factory.stopManager("ClampControl");
-    EXPECT_THROW(query(), std::runtime_error);
 }
 
 }  // namespace vintrel

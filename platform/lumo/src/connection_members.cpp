@@ -1,76 +1,109 @@
+#include <mutex>
+#include <set>
 #include <utility>
 
-#include <lumo/connection_members.h>
-#include <lumo/service_registry.h>
 #include <service_access/connection.h>
+
+#include "lumo_host/connection.h"
+#include "service_registry.h"
 
 namespace lumo {
 
-using service_access::Connection;
+namespace {
 
-ElementRegistry::ElementRegistry(std::shared_ptr<Connection> connection)
-    : mConnection(std::move(connection)) {}
+using ConnectionPtr = std::shared_ptr<service_access::Connection>;
 
-ElementRegistry::~ElementRegistry() = default;
+class Listeners : public ElementRegistry {
+public:
+    explicit Listeners(ConnectionPtr connection) : mConnection(std::move(connection)) {}
 
-void ElementRegistry::unsubscribeFromAll() {
-    mConnection->RemoveObservers();
-}
+    void unsubscribeFromAll() override { mConnection->RemoveObservers(); }
 
-RequestManager::RequestManager(std::shared_ptr<Connection> connection)
-    : mConnection(std::move(connection)) {}
+private:
+    const ConnectionPtr mConnection;
+};
 
-RequestManager::~RequestManager() = default;
+class Queries : public RequestManager {
+public:
+    explicit Queries(ConnectionPtr connection) : mConnection(std::move(connection)) {}
 
-void RequestManager::stop() {
-    mConnection->CancelQueries();
-}
+    void stop() override { mConnection->CancelQueries(); }
 
-EventManager::EventManager(std::shared_ptr<ServiceRegistry> registry)
-    : mRegistry(std::move(registry)) {}
+private:
+    const ConnectionPtr mConnection;
+};
 
-EventManager::~EventManager() = default;
+class Admission : public EventManager {
+public:
+    explicit Admission(std::shared_ptr<ServiceRegistry> registry)
+        : mRegistry(std::move(registry)) {}
 
-void EventManager::stop() {
-    mRegistry->close();
-}
+    void stop() override { mRegistry->close(); }
 
-TaskManager::TaskManager(std::shared_ptr<Connection> connection)
-    : mConnection(std::move(connection)) {}
+private:
+    const std::shared_ptr<ServiceRegistry> mRegistry;
+};
 
-TaskManager::~TaskManager() = default;
+class Callbacks : public TaskManager {
+public:
+    explicit Callbacks(ConnectionPtr connection) : mConnection(std::move(connection)) {}
 
-void TaskManager::stop() {
-    mConnection->StopCallbacks();
-}
+    void stop() override { mConnection->StopCallbacks(); }
 
-DefaultWebsocketManagerFactory::DefaultWebsocketManagerFactory(
-    std::shared_ptr<Connection> connection)
-    : mConnection(std::move(connection)) {}
+private:
+    const ConnectionPtr mConnection;
+};
 
-DefaultWebsocketManagerFactory::~DefaultWebsocketManagerFactory() = default;
+class Sockets : public DefaultWebsocketManagerFactory {
+public:
+    explicit Sockets(ConnectionPtr connection) : mConnection(std::move(connection)) {}
 
-void DefaultWebsocketManagerFactory::addManager(const std::string& serviceKey) {
-    const std::lock_guard lock(mMutex);
-    mServiceKeys.insert(serviceKey);
-}
-
-void DefaultWebsocketManagerFactory::stopAndClearAll() {
-    {
+    void addManager(const std::string& serviceKey) override {
         const std::lock_guard lock(mMutex);
-        mServiceKeys.clear();
+        mServiceKeys.insert(serviceKey);
     }
-    mConnection->Stop();
-}
 
-void DefaultWebsocketManagerFactory::stopManager(const std::string& serviceKey) {
-    {
-        const std::lock_guard lock(mMutex);
-        if (mServiceKeys.erase(serviceKey) == 0 || !mServiceKeys.empty()) {
-            return;
+    void stopAndClearAll() override {
+        {
+            const std::lock_guard lock(mMutex);
+            mServiceKeys.clear();
         }
+        mConnection->Stop();
     }
-    mConnection->Stop();
-}
+
+    void stopManager(const std::string& serviceKey) override {
+        {
+            const std::lock_guard lock(mMutex);
+            if (mServiceKeys.erase(serviceKey) == 0 || !mServiceKeys.empty()) {
+                return;
+            }
+        }
+        mConnection->Stop();
+    }
+
+private:
+    const ConnectionPtr mConnection;
+    std::mutex mMutex;
+    std::set<std::string> mServiceKeys;
+};
+
+}  // namespace
 
 }  // namespace lumo
+
+namespace lumo_host {
+
+lumo::ConnectionMembers MakeConnectionMembers(
+    const std::shared_ptr<service_access::Connection>& connection) {
+    const auto registry = std::make_shared<lumo::ServiceRegistry>(connection);
+    lumo::ConnectionMembers members;
+    members.serviceRegistry = registry;
+    members.elementRegistry = std::make_shared<lumo::Listeners>(connection);
+    members.requestManager = std::make_shared<lumo::Queries>(connection);
+    members.eventManager = std::make_shared<lumo::Admission>(registry);
+    members.taskManager = std::make_shared<lumo::Callbacks>(connection);
+    members.websocketManagerFactory = std::make_shared<lumo::Sockets>(connection);
+    return members;
+}
+
+}  // namespace lumo_host

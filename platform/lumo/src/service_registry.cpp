@@ -1,5 +1,11 @@
-#include <lumo/service_registry.h>
+#include "service_registry.h"
+
+#include <stdexcept>
+#include <utility>
+
 #include <service_access/connection.h>
+
+#include "connection_accessor.h"
 
 namespace lumo {
 
@@ -15,7 +21,7 @@ void ServiceRegistry::addListener(const std::string& serviceName,
         throw std::runtime_error("the service registry was stopped");
     }
     service_access::ServiceObserver observer;
-    observer.available = [accessor = std::make_shared<LumoAccessor>(mConnection),
+    observer.available = [accessor = std::make_shared<ConnectionAccessor>(mConnection),
                           connected = std::move(connected)] { connected(accessor); };
     observer.unavailable = std::move(disconnected);
     observer.error = std::move(error);

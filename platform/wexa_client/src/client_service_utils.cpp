@@ -3,21 +3,16 @@
 #include <service_access/log.h>
 #include <wexa_client/client_service_utils.h>
 
+#include "lumo_host/connection.h"
+
 namespace wexa_client {
 
 std::shared_ptr<ClientServiceBase> ClientServiceUtils::CreateClientServiceBase(
     const std::string& configPath) {
     const auto connection = std::make_shared<service_access::Connection>(
         service_access::LoadClientConfig(service_access::ResolveClientConfigPath(configPath)));
-    auto base = std::make_shared<ClientServiceBase>();
-    base->serviceRegistry = std::make_shared<lumo::ServiceRegistry>(connection);
-    base->elementRegistry = std::make_shared<lumo::ElementRegistry>(connection);
-    base->requestManager = std::make_shared<lumo::RequestManager>(connection);
-    base->eventManager = std::make_shared<lumo::EventManager>(base->serviceRegistry);
-    base->taskManager = std::make_shared<lumo::TaskManager>(connection);
-    base->websocketManagerFactory =
-        std::make_shared<lumo::DefaultWebsocketManagerFactory>(connection);
-    return base;
+    return std::make_shared<ClientServiceBase>(
+        ClientServiceBase{lumo_host::MakeConnectionMembers(connection)});
 }
 
 std::shared_ptr<lumo::LumoClientServices> ClientServiceUtils::CreateClientServices(

@@ -1,95 +1,83 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
-#include <set>
 #include <string>
 
-namespace service_access {
-class Connection;
-}
+#include <lumo/i_service_registry.h>
 
 namespace lumo {
 
-class ServiceRegistry;
-
-/// The parts of a connection that its owner stops one by one, in the order in which they stand
-/// here. Each stop may be repeated, may come from any thread, and takes bounded time apart from a
-/// callback that runs.
+/// The parts of a connection to the access layer that its owner stops one by one, in the order in
+/// which they stand here. The parts share the connection and keep it open; it closes with the last
+/// of them.
+///
+/// Every operation may be called from any thread, from within a callback too, and may be repeated.
+/// A stop that waits takes bounded time apart from a callback that runs. None of them fails.
 
 /// The listeners that were registered on the connection.
 class ElementRegistry {
 public:
-    explicit ElementRegistry(std::shared_ptr<service_access::Connection> connection);
-    virtual ~ElementRegistry();
+    virtual ~ElementRegistry() = default;
 
-    /// When this returns, no listener is called any more, apart from the one from which it is
-    /// called.
-    virtual void unsubscribeFromAll();
-
-private:
-    std::shared_ptr<service_access::Connection> mConnection;
+    /// Removes all listeners. When this returns, none is called any more, apart from the one from
+    /// which it is called. Listeners that are registered later are called again.
+    virtual void unsubscribeFromAll() = 0;
 };
 
 /// The queries under way.
 class RequestManager {
 public:
-    explicit RequestManager(std::shared_ptr<service_access::Connection> connection);
-    virtual ~RequestManager();
+    virtual ~RequestManager() = default;
 
-    /// Ends the queries under way by their error functions.
-    virtual void stop();
-
-private:
-    std::shared_ptr<service_access::Connection> mConnection;
+    /// Ends the queries under way: the error function of each is called, on the thread of the
+    /// callbacks. Does not wait for that. Later queries are served.
+    virtual void stop() = 0;
 };
 
-/// The door for new listeners.
+/// Admission of new listeners.
 class EventManager {
 public:
-    explicit EventManager(std::shared_ptr<ServiceRegistry> registry);
-    virtual ~EventManager();
+    virtual ~EventManager() = default;
 
-    /// Lets no further listener in.
-    virtual void stop();
-
-private:
-    std::shared_ptr<ServiceRegistry> mRegistry;
+    /// From now on IServiceRegistry::registerServiceListener throws.
+    virtual void stop() = 0;
 };
 
 /// The thread of the callbacks.
 class TaskManager {
 public:
-    explicit TaskManager(std::shared_ptr<service_access::Connection> connection);
-    virtual ~TaskManager();
+    virtual ~TaskManager() = default;
 
-    /// When this returns, no callback runs (but the one from which it is called) and none will.
-    virtual void stop();
-
-private:
-    std::shared_ptr<service_access::Connection> mConnection;
+    /// Removes all listeners and ends the queries under way by their error functions. When this
+    /// returns, no callback runs (but the one from which it is called) and none will. Later queries
+    /// throw.
+    virtual void stop() = 0;
 };
 
-/// The sockets. All services of a connection share them.
+/// The sockets, which all services of a connection share.
 class DefaultWebsocketManagerFactory {
 public:
-    explicit DefaultWebsocketManagerFactory(std::shared_ptr<service_access::Connection> connection);
-    virtual ~DefaultWebsocketManagerFactory();
+    virtual ~DefaultWebsocketManagerFactory() = default;
 
     /// Notes that the service of this key uses the connection.
-    void addManager(const std::string& serviceKey);
+    virtual void addManager(const std::string& serviceKey) = 0;
 
-    /// Closes the connection, whoever uses it.
-    void stopAndClearAll();
+    /// Closes the connection, whoever uses it, as TaskManager::stop does and with it the sockets.
+    virtual void stopAndClearAll() = 0;
 
     /// Notes that the service of this key no longer uses the connection, which closes with its
     /// last user. An unknown key is ignored.
-    virtual void stopManager(const std::string& serviceKey);
+    virtual void stopManager(const std::string& serviceKey) = 0;
+};
 
-private:
-    std::shared_ptr<service_access::Connection> mConnection;
-    std::mutex mMutex;
-    std::set<std::string> mServiceKeys;
+/// One connection. No member is null.
+struct ConnectionMembers {
+    std::shared_ptr<IServiceRegistry> serviceRegistry;
+    std::shared_ptr<ElementRegistry> elementRegistry;
+    std::shared_ptr<RequestManager> requestManager;
+    std::shared_ptr<EventManager> eventManager;
+    std::shared_ptr<TaskManager> taskManager;
+    std::shared_ptr<DefaultWebsocketManagerFactory> websocketManagerFactory;
 };
 
 }  // namespace lumo

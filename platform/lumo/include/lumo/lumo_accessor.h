@@ -8,18 +8,17 @@
 
 #include <lumo/lumo_response.h>
 
-namespace service_access {
-class Connection;
-}
-
 namespace lumo {
 
-/// Queries the records of services. Any thread.
+/// Queries the records of services, as long as the connection lives over which it was made. Any
+/// thread.
 class LumoAccessor {
 public:
     using ResponseFunction = std::function<void(std::shared_ptr<const LumoResponse>)>;
 
-    explicit LumoAccessor(std::weak_ptr<service_access::Connection> connection);
+    virtual ~LumoAccessor() = default;
+    LumoAccessor(const LumoAccessor&) = delete;
+    LumoAccessor& operator=(const LumoAccessor&) = delete;
 
     /// Asks for the first record that `descriptor` describes and returns at once. Exactly one of
     /// the two functions is called, on a thread of the library, within the query time limit:
@@ -47,6 +46,14 @@ public:
               });
     }
 
+protected:
+    LumoAccessor() = default;
+
+    /// Sends `query`, the query part of a URL, to the service. Unless it throws, `done` is called
+    /// exactly once, on a thread of the library, and its argument is not null.
+    virtual void query(const std::string& serviceName, const std::string& query,
+                       ResponseFunction done) const = 0;
+
 private:
     /// Returns `response`, or one with the reason why its body is no record.
     template <typename Info>
@@ -60,11 +67,6 @@ private:
                                                   HttpException(exception.what()));
         }
     }
-
-    void query(const std::string& serviceName, const std::string& query,
-               ResponseFunction done) const;
-
-    std::weak_ptr<service_access::Connection> mConnection;
 };
 
 }  // namespace lumo

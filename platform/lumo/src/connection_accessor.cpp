@@ -1,4 +1,8 @@
-#include <lumo/lumo_accessor.h>
+#include "connection_accessor.h"
+
+#include <stdexcept>
+#include <utility>
+
 #include <service_access/connection.h>
 
 namespace lumo {
@@ -15,11 +19,11 @@ std::shared_ptr<const LumoResponse> ToResponse(const service_access::QueryResult
 
 }  // namespace
 
-LumoAccessor::LumoAccessor(std::weak_ptr<service_access::Connection> connection)
+ConnectionAccessor::ConnectionAccessor(std::weak_ptr<service_access::Connection> connection)
     : mConnection(std::move(connection)) {}
 
-void LumoAccessor::query(const std::string& serviceName, const std::string& query,
-                         ResponseFunction done) const {
+void ConnectionAccessor::query(const std::string& serviceName, const std::string& query,
+                               ResponseFunction done) const {
     const auto connection = mConnection.lock();
     if (!connection) {
         throw std::runtime_error("the connection is gone");

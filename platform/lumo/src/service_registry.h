@@ -1,14 +1,21 @@
 #pragma once
 
 #include <atomic>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include <lumo/i_service_registry.h>
 
+namespace service_access {
+class Connection;
+}
+
 namespace lumo {
 
-/// The registry as the server reports it on a connection's event channel.
+/// The registry as the server reports it on a connection's event channel. Does not keep the
+/// connection. Any thread.
 class ServiceRegistry : public IServiceRegistry {
 public:
     explicit ServiceRegistry(std::weak_ptr<service_access::Connection> connection);
@@ -23,7 +30,7 @@ protected:
                      std::function<void(const std::exception&)> error) override;
 
 private:
-    std::weak_ptr<service_access::Connection> mConnection;
+    const std::weak_ptr<service_access::Connection> mConnection;
     std::atomic<bool> mClosed{false};
 };
 
