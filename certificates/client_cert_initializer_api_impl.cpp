@@ -1,5 +1,6 @@
 #include "certificates/client_cert_initializer_api_impl.h"
 
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -11,21 +12,27 @@
 
 #include "certificates/certificate_ids.h"
 #include "certificates/crypto_api_instance.h"
+#include "certificates/library_results.h"
 #include "certificates/library_values.h"
-#include "logging/qel_log_entry.h"
 #include "logging/qel_logging.h"
 
 namespace orv::tee::impl {
 
 namespace {
 
+using orv::sec::crypto::common::ByteVector;
 using orv::sec::crypto::common::CryptoResultCode;
 using orv::sec::crypto::common::IKeyID;
 using orv::sec::crypto::store::CsrFormat;
 using orv::sec::crypto::store::ICryptoStore;
 using orv::sec::crypto::store::KeyType;
 using qel_logging::QELLogging;
-using vintrel::CodeText;
+using vintrel::FailureLevel;
+using vintrel::FindOrCreateTrustStore;
+using vintrel::LogFailure;
+using vintrel::RequireObject;
+using vintrel::TakeObject;
+using vintrel::TakeValue;
 
 constexpr const char* kMakeKeyIdFailed = ": makeKeyId failed: ";
 constexpr const char* kMakeKeyIdNull = ": makeKeyId returned null";
@@ -34,38 +41,33 @@ void LogError(const char* operation, const char* text) {
     QELLogging::LogError(operation, text);
 }
 
-void LogError(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogError(operation, text, CodeText(code));
+// A failure stays one when the library gives the code 0 with it, or a null object in a success.
+MockTeeError FailureOf(CryptoResultCode code) {
+    return code == CryptoResultCode::kSuccess
+               ? MockTeeError::kFailure
+               : ClientCertInitializerAPIImpl::CryptoResultCodeToMockTeeError(code);
 }
 
-void LogInfo(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogInfo(operation, text, CodeText(code));
+std::string PlainStringOrEmpty(const std::optional<ByteVector>& bytes) {
+    return bytes ? vintrel::ToPlainString(*bytes) : std::string();
+}
+
+std::vector<std::uint8_t> PlainVectorOrEmpty(const std::optional<ByteVector>& bytes) {
+    return bytes ? vintrel::ToPlainVector(*bytes) : std::vector<std::uint8_t>();
 }
 
 struct KeyHandle {
     std::shared_ptr<const IKeyID> mHandle;
-    /// Why there is no handle.
-    MockTeeError mError = MockTeeError::kSuccess;
+    /// Why there is no handle; means nothing beside one.
+    MockTeeError mError;
 };
 
 /// A handle for `id`, or none after a logged failure.
 KeyHandle MakeKeyHandle(ICryptoStore& store, const std::string& id, const char* operation,
                         const char* failedText, const char* nullText) {
     auto result = store.makeKeyId(id);
-    if (!result.IsSuccess()) {
-        const CryptoResultCode code = result.GetCode();
-        LogError(operation, failedText, code);
-        // A failure stays one when the library gives the code 0 with it.
-        return {nullptr, code == CryptoResultCode::kSuccess
-                             ? MockTeeError::kFailure
-                             : ClientCertInitializerAPIImpl::CryptoResultCodeToMockTeeError(code)};
-    }
-    auto handle = std::move(result).GetObject();
-    if (!handle) {
-        LogError(operation, nullText);
-        return {nullptr, MockTeeError::kFailure};
-    }
-    return {std::move(handle), MockTeeError::kSuccess};
+    const MockTeeError error = FailureOf(result.GetCode());
+    return {TakeObject(std::move(result), operation, failedText, nullText), error};
 }
 
 }  // namespace
@@ -96,7 +98,12 @@ MockTeeError ClientCertInitializerAPIImpl::CryptoResultCodeToMockTeeError(Crypto
 }
 
 ClientCertInitializerAPIImpl::ClientCertInitializerAPIImpl() {
-    Init();
+    try {
+        Init();
+    } catch (...) {
+        Deinit();
+        throw;
+    }
 }
 
 ClientCertInitializerAPIImpl::~ClientCertInitializerAPIImpl() {
@@ -106,35 +113,15 @@ ClientCertInitializerAPIImpl::~ClientCertInitializerAPIImpl() {
 void ClientCertInitializerAPIImpl::Init() {
     mCryptoLib = vintrel::CryptoApiInstance::GetCryptoApiInstance();
     if (!mCryptoLib) {
-        FailInit("mCryptoLib is null");
+        throw std::runtime_error("mCryptoLib is null");
     }
-    auto managerResult = mCryptoLib->createTrustStoreManager();
-    if (!managerResult.IsSuccess()) {
-        FailInit("Failed to create TrustStoreManager");
-    }
-    const auto manager = std::move(managerResult).GetObject();
-    if (!manager) {
-        FailInit("TrustStoreManager is null");
-    }
-    auto storeResult = manager->lookupTrustStore(vintrel::kKeyIdTiv);
-    if (!storeResult.IsSuccess()) {
-        storeResult = manager->createTrustStore(vintrel::kKeyIdTiv);
-        if (!storeResult.IsSuccess()) {
-            FailInit("Failed to create ClientCertStore");
-        }
-    }
-    mClientCertStore = std::move(storeResult).GetObject();
-    if (!mClientCertStore) {
-        FailInit("ClientCertStore is null");
-    }
-    auto koruResult = manager->lookupForKORUStore();
-    if (!koruResult.IsSuccess()) {
-        FailInit("KORUStore not found");
-    }
-    mKoruStore = std::move(koruResult).GetObject();
-    if (!mKoruStore) {
-        FailInit("KORUStore is null");
-    }
+    const auto manager =
+        RequireObject(mCryptoLib->createTrustStoreManager(), "Failed to create TrustStoreManager",
+                      "TrustStoreManager is null");
+    mClientCertStore = RequireObject(FindOrCreateTrustStore(*manager, vintrel::kKeyIdTiv),
+                                     "Failed to create ClientCertStore", "ClientCertStore is null");
+    mKoruStore =
+        RequireObject(manager->lookupForKORUStore(), "KORUStore not found", "KORUStore is null");
     QELLogging::LogInfo("ClientCertInitializerAPIImpl initialized succesfully.");
 }
 
@@ -142,11 +129,6 @@ void ClientCertInitializerAPIImpl::Deinit() {
     mKoruStore.reset();
     mClientCertStore.reset();
     mCryptoLib.reset();
-}
-
-void ClientCertInitializerAPIImpl::FailInit(const char* text) {
-    Deinit();
-    throw std::runtime_error(text);
 }
 
 MockTeeError ClientCertInitializerAPIImpl::generate_private_key(std::string certId) {
@@ -164,7 +146,8 @@ MockTeeError ClientCertInitializerAPIImpl::generate_private_key(std::string cert
         QELLogging::LogInfo(kOperation, ": key ID already exists, deleting");
         const CryptoResultCode deleted = mClientCertStore->deleteKeyPair(key.mHandle);
         if (deleted != CryptoResultCode::kSuccess) {
-            LogInfo(kOperation, ": failed to delete existing keypair: ", deleted);
+            LogFailure(kOperation, ": failed to delete existing keypair: ", deleted,
+                       FailureLevel::kInfo);
         }
     }
     return CryptoResultCodeToMockTeeError(
@@ -183,12 +166,9 @@ std::vector<std::uint8_t> ClientCertInitializerAPIImpl::generate_csr(std::string
     if (!key.mHandle) {
         return {};
     }
-    const auto result = mClientCertStore->generateCsr(subject, CsrFormat::kPkcs10, key.mHandle);
-    if (!result.IsSuccess()) {
-        LogError(kOperation, ": failed to generate CSR: ", result.GetCode());
-        return {};
-    }
-    return vintrel::ToPlainVector(result.GetObject());
+    return PlainVectorOrEmpty(
+        TakeValue(mClientCertStore->generateCsr(subject, CsrFormat::kPkcs10, key.mHandle),
+                  kOperation, ": failed to generate CSR: "));
 }
 
 std::vector<std::uint8_t> ClientCertInitializerAPIImpl::generate_signature(
@@ -207,23 +187,15 @@ std::vector<std::uint8_t> ClientCertInitializerAPIImpl::generate_signature(
     if (!key.mHandle) {
         return {};
     }
-    auto signerResult = mCryptoLib->createDigitalSignature(
-        {orv::sec::crypto::operation::SignatureAlgorithm::kEcdsaSha256, key.mHandle});
-    if (!signerResult.IsSuccess()) {
-        LogError(kOperation, ": createDigitalSignature failed: ", signerResult.GetCode());
-        return {};
-    }
-    const auto signer = std::move(signerResult).GetObject();
+    const auto signer = TakeObject(
+        mCryptoLib->createDigitalSignature(
+            {orv::sec::crypto::operation::SignatureAlgorithm::kEcdsaSha256, key.mHandle}),
+        kOperation, ": createDigitalSignature failed: ", ": createDigitalSignature returned null");
     if (!signer) {
-        LogError(kOperation, ": createDigitalSignature returned null");
         return {};
     }
-    const auto signature = signer->sign(vintrel::ToLibraryBytes(content));
-    if (!signature.IsSuccess()) {
-        LogError(kOperation, ": sign failed: ", signature.GetCode());
-        return {};
-    }
-    return vintrel::ToPlainVector(signature.GetObject());
+    return PlainVectorOrEmpty(
+        TakeValue(signer->sign(vintrel::ToLibraryBytes(content)), kOperation, ": sign failed: "));
 }
 
 std::string ClientCertInitializerAPIImpl::get_public_key(std::string certId) {
@@ -237,12 +209,8 @@ std::string ClientCertInitializerAPIImpl::get_public_key(std::string certId) {
     if (!key.mHandle) {
         return {};
     }
-    const auto publicKey = mClientCertStore->loadPublicKey(key.mHandle);
-    if (!publicKey.IsSuccess()) {
-        LogError(kOperation, ": loadPublicKey failed: ", publicKey.GetCode());
-        return {};
-    }
-    return vintrel::ToPlainString(publicKey.GetObject());
+    return PlainStringOrEmpty(TakeValue(mClientCertStore->loadPublicKey(key.mHandle), kOperation,
+                                        ": loadPublicKey failed: "));
 }
 
 std::string ClientCertInitializerAPIImpl::get_client_cert(std::string certId) {
@@ -264,12 +232,8 @@ std::string ClientCertInitializerAPIImpl::get_client_cert(std::string certId) {
     if (!key.mHandle) {
         return {};
     }
-    const auto chain = store->loadCertificateForKeyPair(key.mHandle);
-    if (!chain.IsSuccess()) {
-        LogError(kOperation, ": loadCertificateForKeyPair failed: ", chain.GetCode());
-        return {};
-    }
-    return vintrel::ToPlainString(chain.GetObject());
+    return PlainStringOrEmpty(TakeValue(store->loadCertificateForKeyPair(key.mHandle), kOperation,
+                                        ": loadCertificateForKeyPair failed: "));
 }
 
 MockTeeError ClientCertInitializerAPIImpl::set_client_cert_and_move_key(
@@ -286,22 +250,14 @@ std::string ClientCertInitializerAPIImpl::get_root_cert_bundle(std::string trust
         QELLogging::LogError(kOperation, ": invalid trustStoreId: '", trustStoreId, "'");
         return {};
     }
-    auto handleResult = mKoruStore->makeCertId(vintrel::kKoruCertIdProductRoot);
-    if (!handleResult.IsSuccess()) {
-        LogError(kOperation, ": makeCertId failed: ", handleResult.GetCode());
-        return {};
-    }
-    const auto handle = std::move(handleResult).GetObject();
+    const auto handle =
+        TakeObject(mKoruStore->makeCertId(vintrel::kKoruCertIdProductRoot), kOperation,
+                   ": makeCertId failed: ", ": makeCertId returned null");
     if (!handle) {
-        LogError(kOperation, ": makeCertId returned null");
         return {};
     }
-    const auto root = mKoruStore->loadCertificate(handle);
-    if (!root.IsSuccess()) {
-        LogError(kOperation, ": loadCertificate failed: ", root.GetCode());
-        return {};
-    }
-    return vintrel::ToPlainString(root.GetObject());
+    return PlainStringOrEmpty(
+        TakeValue(mKoruStore->loadCertificate(handle), kOperation, ": loadCertificate failed: "));
 }
 
 std::string ClientCertInitializerAPIImpl::get_koru_vin() {
@@ -323,7 +279,7 @@ bool ClientCertInitializerAPIImpl::DeleteKeyPair(const std::string& keyId) {
         QELLogging::LogInfo(kOperation, ": no keypair to delete");
         return true;
     }
-    LogInfo(kOperation, ": failed to delete keypair: ", deleted);
+    LogFailure(kOperation, ": failed to delete keypair: ", deleted, FailureLevel::kInfo);
     return false;
 }
 
@@ -356,7 +312,7 @@ MockTeeError ClientCertInitializerAPIImpl::InstallCertificate(const std::string&
     const CryptoResultCode stored = mClientCertStore->storeCertificateForKeyPair(
         source.mHandle, vintrel::ToLibraryBytes(certificateChain));
     if (stored != CryptoResultCode::kSuccess) {
-        LogError(kOperation, ": storeCertificateForKeyPair failed: ", stored);
+        LogFailure(kOperation, ": storeCertificateForKeyPair failed: ", stored);
         return CryptoResultCodeToMockTeeError(stored);
     }
     const KeyHandle destination = MakeKeyHandle(
@@ -365,7 +321,7 @@ MockTeeError ClientCertInitializerAPIImpl::InstallCertificate(const std::string&
     if (!destination.mHandle) {
         return destination.mError;
     }
-    // There may be no old pair; where it can't be deleted, the move tells.
+    // There may be no old pair; where it can't be deleted, the move fails.
     static_cast<void>(mClientCertStore->deleteKeyPair(destination.mHandle));
     return CryptoResultCodeToMockTeeError(
         mClientCertStore->moveKeyPair(source.mHandle, destination.mHandle));

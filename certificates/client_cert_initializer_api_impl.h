@@ -25,7 +25,7 @@ public:
     static MockTeeError CryptoResultCodeToMockTeeError(
         orv::sec::crypto::common::CryptoResultCode code);
 
-    /// Throws `std::runtime_error` when the library or a store is not to be had.
+    /// Throws `std::runtime_error` when the library or a store is unavailable.
     ClientCertInitializerAPIImpl();
     ~ClientCertInitializerAPIImpl() override;
     ClientCertInitializerAPIImpl(const ClientCertInitializerAPIImpl&) = delete;
@@ -46,7 +46,6 @@ public:
 private:
     void Init();
     void Deinit();
-    [[noreturn]] void FailInit(const char* text);
     /// True when the key pair is gone afterwards.
     bool DeleteKeyPair(const std::string& keyId);
     MockTeeError ClearClientCertStore(const std::string& keyId);

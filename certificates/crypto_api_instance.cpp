@@ -1,11 +1,10 @@
 #include "certificates/crypto_api_instance.h"
 
 #include <mutex>
-#include <stdexcept>
-#include <utility>
 
 #include <orv/sec/crypto/crypto_lib.h>
 
+#include "certificates/library_results.h"
 #include "logging/qel_logging.h"
 #include "logging/qel_logging_api.h"
 
@@ -43,14 +42,9 @@ CryptoApiInstance::GetCryptoApiInstance() {
 }
 
 CryptoApiInstance::CryptoApiInstance() {
-    auto result = orv::sec::crypto::initCryptoLib();
-    if (!result.IsSuccess()) {
-        throw std::runtime_error("Failed to initialize Crypto Library API");
-    }
-    mCryptoServiceProvider = std::move(result).GetObject();
-    if (!mCryptoServiceProvider) {
-        throw std::runtime_error("initCryptoLib returned null");
-    }
+    mCryptoServiceProvider =
+        RequireObject(orv::sec::crypto::initCryptoLib(), "Failed to initialize Crypto Library API",
+                      "initCryptoLib returned null");
     qel_logging::QELLogging::LogInfo("Crypto API initialized successfully");
 }
 

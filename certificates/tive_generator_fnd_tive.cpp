@@ -3,7 +3,6 @@
 #include <memory>
 #include <utility>
 
-#include <orv/sec/crypto/common/error_or_object_result.h>
 #include <orv/sec/crypto/i_crypto_service_provider.h>
 #include <orv/sec/crypto/operation/i_trust_store_manager.h>
 #include <orv/sec/tive/auxiliary_data.h>
@@ -12,8 +11,7 @@
 
 #include "certificates/certificate_ids.h"
 #include "certificates/crypto_api_instance.h"
-#include "certificates/library_values.h"
-#include "logging/qel_log_entry.h"
+#include "certificates/library_results.h"
 #include "logging/qel_logging.h"
 
 namespace vintrel {
@@ -26,21 +24,6 @@ constexpr const char* kOperation = "ConstructContainer";
 
 void LogError(const char* text) {
     QELLogging::LogError(kOperation, text);
-}
-
-/// The object of a result, or null after a failure, which has been logged.
-template <typename Code, typename Object>
-Object TakeObject(orv::sec::crypto::common::ErrorOrObjectResult<Code, Object> result,
-                  const char* failedText, const char* nullText) {
-    if (!result.IsSuccess()) {
-        QELLogging::LogError(kOperation, failedText, CodeText(result.GetCode()));
-        return nullptr;
-    }
-    Object object = std::move(result).GetObject();
-    if (!object) {
-        LogError(nullText);
-    }
-    return object;
 }
 
 }  // namespace
@@ -60,27 +43,24 @@ std::string TiveGeneratorFndTive::ConstructContainer(const std::vector<std::uint
         return {};
     }
     const auto manager =
-        TakeObject(provider->createTrustStoreManager(),
+        TakeObject(provider->createTrustStoreManager(), kOperation,
                    ": createTrustStoreManager failed: ", ": createTrustStoreManager returned null");
     if (!manager) {
         return {};
     }
     const auto koruStore =
-        TakeObject(manager->lookupForKORUStore(),
+        TakeObject(manager->lookupForKORUStore(), kOperation,
                    ": lookupForKORUStore failed: ", ": lookupForKORUStore returned null");
     if (!koruStore) {
         return {};
     }
-    auto storeResult = manager->lookupTrustStore(kKeyIdTiv);
-    if (!storeResult.IsSuccess()) {
-        storeResult = manager->createTrustStore(kKeyIdTiv);
-    }
-    const auto trustStore = TakeObject(
-        std::move(storeResult), ": createTrustStore failed: ", ": createTrustStore returned null");
+    const auto trustStore =
+        TakeObject(FindOrCreateTrustStore(*manager, kKeyIdTiv), kOperation,
+                   ": createTrustStore failed: ", ": createTrustStore returned null");
     if (!trustStore) {
         return {};
     }
-    const auto keyHandle = TakeObject(koruStore->makeKeyId(kKoruCertIdEcuBase),
+    const auto keyHandle = TakeObject(koruStore->makeKeyId(kKoruCertIdEcuBase), kOperation,
                                       ": makeKeyId failed: ", ": makeKeyId returned null");
     if (!keyHandle) {
         return {};
@@ -90,25 +70,24 @@ std::string TiveGeneratorFndTive::ConstructContainer(const std::vector<std::uint
     const auto encoder =
         TakeObject(factory.CreateCertificateChainEncoder(
                        orv::sec::tive::SignatureAlgorithmType::kEcdsaSha256, keyHandle, false),
-                   ": CreateCertificateChainEncoder failed: ",
+                   kOperation, ": CreateCertificateChainEncoder failed: ",
                    ": CreateCertificateChainEncoder returned null");
     if (!encoder) {
         return {};
     }
     const orv::sec::tive::AuxiliaryData auxiliaryData{kAuxiliaryType, 0, kAuxiliaryBytes,
                                                       kAuxiliaryDescription};
-    auto container = encoder->encode(payload, auxiliaryData);
-    if (!container.IsSuccess()) {
-        QELLogging::LogError(kOperation,
-                             ": TIVE container generation failed: ", CodeText(container.GetCode()));
+    auto container = TakeValue(encoder->encode(payload, auxiliaryData), kOperation,
+                               ": TIVE container generation failed: ");
+    if (!container) {
         return {};
     }
-    if (container.GetObject().empty()) {
+    if (container->empty()) {
         LogError(": empty TIVE container was returned");
         return {};
     }
     QELLogging::LogInfo("TiveGenerator: The TIVE Container was created successfully");
-    return std::move(container).GetObject();
+    return std::move(*container);
 }
 
 }  // namespace vintrel

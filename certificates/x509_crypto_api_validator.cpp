@@ -4,7 +4,6 @@
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
 #include <orv/sec/crypto/common/crypto_result_code.h>
@@ -14,8 +13,8 @@
 
 #include "certificates/certificate_ids.h"
 #include "certificates/crypto_api_instance.h"
+#include "certificates/library_results.h"
 #include "certificates/library_values.h"
-#include "logging/qel_log_entry.h"
 #include "logging/qel_logging.h"
 
 namespace vintrel {
@@ -31,14 +30,6 @@ constexpr std::chrono::hours kOneYear{365 * 24};
 
 void LogError(const char* operation, const char* text) {
     QELLogging::LogError(operation, text);
-}
-
-void LogError(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogError(operation, text, CodeText(code));
-}
-
-void LogInfo(const char* operation, const char* text, CryptoResultCode code) {
-    QELLogging::LogInfo(operation, text, CodeText(code));
 }
 
 /// The clock counts nanoseconds and ends in 2262, certificates may not (RFC 5280 has 9999 for "no
@@ -83,35 +74,29 @@ std::shared_ptr<X509ValidatorIf> X509ValidatorIf::CreateX509Validator() {
     return std::make_shared<X509CryptoApiValidator>();
 }
 
-X509CryptoApiValidator::X509CryptoApiValidator()
-    : mCryptoLib(CryptoApiInstance::GetCryptoApiInstance()) {
+X509CryptoApiValidator::X509CryptoApiValidator() {
+    try {
+        Init();
+    } catch (...) {
+        Deinit();
+        throw;
+    }
+}
+
+void X509CryptoApiValidator::Init() {
+    mCryptoLib = CryptoApiInstance::GetCryptoApiInstance();
     if (!mCryptoLib) {
-        FailConstruction("Crypto API initialization failed");
+        throw std::runtime_error("Crypto API initialization failed");
     }
-    auto handlerResult = mCryptoLib->createCertificateHandler();
-    if (!handlerResult.IsSuccess()) {
-        FailConstruction("createCertificateHandler failed");
-    }
-    mCertificateHandler = std::move(handlerResult).GetObject();
-    if (!mCertificateHandler) {
-        FailConstruction("createCertificateHandler returned null");
-    }
-    auto managerResult = mCryptoLib->createTrustStoreManager();
-    if (!managerResult.IsSuccess()) {
-        FailConstruction("createTrustStoreManager failed");
-    }
-    const auto manager = std::move(managerResult).GetObject();
-    if (!manager) {
-        FailConstruction("createTrustStoreManager returned null");
-    }
-    auto storeResult = manager->lookupTrustStore(kKeyIdTiv);
-    if (!storeResult.IsSuccess()) {
-        storeResult = manager->createTrustStore(kKeyIdTiv);
-        if (!storeResult.IsSuccess()) {
-            FailConstruction("Failed to create temporary trust store");
-        }
-    }
-    mTempTrustStore = std::move(storeResult).GetObject();
+    mCertificateHandler =
+        RequireObject(mCryptoLib->createCertificateHandler(), "createCertificateHandler failed",
+                      "createCertificateHandler returned null");
+    const auto manager =
+        RequireObject(mCryptoLib->createTrustStoreManager(), "createTrustStoreManager failed",
+                      "createTrustStoreManager returned null");
+    // A null store is reported by each operation that needs it.
+    mTempTrustStore = RequireValue(FindOrCreateTrustStore(*manager, kKeyIdTiv),
+                                   "Failed to create temporary trust store");
 }
 
 X509CryptoApiValidator::~X509CryptoApiValidator() {
@@ -124,35 +109,28 @@ void X509CryptoApiValidator::Deinit() {
     mCryptoLib.reset();
 }
 
-void X509CryptoApiValidator::FailConstruction(const char* text) {
-    Deinit();
-    throw std::runtime_error(text);
-}
-
 std::vector<std::string> X509CryptoApiValidator::SplitCertificateChain(
     std::string certificateChain) const {
-    const auto result =
-        mCertificateHandler->splitCertificatesChain(ToLibraryBytes(certificateChain));
-    if (!result.IsSuccess()) {
-        LogError("SplitCertificateChain", ": splitCertificatesChain failed: ", result.GetCode());
+    const auto chain =
+        TakeValue(mCertificateHandler->splitCertificatesChain(ToLibraryBytes(certificateChain)),
+                  "SplitCertificateChain", ": splitCertificatesChain failed: ");
+    if (!chain) {
         return {};
     }
     std::vector<std::string> certificates;
-    certificates.reserve(result.GetObject().size());
-    for (const ByteVector& certificate : result.GetObject()) {
+    certificates.reserve(chain->size());
+    for (const ByteVector& certificate : *chain) {
         certificates.push_back(ToPlainString(certificate));
     }
     return certificates;
 }
 
 std::string X509CryptoApiValidator::EncodePemToDer(const std::string& pem) const {
-    const auto result = mCertificateHandler->pemToDer(
-        ToLibraryBytes(pem), orv::sec::crypto::operation::PemFormat::kCertificate);
-    if (!result.IsSuccess()) {
-        LogError("EncodePemToDer", ": pemToDer failed: ", result.GetCode());
-        return {};
-    }
-    return ToPlainString(result.GetObject());
+    const auto der =
+        TakeValue(mCertificateHandler->pemToDer(
+                      ToLibraryBytes(pem), orv::sec::crypto::operation::PemFormat::kCertificate),
+                  "EncodePemToDer", ": pemToDer failed: ");
+    return der ? ToPlainString(*der) : std::string();
 }
 
 bool X509CryptoApiValidator::ValidateCertificatePath(const std::vector<std::string>& certificates,
@@ -174,7 +152,7 @@ bool X509CryptoApiValidator::ValidateCertificatePath(const std::vector<std::stri
         const CryptoResultCode code = mCertificateHandler->verifyCertificate(
             ToLibraryBytes(certificates[i]), ToLibraryBytes(issuer));
         if (code != CryptoResultCode::kSuccess) {
-            LogInfo(kOperation, ": verifyCertificate failed: ", code);
+            LogFailure(kOperation, ": verifyCertificate failed: ", code, FailureLevel::kInfo);
             return false;
         }
     }
@@ -192,12 +170,12 @@ bool X509CryptoApiValidator::CheckCertificatePublicKey(const std::string& certif
     if (!keyHandle) {
         return false;
     }
-    const auto certificateKey = mTempTrustStore->loadPublicKey(keyHandle);
-    if (!certificateKey.IsSuccess()) {
-        LogError(kOperation, ": loadPublicKey failed: ", certificateKey.GetCode());
+    const auto certificateKey = TakeValue(mTempTrustStore->loadPublicKey(keyHandle), kOperation,
+                                          ": loadPublicKey failed: ");
+    if (!certificateKey) {
         return false;
     }
-    if (certificateKey.GetObject() != ToLibraryBytes(publicKey)) {
+    if (*certificateKey != ToLibraryBytes(publicKey)) {
         LogError(kOperation, ": The Certificate and the Key do not match!");
         return false;
     }
@@ -206,39 +184,39 @@ bool X509CryptoApiValidator::CheckCertificatePublicKey(const std::string& certif
 }
 
 std::string X509CryptoApiValidator::GetCertificateCommonName(const std::string& certificate) const {
-    auto result = mCertificateHandler->getCertificateIssuerCommonName(ToLibraryBytes(certificate));
-    if (!result.IsSuccess()) {
-        LogInfo("GetCertificateCommonName",
-                ": getCertificateIssuerCommonName failed: ", result.GetCode());
-        return {};
-    }
-    return std::move(result).GetObject();
+    return TakeValue(
+               mCertificateHandler->getCertificateIssuerCommonName(ToLibraryBytes(certificate)),
+               "GetCertificateCommonName",
+               ": getCertificateIssuerCommonName failed: ", FailureLevel::kInfo)
+        .value_or(std::string());
 }
 
 bool X509CryptoApiValidator::CheckCertificateValidityTime(const std::string& certificate,
                                                           system_clock::time_point now) const {
     constexpr const char* kOperation = "CheckCertificateValidityTime";
     const ByteVector bytes = ToLibraryBytes(certificate);
-    const auto notBeforeResult = mCertificateHandler->getCertificateNotBeforeDate(bytes);
-    if (!notBeforeResult.IsSuccess()) {
-        LogInfo(kOperation, ": getCertificateNotBeforeDate failed: ", notBeforeResult.GetCode());
+    const auto notBefore =
+        TakeValue(mCertificateHandler->getCertificateNotBeforeDate(bytes), kOperation,
+                  ": getCertificateNotBeforeDate failed: ", FailureLevel::kInfo);
+    if (!notBefore) {
         return false;
     }
-    const auto notAfterResult = mCertificateHandler->getCertificateNotAfterDate(bytes);
-    if (!notAfterResult.IsSuccess()) {
-        LogInfo(kOperation, ": getCertificateNotAfterDate failed: ", notAfterResult.GetCode());
+    const auto notAfter =
+        TakeValue(mCertificateHandler->getCertificateNotAfterDate(bytes), kOperation,
+                  ": getCertificateNotAfterDate failed: ", FailureLevel::kInfo);
+    if (!notAfter) {
         return false;
     }
     QELLogging::LogInfo("X509CryptoApiValidator: Current system time is ", timePointToString(now));
     QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate is valid from ",
-                        EpochSecondsToString(notBeforeResult.GetObject()));
+                        EpochSecondsToString(*notBefore));
     QELLogging::LogInfo("X509CryptoApiValidator: The TIV Certificate expires at ",
-                        EpochSecondsToString(notAfterResult.GetObject()));
-    if (now < FromEpochSeconds(notBeforeResult.GetObject())) {
+                        EpochSecondsToString(*notAfter));
+    if (now < FromEpochSeconds(*notBefore)) {
         QELLogging::LogInfo("The Certificate is not valid yet");
         return false;
     }
-    if (FromEpochSeconds(notAfterResult.GetObject()) < OneYearAfter(now)) {
+    if (FromEpochSeconds(*notAfter) < OneYearAfter(now)) {
         QELLogging::LogInfo("The Certificate expires in less than one year");
         return false;
     }
@@ -255,21 +233,17 @@ bool X509CryptoApiValidator::VerifySignature(const std::string& certificate,
     if (!keyHandle) {
         return false;
     }
-    auto verifierResult = mCryptoLib->createDigitalSignature(
-        {orv::sec::crypto::operation::SignatureAlgorithm::kEcdsaSha256, keyHandle});
-    if (!verifierResult.IsSuccess()) {
-        LogError(kOperation, ": createDigitalSignature failed: ", verifierResult.GetCode());
-        return false;
-    }
-    const auto verifier = std::move(verifierResult).GetObject();
+    const auto verifier = TakeObject(
+        mCryptoLib->createDigitalSignature(
+            {orv::sec::crypto::operation::SignatureAlgorithm::kEcdsaSha256, keyHandle}),
+        kOperation, ": createDigitalSignature failed: ", ": createDigitalSignature returned null");
     if (!verifier) {
-        LogError(kOperation, ": createDigitalSignature returned null");
         return false;
     }
     const CryptoResultCode code =
         verifier->verify(ToLibraryBytes(signature), ToLibraryBytes(content));
     if (code != CryptoResultCode::kSuccess) {
-        LogError(kOperation, ": verification failed: ", code);
+        LogFailure(kOperation, ": verification failed: ", code);
         return false;
     }
     QELLogging::LogInfo(kOperation, ": verification succeeded");
@@ -286,20 +260,15 @@ bool X509CryptoApiValidator::StoreTempCertificate(const std::string& certificate
         LogError(kOperation, ": temporary trust store is null");
         return false;
     }
-    auto handleResult = mTempTrustStore->makeCertId(kKeyIdTivTmp);
-    if (!handleResult.IsSuccess()) {
-        LogError(kOperation, ": makeCertId failed: ", handleResult.GetCode());
-        return false;
-    }
-    const auto handle = std::move(handleResult).GetObject();
+    const auto handle = TakeObject(mTempTrustStore->makeCertId(kKeyIdTivTmp), kOperation,
+                                   ": makeCertId failed: ", ": makeCertId returned nullptr");
     if (!handle) {
-        LogError(kOperation, ": makeCertId returned nullptr");
         return false;
     }
     const CryptoResultCode code =
         mTempTrustStore->storeCertificate(handle, ToLibraryBytes(certificate));
     if (code != CryptoResultCode::kSuccess) {
-        LogError(kOperation, ": storeCertificate: ", code);
+        LogFailure(kOperation, ": storeCertificate: ", code);
         return false;
     }
     return true;
@@ -312,16 +281,8 @@ X509CryptoApiValidator::StoreAndMakeKeyHandle(const std::string& certificate,
         LogError(operation, ": StoreTempCertificate failed");
         return nullptr;
     }
-    auto result = mTempTrustStore->makeKeyId(kKeyIdTivTmp);
-    if (!result.IsSuccess()) {
-        LogError(operation, ": makeKeyId failed: ", result.GetCode());
-        return nullptr;
-    }
-    auto handle = std::move(result).GetObject();
-    if (!handle) {
-        LogError(operation, ": makeKeyId returned null");
-    }
-    return handle;
+    return TakeObject(mTempTrustStore->makeKeyId(kKeyIdTivTmp), operation,
+                      ": makeKeyId failed: ", ": makeKeyId returned null");
 }
 
 std::string timePointToString(system_clock::time_point time) {

@@ -18,7 +18,7 @@ namespace vintrel {
 /// verified, through one scratch certificate in the client store, which stays there.
 class X509CryptoApiValidator : public X509ValidatorIf {
 public:
-    /// Throws `std::runtime_error` when the library or one of its objects is not to be had.
+    /// Throws `std::runtime_error` when the library or one of its objects is unavailable.
     X509CryptoApiValidator();
     ~X509CryptoApiValidator() override;
     X509CryptoApiValidator(const X509CryptoApiValidator&) = delete;
@@ -42,7 +42,7 @@ public:
                          const std::string& algorithm) const override;
 
 private:
-    [[noreturn]] void FailConstruction(const char* text);
+    void Init();
     bool StoreTempCertificate(const std::string& certificate) const;
     /// Stores the certificate in the scratch slot and gives the handle of its key, or null after a
     /// failure, which has been logged under the name of the operation.
