@@ -5,9 +5,9 @@
 #include <cstdio>
 
 #include <nlohmann/json.hpp>
+#include <pki_support/certificates.h>
 
 #include "provision/store_report.h"
-#include "simulator/pki/certificates.h"
 
 namespace provision {
 
@@ -197,7 +197,7 @@ std::string Describe(const std::vector<EntryJudgement>& entries) {
 }
 
 std::string ToJson(const std::vector<EntryJudgement>& entries, TimePoint at) {
-    return Print(ordered_json{{"at", simulator::pki::ToText(at)},
+    return Print(ordered_json{{"at", pki_support::ToText(at)},
                               {"standing", StandingName(StandingOf(entries))},
                               {"entries", ToMember(entries)}});
 }
@@ -220,7 +220,7 @@ std::string Describe(const UnitStatus& status) {
 
 std::string ToJson(const UnitStatus& status, TimePoint at) {
     return Print(ordered_json{
-        {"at", simulator::pki::ToText(at)},
+        {"at", pki_support::ToText(at)},
         {"standing", StandingName(status.standing)},
         {"vin", ToMember(status.vin)},
         {"certificate", status.client ? ToMember(status.client->certificate) : nullptr},

@@ -9,6 +9,10 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <pki_support/certificates.h>
+#include <pki_support/file_access.h>
+#include <pki_support/pki_error.h>
+#include <pki_support/vehicle_identity.h>
 
 #include "logging/qel_logging.h"
 #include "orv_sec_crypto/store_administration.h"
@@ -16,16 +20,12 @@
 #include "provision/store_export.h"
 #include "provision/store_judge.h"
 #include "provision/store_report.h"
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/file_access.h"
-#include "simulator/pki/pki_error.h"
-#include "simulator/pki/vehicle_identity.h"
 
 namespace provision {
 
 namespace {
 
-using namespace simulator::pki;
+using namespace pki_support;
 using orv::sec::crypto::host::AdministrationResult;
 using orv::sec::crypto::host::StoreAdministration;
 using orv::sec::crypto::host::StoreEntry;
@@ -228,7 +228,7 @@ void Export(const Arguments& arguments, std::ostream& output) {
     RequireNoneBroken(entries);
 }
 
-/// A moment as `simulator::pki::ToText` writes it, within what the clock counts.
+/// A moment as `pki_support::ToText` writes it, within what the clock counts.
 std::optional<TimePoint> ParseMoment(const std::string& text) {
     constexpr auto kLast =
         std::chrono::floor<std::chrono::seconds>(TimePoint::max().time_since_epoch());

@@ -7,16 +7,17 @@
 #include <string_view>
 #include <system_error>
 
+#include <pki_support/certificates.h>
+#include <pki_support/file_access.h>
+#include <pki_support/pki_error.h>
+
 #include "provision/store_report.h"
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/file_access.h"
-#include "simulator/pki/pki_error.h"
 
 namespace provision {
 
 using orv::sec::crypto::host::StoreEntry;
+using pki_support::PkiError;
 using posix::ExistingFile;
-using simulator::pki::PkiError;
 
 namespace {
 
@@ -68,13 +69,13 @@ PublicPart RequirePart(const StoreEntry& entry, PartKind kind) {
                                                        : "has no certificate"));
     }
     return {FileName(entry, kind), kind == PartKind::kPublicKey
-                                       ? simulator::pki::PublicKeyToPem(entry.publicKey)
+                                       ? pki_support::PublicKeyToPem(entry.publicKey)
                                        : entry.certificateChain};
 }
 
 void WritePart(const std::string& path, const std::string& pem, bool mayReplace) {
-    simulator::pki::WriteFile(path, pem, simulator::pki::kPublicMode,
-                              mayReplace ? ExistingFile::kIsReplaced : ExistingFile::kIsKept);
+    pki_support::WriteFile(path, pem, pki_support::kPublicMode,
+                           mayReplace ? ExistingFile::kIsReplaced : ExistingFile::kIsKept);
 }
 
 void WriteParts(const std::string& directory, const std::vector<PublicPart>& parts,

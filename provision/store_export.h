@@ -22,12 +22,12 @@ enum class PartKind { kCertificates, kPublicKey };
 std::vector<PublicPart> PublicParts(const std::vector<orv::sec::crypto::host::StoreEntry>& entries,
                                     PartKind kind);
 
-/// The part of one entry. `simulator::pki::PkiError` when it has none, or does not parse.
+/// The part of one entry. `pki_support::PkiError` when it has none, or does not parse.
 PublicPart RequirePart(const orv::sec::crypto::host::StoreEntry& entry, PartKind kind);
 
 /// Writes each part into a file of its own (mode 0644) in a directory that exists, each whole or
 /// not at all. Unless files may be replaced, nothing is written if one of them is there already.
-/// `simulator::pki::PkiError` on failure.
+/// `pki_support::PkiError` on failure.
 void WriteParts(const std::string& directory, const std::vector<PublicPart>& parts,
                 bool mayReplace);
 

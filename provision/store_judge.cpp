@@ -5,6 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
+
 #include <orv/sec/crypto/operation/i_digital_signature.h>
 #include <orv/sec/crypto/store/i_crypto_store.h>
 
@@ -13,8 +16,6 @@
 #include "certificates/hsm.h"
 #include "certificates/library_values.h"
 #include "client/tive_generator_if.h"
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/pki_error.h"
 
 namespace provision {
 
@@ -22,7 +23,7 @@ using orv::sec::crypto::host::EntryKind;
 using orv::sec::crypto::host::StoreAdministration;
 using orv::sec::crypto::host::StoreEntry;
 using orv::sec::crypto::store::ICryptoStore;
-using simulator::pki::PkiError;
+using pki_support::PkiError;
 using vintrel::StatusCode;
 
 namespace {
@@ -334,7 +335,7 @@ CertificateFacts StoreJudge::ReadFacts(const std::string& certificate,
     if (!notBefore.IsSuccess() || !notAfter.IsSuccess()) {
         throw PkiError("unreadable date");
     }
-    const auto parsed = simulator::pki::ReadCertificates(pem);
+    const auto parsed = pki_support::ReadCertificates(pem);
     const std::int64_t now =
         std::chrono::floor<std::chrono::seconds>(mAt).time_since_epoch().count();
     CertificateFacts facts{ReadText(*parsed.front())};

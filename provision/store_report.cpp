@@ -5,16 +5,15 @@
 #include <utility>
 
 #include <nlohmann/json.hpp>
-
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/pki_error.h"
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
 
 namespace provision {
 
 using nlohmann::ordered_json;
 using orv::sec::crypto::host::EntryKind;
 using orv::sec::crypto::host::StoreEntry;
-using simulator::pki::PkiError;
+using pki_support::PkiError;
 
 namespace {
 
@@ -32,7 +31,7 @@ EntryText Read(const StoreEntry& entry) {
         return text;
     }
     try {
-        for (const auto& certificate : simulator::pki::ReadCertificates(entry.certificateChain)) {
+        for (const auto& certificate : pki_support::ReadCertificates(entry.certificateChain)) {
             text.certificates.push_back(ReadText(*certificate));
         }
     } catch (const PkiError& error) {
@@ -55,10 +54,10 @@ bool FitsStoreAndKind(const StoreEntry& entry, const EntrySelector& selector) {
 }  // namespace
 
 CertificateText ReadText(const X509& certificate) {
-    using simulator::pki::ToText;
+    using pki_support::ToText;
     return {ToText(*X509_get_subject_name(&certificate)),
             ToText(*X509_get_issuer_name(&certificate)), ToText(*X509_get0_notBefore(&certificate)),
-            ToText(*X509_get0_notAfter(&certificate)), simulator::pki::Fingerprint(certificate)};
+            ToText(*X509_get0_notAfter(&certificate)), pki_support::Fingerprint(certificate)};
 }
 
 ordered_json ToMember(const CertificateText& text) {

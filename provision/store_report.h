@@ -28,7 +28,7 @@ struct CertificateText {
     std::string fingerprint;
 };
 
-/// `simulator::pki::PkiError` for a field that can't be told.
+/// `pki_support::PkiError` for a field that can't be told.
 CertificateText ReadText(const X509& certificate);
 
 /// As members of one object.
@@ -54,7 +54,7 @@ std::string Print(const nlohmann::ordered_json& json);
 std::vector<orv::sec::crypto::host::StoreEntry> Filter(
     const std::vector<orv::sec::crypto::host::StoreEntry>& entries, const EntrySelector& selector);
 
-/// The one entry that fits. `simulator::pki::PkiError` when there is none, or more than one.
+/// The one entry that fits. `pki_support::PkiError` when there is none, or more than one.
 orv::sec::crypto::host::StoreEntry Select(
     const std::vector<orv::sec::crypto::host::StoreEntry>& entries, const EntrySelector& selector);
 

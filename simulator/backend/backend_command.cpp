@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <pki_support/file_access.h>
 #include <unistd.h>
 
 #include "simulator/backend/command_interpreter.h"
@@ -16,7 +17,6 @@
 #include "simulator/backend/scenario.h"
 #include "simulator/backend/server.h"
 #include "simulator/control/control_server.h"
-#include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_directory.h"
 
 namespace simulator::backend {
@@ -80,7 +80,7 @@ void Serve(const Arguments& arguments, std::ostream& output) {
     }
     const std::string port = std::to_string(server.Port());
     if (!arguments.portFile.empty()) {
-        pki::WriteFile(arguments.portFile, port + "\n", pki::kPublicMode);
+        pki_support::WriteFile(arguments.portFile, port + "\n", pki_support::kPublicMode);
     }
     output << "listening on 127.0.0.1:" << port << std::endl;
     server.Run();

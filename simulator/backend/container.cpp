@@ -8,9 +8,9 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
+#include <pki_support/pki_error.h>
 
 #include "simulator/backend/refusal.h"
-#include "simulator/pki/pki_error.h"
 
 namespace simulator::backend {
 
@@ -102,7 +102,7 @@ void CheckForm(CMS_ContentInfo& cms) {
 StorePtr MakeStore(X509& root, std::chrono::system_clock::time_point now) {
     StorePtr store(X509_STORE_new());
     if (store == nullptr || X509_STORE_add_cert(store.get(), &root) != 1) {
-        throw pki::PkiError("cannot make a certificate store");
+        throw pki_support::PkiError("cannot make a certificate store");
     }
     X509_VERIFY_PARAM* parameters = X509_STORE_get0_param(store.get());
     X509_VERIFY_PARAM_set_time(parameters, std::chrono::system_clock::to_time_t(now));
@@ -114,7 +114,7 @@ X509Ptr TakeSigner(CMS_ContentInfo& cms) {
     const OpenSslPtr<STACK_OF(X509), FreeStack> signers(CMS_get0_signers(&cms));
     X509* signer = signers == nullptr ? nullptr : sk_X509_value(signers.get(), 0);
     if (signer == nullptr || X509_up_ref(signer) != 1) {
-        throw pki::PkiError("the container lost its signer");
+        throw pki_support::PkiError("the container lost its signer");
     }
     return X509Ptr(signer);
 }

@@ -8,15 +8,15 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
+#include <pki_support/vehicle_identity.h>
 
 #include "GenericError_V2.pb.h"
 #include "QUBA_CO_KoruVintrelRequest_v1.pb.h"
 #include "QUBA_CT_KoruCertificateResponse_v2.pb.h"
 #include "simulator/backend/container.h"
 #include "simulator/backend/refusal.h"
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/pki_error.h"
-#include "simulator/pki/vehicle_identity.h"
 
 namespace simulator::backend {
 
@@ -52,7 +52,7 @@ RequestPtr ParseCsr(const std::string& der) {
 std::string ToPem(const X509_REQ& csr) {
     const openssl_support::BioPtr bio(BIO_new(BIO_s_mem()));
     if (bio == nullptr || PEM_write_bio_X509_REQ(bio.get(), &csr) != 1) {
-        throw pki::PkiError("cannot encode a signing request");
+        throw pki_support::PkiError("cannot encode a signing request");
     }
     char* text = nullptr;
     const long size = BIO_get_mem_data(bio.get(), &text);
@@ -73,8 +73,10 @@ void CheckPossession(X509_REQ& csr) {
 
 std::string FindVin(const X509& signer) {
     try {
-        return pki::ParseCommonName(pki::CommonName(*X509_get_subject_name(&signer))).vin;
-    } catch (const pki::PkiError& error) {
+        return pki_support::ParseCommonName(
+                   pki_support::CommonName(*X509_get_subject_name(&signer)))
+            .vin;
+    } catch (const pki_support::PkiError& error) {
         throw Refusal(kForbidden,
                       std::string("the container's signer is no unit: ") + error.what());
     }
@@ -82,8 +84,8 @@ std::string FindVin(const X509& signer) {
 
 void CheckSubject(const X509_REQ& csr, const std::string& expected) {
     const X509_NAME* subject = X509_REQ_get_subject_name(&csr);
-    if (X509_NAME_entry_count(subject) != 1 || pki::CommonName(*subject) != expected) {
-        throw Refusal(kForbidden, "the signing request is for '" + pki::ToText(*subject) +
+    if (X509_NAME_entry_count(subject) != 1 || pki_support::CommonName(*subject) != expected) {
+        throw Refusal(kForbidden, "the signing request is for '" + pki_support::ToText(*subject) +
                                       "', the container's signer may ask for 'CN=" + expected +
                                       "'");
     }
@@ -123,7 +125,7 @@ std::string MakeBody(const std::string& chain, const Scenario& scenario) {
 std::string MakeTransactionId() {
     std::array<unsigned char, 8> bytes{};
     if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
-        throw pki::PkiError("no random numbers");
+        throw pki_support::PkiError("no random numbers");
     }
     std::ostringstream text;
     text << std::hex << std::setfill('0');
@@ -166,7 +168,7 @@ Answer EnrolmentService::Handle(const std::string& body, const Scenario& scenari
                 MakeBody(entry.issuedChain, scenario)};
     } catch (const Refusal& refusal) {
         return Refuse(refusal.Status(), refusal.what(), entry);
-    } catch (const pki::PkiError& error) {
+    } catch (const pki_support::PkiError& error) {
         return Refuse(kInternalServerError, error.what(), entry);
     }
 }
@@ -211,7 +213,8 @@ std::string EnrolmentService::IssueChain(const Request& request, const Scenario&
     endEntity.isTlsClient = true;
 
     const auto issue = [&endEntity](const pki::Authority& authority) {
-        return pki::ToPem(*authority.Issue(endEntity)) + pki::ToPem(authority.Certificate());
+        return pki_support::ToPem(*authority.Issue(endEntity)) +
+               pki_support::ToPem(authority.Certificate());
     };
     return scenario.kind == ScenarioKind::kUntrustedRoot
                ? issue(MakeUntrustedAuthority(endEntity.validity))

@@ -5,10 +5,9 @@
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
+#include <pki_support/certificates.h>
 
 #include <posix/write_all.h>
-
-#include "simulator/pki/certificates.h"
 
 namespace simulator::backend {
 
@@ -28,7 +27,7 @@ std::string ToJsonLine(const JournalEntry& entry) {
     const Json activationReason =
         entry.activationReason ? Json(*entry.activationReason) : Json(nullptr);
     const Json json{
-        {"time", pki::ToText(entry.time)},
+        {"time", pki_support::ToText(entry.time)},
         {"duration_ms", static_cast<double>(entry.duration.count()) / kMicrosecondsPerMillisecond},
         {"remote", entry.remote},
         {"method", entry.method},

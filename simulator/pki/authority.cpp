@@ -6,9 +6,8 @@
 #include <openssl/err.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
-
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/pki_error.h"
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
 
 namespace simulator::pki {
 
@@ -23,7 +22,7 @@ constexpr std::size_t kSerialBytes = 16;
 void Require(bool condition, const char* what) {
     if (!condition) {
         ERR_clear_error();
-        throw PkiError(what);
+        throw pki_support::PkiError(what);
     }
 }
 
@@ -92,8 +91,9 @@ PkeyPtr GenerateKey() {
 
 Authority::Authority(X509Ptr certificate, PkeyPtr key)
     : mCertificate(std::move(certificate)), mKey(std::move(key)) {
-    Require(HasPublicKey(*mCertificate, *mKey), "the key does not belong to the CA's certificate");
-    Require(IsCa(*mCertificate), "the certificate is no CA's");
+    Require(pki_support::HasPublicKey(*mCertificate, *mKey),
+            "the key does not belong to the CA's certificate");
+    Require(pki_support::IsCa(*mCertificate), "the certificate is no CA's");
 }
 
 Authority Authority::CreateRoot(const std::string& commonName, const Validity& validity) {

@@ -15,12 +15,12 @@ struct Validity {
     std::chrono::system_clock::time_point notAfter;
 };
 
-/// A new P-256 key. `PkiError` on failure.
+/// A new P-256 key. `pki_support::PkiError` on failure.
 PkeyPtr GenerateKey();
 
 /// A certification authority: a certificate with its private key. Its certificates have random
-/// serial numbers and are signed by ECDSA with SHA-256. Failures are `PkiError`. One thread at a
-/// time.
+/// serial numbers and are signed by ECDSA with SHA-256. Failures are `pki_support::PkiError`. One
+/// thread at a time.
 class Authority {
 public:
     /// What an end entity's certificate holds besides the fixed extensions.

@@ -7,10 +7,10 @@
 
 #include <CLI/CLI.hpp>
 #include <openssl/crypto.h>
+#include <pki_support/file_access.h>
+#include <pki_support/vehicle_identity.h>
 
-#include "simulator/pki/file_access.h"
 #include "simulator/pki/pki_directory.h"
-#include "simulator/pki/vehicle_identity.h"
 
 namespace simulator::pki {
 
@@ -27,9 +27,9 @@ void WriteUnit(const Arguments& arguments) {
     const Pki pki = LoadPki(arguments.directory);
     UnitIdentity unit =
         IssueUnit(pki.factoryCa, arguments.vin, arguments.suffix, std::chrono::system_clock::now());
-    const SecretText text(unit.keyPem + unit.chainPem);
+    const pki_support::SecretText text(unit.keyPem + unit.chainPem);
     OPENSSL_cleanse(unit.keyPem.data(), unit.keyPem.size());
-    WriteFile(arguments.output, text.text, kSecretMode);
+    pki_support::WriteFile(arguments.output, text.text, pki_support::kSecretMode);
 }
 
 }  // namespace

@@ -8,13 +8,12 @@
 #include <utility>
 
 #include <openssl/err.h>
+#include <pki_support/certificates.h>
+#include <pki_support/file_access.h>
+#include <pki_support/pki_error.h>
+#include <pki_support/vehicle_identity.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "simulator/pki/certificates.h"
-#include "simulator/pki/file_access.h"
-#include "simulator/pki/pki_error.h"
-#include "simulator/pki/vehicle_identity.h"
 
 namespace simulator::pki {
 
@@ -43,8 +42,10 @@ std::string PathOf(const std::string& directory, const char* name, const char* e
 }
 
 void Save(const std::string& directory, const char* name, const Authority& authority) {
-    WriteFile(PathOf(directory, name, ".pem"), ToPem(authority.Certificate()), kPublicMode);
-    WriteFile(PathOf(directory, name, ".key"), ToPem(authority.Key()), kSecretMode);
+    pki_support::WriteFile(PathOf(directory, name, ".pem"),
+                           pki_support::ToPem(authority.Certificate()), pki_support::kPublicMode);
+    pki_support::WriteFile(PathOf(directory, name, ".key"), pki_support::ToPem(authority.Key()),
+                           pki_support::kSecretMode);
 }
 
 void SaveAll(const std::string& directory, TimePoint now) {
@@ -59,24 +60,24 @@ void SaveAll(const std::string& directory, TimePoint now) {
 }
 
 X509Ptr LoadCertificate(const std::string& path) {
-    auto certificates = ReadCertificates(ReadFile(path));
+    auto certificates = pki_support::ReadCertificates(pki_support::ReadFile(path));
     if (certificates.size() != 1) {
-        throw PkiError("not exactly one certificate");
+        throw pki_support::PkiError("not exactly one certificate");
     }
     return std::move(certificates.front());
 }
 
 PkeyPtr LoadKey(const std::string& path) {
-    const SecretText pem(ReadFile(path));
-    return ReadPrivateKey(pem.text);
+    const pki_support::SecretText pem(pki_support::ReadFile(path));
+    return pki_support::ReadPrivateKey(pem.text);
 }
 
 Authority Load(const std::string& directory, const char* name) {
     try {
         return {LoadCertificate(PathOf(directory, name, ".pem")),
                 LoadKey(PathOf(directory, name, ".key"))};
-    } catch (const PkiError& error) {
-        throw PkiError(directory + ": " + name + ": " + error.what());
+    } catch (const pki_support::PkiError& error) {
+        throw pki_support::PkiError(directory + ": " + name + ": " + error.what());
     }
 }
 
@@ -86,9 +87,10 @@ void CheckIssued(const Authority& issuer, const Authority& subject) {
         X509_verify(&subject.Certificate(), &issuer.Key()) == 1;
     ERR_clear_error();
     if (!isIssued) {
-        throw PkiError(ToText(*X509_get_subject_name(&subject.Certificate())) +
-                       " is not issued by " +
-                       ToText(*X509_get_subject_name(&issuer.Certificate())));
+        throw pki_support::PkiError(
+            pki_support::ToText(*X509_get_subject_name(&subject.Certificate())) +
+            " is not issued by " +
+            pki_support::ToText(*X509_get_subject_name(&issuer.Certificate())));
     }
 }
 
@@ -99,14 +101,14 @@ void CreatePki(const std::string& directory, TimePoint now) {
     const auto name = target.has_filename() ? target : target.parent_path();
     std::string temporary = name.string() + ".XXXXXX";
     if (::mkdtemp(temporary.data()) == nullptr) {
-        throw PkiError(directory + ": " + std::generic_category().message(errno));
+        throw pki_support::PkiError(directory + ": " + std::generic_category().message(errno));
     }
     try {
         SaveAll(temporary, now);
         // It replaces an empty directory only.
         if (::chmod(temporary.c_str(), kDirectoryMode) != 0 ||
             ::rename(temporary.c_str(), name.c_str()) != 0) {
-            throw PkiError(directory + ": " + std::generic_category().message(errno));
+            throw pki_support::PkiError(directory + ": " + std::generic_category().message(errno));
         }
     } catch (...) {
         std::error_code ignored;
@@ -126,11 +128,12 @@ Pki LoadPki(const std::string& directory) {
 UnitIdentity IssueUnit(const Authority& factoryCa, const std::string& vin,
                        const std::string& suffix, TimePoint now) {
     const std::string commonName = vin + ":" + suffix;
-    ParseCommonName(commonName);
+    pki_support::ParseCommonName(commonName);
     const PkeyPtr key = GenerateKey();
     const X509Ptr certificate =
         factoryCa.Issue({commonName, key.get(), Years(now, kUnitYears), false});
-    return {ToPem(*key), ToPem(*certificate) + ToPem(factoryCa.Certificate())};
+    return {pki_support::ToPem(*key),
+            pki_support::ToPem(*certificate) + pki_support::ToPem(factoryCa.Certificate())};
 }
 
 }  // namespace simulator::pki

@@ -21,10 +21,10 @@ struct Pki {
 };
 
 /// Makes both PKIs in `directory`, which must not exist yet or be empty; it appears with all its
-/// files or not at all. `PkiError` on failure.
+/// files or not at all. `pki_support::PkiError` on failure.
 void CreatePki(const std::string& directory, std::chrono::system_clock::time_point now);
 
-/// `PkiError` when a file is missing or the files do not belong together.
+/// `pki_support::PkiError` when a file is missing or the files do not belong together.
 Pki LoadPki(const std::string& directory);
 
 /// A unit's base certificate: its private key and the chain from it to the factory CA, both in PEM.

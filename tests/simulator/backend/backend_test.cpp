@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <openssl/x509_vfy.h>
+#include <pki_support/certificates.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,7 +18,6 @@
 #include "certificate_zoo/certificate_zoo.h"
 #include "simulator/backend/server.h"
 #include "simulator/control/control_client.h"
-#include "simulator/pki/certificates.h"
 #include "testing/child_program.h"
 #include "testing/temporary_directory.h"
 
@@ -107,7 +107,7 @@ struct Response {
     std::vector<pki::X509Ptr> Chain() const {
         QUBACTKoruCertificateResponseV2 message;
         EXPECT_TRUE(message.ParseFromString(body));
-        return pki::ReadCertificates(message.certificate());
+        return pki_support::ReadCertificates(message.certificate());
     }
 
     std::string header;
@@ -160,7 +160,7 @@ int VerifyResult(const std::vector<pki::X509Ptr>& chain, const Identity& root) {
 }
 
 std::string SubjectOf(const std::vector<pki::X509Ptr>& chain) {
-    return pki::CommonName(*X509_get_subject_name(chain.front().get()));
+    return pki_support::CommonName(*X509_get_subject_name(chain.front().get()));
 }
 
 /// A backend in a thread of the test, whose factory and product PKI the test holds in its hands.
@@ -258,7 +258,7 @@ TEST_F(BackendTest, AGoodRequestGetsAChainThatLeadsToTheProductRoot) {
     const auto chain = response.Chain();
     ASSERT_EQ(chain.size(), 2U);
     EXPECT_EQ(SubjectOf(chain), kCommonName);
-    EXPECT_TRUE(pki::HasPublicKey(*chain.front(), *mKey));
+    EXPECT_TRUE(pki_support::HasPublicKey(*chain.front(), *mKey));
     EXPECT_EQ(VerifyResult(chain, mProduct.root), X509_V_OK);
 
     const auto journal = Journal();
@@ -287,7 +287,7 @@ TEST_F(BackendTest, AGoodRequestGetsAChainThatLeadsToTheProductRoot) {
                            {"part_number", "VN035"},
                            {"vin", "VNTREL00000000001"},
                            {"container", container},
-                           {"issued_chain", pki::ToPem(chain)},
+                           {"issued_chain", pki_support::ToPem(chain)},
                            {"scenario", "ok"}}));
 }
 
@@ -373,7 +373,7 @@ TEST_F(BackendTest, EachScenarioShapesOneRequestAndTheLastRepeats) {
         "refuse:503,pieces,ok");
     const std::string body = GoodBody();
     EXPECT_EQ(SubjectOf(Exchange(body).Chain()), "00000000000000000:C003");
-    EXPECT_FALSE(pki::HasPublicKey(*Exchange(body).Chain().front(), *mKey));
+    EXPECT_FALSE(pki_support::HasPublicKey(*Exchange(body).Chain().front(), *mKey));
     EXPECT_EQ(VerifyResult(Exchange(body).Chain(), mProduct.root), X509_V_ERR_CERT_HAS_EXPIRED);
     EXPECT_NE(VerifyResult(Exchange(body).Chain(), mProduct.root), X509_V_OK);
     int days = 0;

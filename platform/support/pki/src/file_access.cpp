@@ -1,18 +1,16 @@
-#include "simulator/pki/file_access.h"
-
 #include <cerrno>
 #include <system_error>
 #include <utility>
 
 #include <fcntl.h>
 #include <openssl/crypto.h>
+#include <pki_support/file_access.h>
+#include <pki_support/pki_error.h>
 #include <unistd.h>
 
 #include <posix/unique_fd.h>
 
-#include "simulator/pki/pki_error.h"
-
-namespace simulator::pki {
+namespace pki_support {
 
 namespace {
 
@@ -73,4 +71,4 @@ void WriteFile(const std::string& path, const std::string& text, mode_t mode,
     }
 }
 
-}  // namespace simulator::pki
+}  // namespace pki_support

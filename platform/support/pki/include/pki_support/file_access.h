@@ -6,7 +6,7 @@
 
 #include <posix/atomic_file.h>
 
-namespace simulator::pki {
+namespace pki_support {
 
 constexpr mode_t kPublicMode = 0644;
 constexpr mode_t kSecretMode = 0600;
@@ -31,4 +31,4 @@ std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text, mode_t mode,
                posix::ExistingFile existing = posix::ExistingFile::kIsReplaced);
 
-}  // namespace simulator::pki
+}  // namespace pki_support

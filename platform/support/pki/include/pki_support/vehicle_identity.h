@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace simulator::pki {
+namespace pki_support {
 
 /// The common name by which a certificate identifies a unit: VIN ":" suffix.
 struct VehicleIdentity {
@@ -19,4 +19,4 @@ bool IsSuffix(const std::string& text);
 /// Splits a common name at its first ":". `PkiError` when a part is not as above.
 VehicleIdentity ParseCommonName(const std::string& commonName);
 
-}  // namespace simulator::pki
+}  // namespace pki_support

@@ -1,10 +1,9 @@
-#include "simulator/pki/vehicle_identity.h"
-
 #include <string_view>
 
-#include "simulator/pki/pki_error.h"
+#include <pki_support/pki_error.h>
+#include <pki_support/vehicle_identity.h>
 
-namespace simulator::pki {
+namespace pki_support {
 
 namespace {
 
@@ -37,4 +36,4 @@ VehicleIdentity ParseCommonName(const std::string& commonName) {
     return identity;
 }
 
-}  // namespace simulator::pki
+}  // namespace pki_support

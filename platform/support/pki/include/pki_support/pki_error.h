@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-namespace simulator::pki {
+namespace pki_support {
 
 /// Input that was refused, or work that failed; the text is for the operator.
 class PkiError : public std::runtime_error {
@@ -10,4 +10,4 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-}  // namespace simulator::pki
+}  // namespace pki_support

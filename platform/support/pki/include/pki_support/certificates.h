@@ -8,7 +8,7 @@
 
 /// Reading and writing of keys and certificates. Failures are `PkiError`. Any thread may call it;
 /// no object is shared between calls.
-namespace simulator::pki {
+namespace pki_support {
 
 using openssl_support::PkeyPtr;
 using openssl_support::X509Ptr;
@@ -51,4 +51,4 @@ bool IsCa(X509& certificate);
 /// Dates are not looked at.
 std::string FindChainFault(const std::vector<X509Ptr>& chain);
 
-}  // namespace simulator::pki
+}  // namespace pki_support

@@ -1,5 +1,3 @@
-#include "simulator/pki/certificates.h"
-
 #include <array>
 #include <ctime>
 #include <iomanip>
@@ -7,10 +5,10 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
 
-#include "simulator/pki/pki_error.h"
-
-namespace simulator::pki {
+namespace pki_support {
 
 using openssl_support::BioPtr;
 using openssl_support::OpenSslMemoryPtr;
@@ -197,4 +195,4 @@ std::string FindChainFault(const std::vector<X509Ptr>& chain) {
     return {};
 }
 
-}  // namespace simulator::pki
+}  // namespace pki_support
