@@ -1,7 +1,10 @@
 #include "provision/provision_command.h"
 
+#include <algorithm>
+#include <array>
 #include <ctime>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -34,6 +37,7 @@ using orv::sec::crypto::host::TpmKeyStorage;
 
 constexpr const char* kBaseId = "ECU_BASE_CERT";
 constexpr const char* kRootId = "PRODUCT_PKI_ROOT_CERT";
+constexpr int kDone = 0;
 constexpr const char* kTpmOption = "--tpm";
 constexpr const char* kTokenOption = "--pkcs11";
 
@@ -130,23 +134,6 @@ void Initialize(const Arguments& arguments, const CLI::App& init) {
     } else {
         Require(StoreAdministration::CreateOrOpen(arguments.store, administration));
     }
-}
-
-void AddInitOptions(CLI::App& init, Arguments& arguments) {
-    CLI::Option* tpm = init.add_option(
-        kTpmOption, arguments.tcti,
-        "have this TPM 2.0 seal the wrapping key; a TCTI configuration, e.g. device:/dev/tpmrm0");
-    CLI::Option* module = init.add_option(kTokenOption, arguments.token.module,
-                                          "keep the keys in a token behind this PKCS #11 module");
-    CLI::Option* label =
-        init.add_option("--token", arguments.token.token, "label of the token")->needs(module);
-    init.add_option("--slot", arguments.token.slot, "number of its slot, in place of the label")
-        ->needs(module)
-        ->excludes(label);
-    module->excludes(tpm)->needs(init.add_option("--pin-file", arguments.token.pinFile,
-                                                 "file with the token's user PIN, mode 0400; "
-                                                 "relative to the store's directory")
-                                     ->needs(module));
 }
 
 void LoadBase(const Arguments& arguments) {
@@ -283,23 +270,79 @@ void AddSelector(CLI::App& command, EntrySelector& selector) {
         ->check(CLI::IsMember({"key", "certificate"}));
 }
 
-CLI::App* AddJudgement(CLI::App& app, const char* name, const char* description,
-                       Arguments& arguments) {
-    CLI::App* command = app.add_subcommand(name, description);
-    command->footer(kExitStatuses);
-    command->add_flag("--json", arguments.wantsJson, "answer in JSON");
-    command
-        ->add_option("--at", arguments.moment,
-                     "judge as of this moment, e.g. 2026-11-21T08:00:00Z, instead of now")
-        ->check([](const std::string& text) {
-            return ParseMoment(text).has_value()
-                       ? std::string()
-                       : "not a moment like 2026-11-21T08:00:00Z: " + text;
-        });
-    return command;
+/// A command of the program, which reads its arguments from where its options put them.
+struct Command {
+    CLI::App* app;
+    /// Writes its answer and gives the exit status; throws where it fails.
+    std::function<int(std::ostream& output)> run;
+    qel_logging::EQELLogLevel logLevel = qel_logging::EQELLogLevel::kWarning;
+};
+
+Command AddInit(CLI::App& app, Arguments& arguments) {
+    CLI::App& init = *app.add_subcommand("init", "Make the store, or what it lacks");
+    CLI::Option* tpm = init.add_option(
+        kTpmOption, arguments.tcti,
+        "have this TPM 2.0 seal the wrapping key; a TCTI configuration, e.g. device:/dev/tpmrm0");
+    CLI::Option* module = init.add_option(kTokenOption, arguments.token.module,
+                                          "keep the keys in a token behind this PKCS #11 module");
+    CLI::Option* label =
+        init.add_option("--token", arguments.token.token, "label of the token")->needs(module);
+    init.add_option("--slot", arguments.token.slot, "number of its slot, in place of the label")
+        ->needs(module)
+        ->excludes(label);
+    module->excludes(tpm)->needs(init.add_option("--pin-file", arguments.token.pinFile,
+                                                 "file with the token's user PIN, mode 0400; "
+                                                 "relative to the store's directory")
+                                     ->needs(module));
+    return {&init, [&](std::ostream&) {
+                Initialize(arguments, init);
+                return kDone;
+            }};
 }
 
-void AddExport(CLI::App& command, Arguments& arguments) {
+Command AddBase(CLI::App& app, Arguments& arguments) {
+    CLI::App* base = app.add_subcommand(
+        "base", std::string("Load the unit's base key and certificate chain as ") + kBaseId +
+                    "; the common name must be VIN:SUFFIX");
+    base->add_option("--key", arguments.keyFile, "PEM file with the private key (P-256)")
+        ->required();
+    base->add_option("--chain", arguments.chainFile,
+                     "PEM file with the certificates, the unit's first, then each one's issuer")
+        ->required();
+    return {base, [&](std::ostream&) {
+                LoadBase(arguments);
+                return kDone;
+            }};
+}
+
+Command AddRoot(CLI::App& app, Arguments& arguments) {
+    CLI::App* root = app.add_subcommand(
+        "root", std::string("Load the root certificates of the product PKI as ") + kRootId);
+    root->add_option("FILE", arguments.rootFile, "PEM file")->required();
+    return {root, [&](std::ostream&) {
+                LoadRoot(arguments);
+                return kDone;
+            }};
+}
+
+Command AddShow(CLI::App& app, Arguments& arguments) {
+    CLI::App* show = app.add_subcommand("show", "List the store, a part of it, or one entry");
+    show->footer(kShowFormat);
+    CLI::Option* id = show->add_option("ID", arguments.selector.id, "entry to show");
+    CLI::Option* pem =
+        show->add_flag("--pem", arguments.wantsPem, "print the entry's certificates in PEM")
+            ->needs(id);
+    show->add_flag("--json", arguments.wantsJson, "answer in JSON")->excludes(pem);
+    AddSelector(*show, arguments.selector);
+    return {show, [&](std::ostream& output) {
+                WriteAnswer(Show(arguments), output);
+                return kDone;
+            }};
+}
+
+Command AddExport(CLI::App& app, Arguments& arguments) {
+    CLI::App& command = *app.add_subcommand(
+        "export", "Write certificates or public keys in PEM; a private key never leaves the store");
     command.footer(
         "Without ID everything is exported that there is. In a directory each entry has a file of "
         "its own, named STORE.KIND.ID.pem, or STORE.key.ID.public.pem for a public key.");
@@ -313,6 +356,52 @@ void AddExport(CLI::App& command, Arguments& arguments) {
         ->check(CLI::ExistingDirectory)
         ->excludes(file);
     command.add_flag("--force", arguments.mayReplace, "replace files that are there already");
+    return {&command, [&](std::ostream& output) {
+                Export(arguments, output);
+                return kDone;
+            }};
+}
+
+// The answer tells what matters; whoever wants more sets ARA_LOG_LEVEL.
+Command AddJudgement(CLI::App& app, const char* name, const char* description, Arguments& arguments,
+                     int (*judge)(const Arguments&, std::ostream&)) {
+    CLI::App* command = app.add_subcommand(name, description);
+    command->footer(kExitStatuses);
+    command->add_flag("--json", arguments.wantsJson, "answer in JSON");
+    command
+        ->add_option("--at", arguments.moment,
+                     "judge as of this moment, e.g. 2026-11-21T08:00:00Z, instead of now")
+        ->check([](const std::string& text) {
+            return ParseMoment(text).has_value()
+                       ? std::string()
+                       : "not a moment like 2026-11-21T08:00:00Z: " + text;
+        });
+    return {command, [&arguments, judge](std::ostream& output) { return judge(arguments, output); },
+            qel_logging::EQELLogLevel::kFatal};
+}
+
+Command AddVerify(CLI::App& app, Arguments& arguments) {
+    return AddJudgement(
+        app, "verify",
+        "Check each entry: private key, certificate, path and validity, one line each", arguments,
+        Verify);
+}
+
+Command AddStatus(CLI::App& app, Arguments& arguments) {
+    return AddJudgement(app, "status",
+                        "Tell in one line how the client certificate stands, and what the service "
+                        "will do about it",
+                        arguments, Status);
+}
+
+Command AddRemove(CLI::App& app, Arguments& arguments) {
+    CLI::App* remove = app.add_subcommand("remove", "Remove a key pair or certificate");
+    remove->add_option("ID", arguments.selector.id, "entry to remove")->required();
+    AddSelector(*remove, arguments.selector);
+    return {remove, [&](std::ostream&) {
+                Remove(arguments);
+                return kDone;
+            }};
 }
 
 }  // namespace
@@ -330,70 +419,24 @@ int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
                    "directory of the secure store (environment: ORV_CRYPTO_DIR)")
         ->capture_default_str();
 
-    CLI::App* init = app.add_subcommand("init", "Make the store, or what it lacks");
-    AddInitOptions(*init, arguments);
-    CLI::App* base = app.add_subcommand(
-        "base", std::string("Load the unit's base key and certificate chain as ") + kBaseId +
-                    "; the common name must be VIN:SUFFIX");
-    base->add_option("--key", arguments.keyFile, "PEM file with the private key (P-256)")
-        ->required();
-    base->add_option("--chain", arguments.chainFile,
-                     "PEM file with the certificates, the unit's first, then each one's issuer")
-        ->required();
-    CLI::App* root = app.add_subcommand(
-        "root", std::string("Load the root certificates of the product PKI as ") + kRootId);
-    root->add_option("FILE", arguments.rootFile, "PEM file")->required();
-    CLI::App* show = app.add_subcommand("show", "List the store, a part of it, or one entry");
-    show->footer(kShowFormat);
-    CLI::Option* shownId = show->add_option("ID", arguments.selector.id, "entry to show");
-    CLI::Option* showsPem =
-        show->add_flag("--pem", arguments.wantsPem, "print the entry's certificates in PEM")
-            ->needs(shownId);
-    show->add_flag("--json", arguments.wantsJson, "answer in JSON")->excludes(showsPem);
-    AddSelector(*show, arguments.selector);
-    CLI::App* exports = app.add_subcommand(
-        "export", "Write certificates or public keys in PEM; a private key never leaves the store");
-    AddExport(*exports, arguments);
-    CLI::App* verify = AddJudgement(
-        app, "verify",
-        "Check each entry: private key, certificate, path and validity, one line each", arguments);
-    CLI::App* status =
-        AddJudgement(app, "status",
-                     "Tell in one line how the client certificate stands, and what the service "
-                     "will do about it",
-                     arguments);
-    CLI::App* remove = app.add_subcommand("remove", "Remove a key pair or certificate");
-    remove->add_option("ID", arguments.selector.id, "entry to remove")->required();
-    AddSelector(*remove, arguments.selector);
+    // In the order of the help text.
+    const std::array<Command, 8> commands{
+        AddInit(app, arguments),   AddBase(app, arguments),   AddRoot(app, arguments),
+        AddShow(app, arguments),   AddExport(app, arguments), AddVerify(app, arguments),
+        AddStatus(app, arguments), AddRemove(app, arguments),
+    };
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error, output, errors);
     }
-    // The answer tells what matters; whoever wants more sets ARA_LOG_LEVEL.
-    qel_logging::QELLogging::InitLogging("PROV", verify->parsed() || status->parsed()
-                                                     ? qel_logging::EQELLogLevel::kFatal
-                                                     : qel_logging::EQELLogLevel::kWarning);
+    const auto& command =
+        *std::find_if(commands.begin(), commands.end(),
+                      [](const Command& candidate) { return candidate.app->parsed(); });
+    qel_logging::QELLogging::InitLogging("PROV", command.logLevel);
     try {
-        if (init->parsed()) {
-            Initialize(arguments, *init);
-        } else if (base->parsed()) {
-            LoadBase(arguments);
-        } else if (root->parsed()) {
-            LoadRoot(arguments);
-        } else if (show->parsed()) {
-            WriteAnswer(Show(arguments), output);
-        } else if (exports->parsed()) {
-            Export(arguments, output);
-        } else if (verify->parsed()) {
-            return Verify(arguments, output);
-        } else if (status->parsed()) {
-            return Status(arguments, output);
-        } else {
-            Remove(arguments);
-        }
-        return 0;
+        return command.run(output);
     } catch (const std::exception& error) {
         errors << "vintrel-provision: " << error.what() << std::endl;
         return 1;
