@@ -86,7 +86,7 @@ void ClampControlClient::Start() {
     try {
         mImpl->Connect();
     } catch (const std::exception& error) {
-        service_access::LogError(std::string("clamp control is out of reach: ") + error.what());
+        service_access::Log().Error(std::string("clamp control is out of reach: ") + error.what());
     }
 }
 

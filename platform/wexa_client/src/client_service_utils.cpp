@@ -18,7 +18,7 @@ std::shared_ptr<ClientServiceBase> ClientServiceUtils::CreateClientServiceBase(
 std::shared_ptr<lumo::LumoClientServices> ClientServiceUtils::CreateClientServices(
     const ClientServiceBase& base, const std::string& serviceName, const std::string& clientName) {
     base.websocketManagerFactory->addManager(serviceName);
-    service_access::LogInfo(serviceName + ": " + clientName);
+    service_access::Log().Info(serviceName + ": " + clientName);
     return std::make_shared<lumo::LumoClientServices>(base.serviceRegistry);
 }
 

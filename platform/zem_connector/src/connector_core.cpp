@@ -75,7 +75,7 @@ void ConnectorCore::Run() {
     const auto work = boost::asio::make_work_guard(mContext);
     mContext.run();
     if (!mRelays.empty()) {
-        LogWarning(std::to_string(mRelays.size()) + " protected connections end with the session");
+        Log().Warn(std::to_string(mRelays.size()) + " protected connections end with the session");
     }
     mRelays.clear();
     mAttempts.clear();
@@ -98,7 +98,7 @@ bool ConnectorCore::Deliver(const Callback& callback) {
     try {
         callback();
     } catch (const std::exception& exception) {
-        LogError(std::string("A callback threw: ") + exception.what());
+        Log().Error(std::string("A callback threw: ") + exception.what());
     }
     return true;
 }
@@ -108,14 +108,14 @@ bool ConnectorCore::Load() {
         std::vector<std::string> warnings;
         host::ParseConnectorFile(ReadFile(mPath, host::ConnectorFile::kMaxSize), mFile, warnings);
         for (const auto& warning : warnings) {
-            LogWarning(mPath + ": " + warning);
+            Log().Warn(mPath + ": " + warning);
         }
         for (const auto& operation : mFile.UnprotectedHttpsOperations()) {
-            LogWarning("The URL of " + operation + " says https, but its sockets are in clear");
+            Log().Warn("The URL of " + operation + " says https, but its sockets are in clear");
         }
         return true;
     } catch (const std::runtime_error& error) {
-        LogError(mPath + ": " + error.what() + "; the last good state stays");
+        Log().Error(mPath + ": " + error.what() + "; the last good state stays");
         return false;
     }
 }
@@ -255,9 +255,9 @@ void ConnectorCore::AnswerUrlQuery(int id) {
     result.result = kUrlFailed;
     const auto url = mFile.invocationUrls.find(query.operationId);
     if (mFile.sessionStatus != SessionStatus::kStarted) {
-        LogWarning("No session to get the URL of " + query.operationId);
+        Log().Warn("No session to get the URL of " + query.operationId);
     } else if (url == mFile.invocationUrls.end()) {
-        LogWarning("No URL for the operation " + query.operationId);
+        Log().Warn("No URL for the operation " + query.operationId);
     } else {
         result.result = 0;
         result.url = url->second;
@@ -278,7 +278,7 @@ bool ConnectorCore::Connect(std::string operationId, std::string host, unsigned 
         return false;
     }
     if (mAttemptCount >= kMaxAttempts || *mLookupCount >= kMaxAttempts) {
-        LogWarning("Too many socket attempts are under way");
+        Log().Warn("Too many socket attempts are under way");
         return false;
     }
     ++mAttemptCount;
@@ -372,7 +372,7 @@ void ConnectorCore::OnAttemptDone(int attemptId, const std::string& peer, Connec
         result = StartRelay(peer, std::move(result.stream));
     }
     if (result.status != host::kSocketConnected) {
-        LogWarning("Can't connect to " + peer + ": " + result.detail);
+        Log().Warn("Can't connect to " + peer + ": " + result.detail);
     }
     const bool delivered = Deliver([&] {
         callback->ZemSocketResult({result.status, result.descriptor});
@@ -394,7 +394,7 @@ ConnectionResult ConnectorCore::StartRelay(const std::string& peer,
         result.detail = std::generic_category().message(errno);
         return result;
     }
-    LogInfo("Connected to " + peer + " by " + stream->Version());
+    Log().Info("Connected to " + peer + " by " + stream->Version());
     TlsRelay::Client ours(mContext, boost::asio::local::stream_protocol(), ends[0]);
     const int id = mNextId++;
     const auto relay =

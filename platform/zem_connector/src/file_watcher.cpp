@@ -33,7 +33,7 @@ FileWatcher::~FileWatcher() {
 
 void FileWatcher::Start() {
     if (!Open()) {
-        LogWarning("Can't watch the directory " + mDirectory + ": " + std::strerror(errno));
+        Log().Warn("Can't watch the directory " + mDirectory + ": " + std::strerror(errno));
         RetryLater();
     }
 }
@@ -61,7 +61,7 @@ void FileWatcher::RetryLater() {
 
 void FileWatcher::OnReport(const posix::DirectoryWatch::Report& report) {
     if (!report.watching) {
-        LogWarning("The directory " + mDirectory + " is gone");
+        Log().Warn("The directory " + mDirectory + " is gone");
         RetryLater();
     }
     if (report.changed) {

@@ -1,12 +1,14 @@
 #pragma once
 
-#include <string>
+#include <ara_log_host/library_log.h>
 
 namespace zem_connector {
 
-/// One line each, led by the library's name, in its own context of the process's log. Any thread.
-void LogInfo(const std::string& text);
-void LogWarning(const std::string& text);
-void LogError(const std::string& text);
+/// The library's own lines, led by its name.
+inline const ara_log_host::LibraryLog& Log() {
+    static const ara_log_host::LibraryLog log("ZEMC", "Connector to the backend link",
+                                              "ZemConnector: ");
+    return log;
+}
 
 }  // namespace zem_connector

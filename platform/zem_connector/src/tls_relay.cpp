@@ -56,7 +56,7 @@ void TlsRelay::WritePeer() {
     } else if (Wants(result)) {
         WaitForPeer(result, &TlsRelay::WritePeer);
     } else {
-        LogWarning(mPeer + " takes no more: " + mStream->Detail());
+        Log().Warn(mPeer + " takes no more: " + mStream->Detail());
         PeerTakesNoMore();
     }
 }
@@ -91,7 +91,7 @@ void TlsRelay::ReadPeer() {
         mClient.shutdown(Client::shutdown_send, ignored);
         EndDirection(mDown);
     } else {
-        LogWarning("The stream from " + mPeer + " may lack its end: " + mStream->Detail());
+        Log().Warn("The stream from " + mPeer + " may lack its end: " + mStream->Detail());
         End();
     }
 }
@@ -121,7 +121,7 @@ void TlsRelay::OnClientGone() {
     mLingerTimer.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
         const auto self = weak.lock();
         if (self && !error && self->mEnded) {
-            LogWarning(self->mPeer + " did not take all that the client had sent");
+            Log().Warn(self->mPeer + " did not take all that the client had sent");
             self->End();
         }
     });

@@ -43,7 +43,7 @@ public:
 
     SessionStatus Start() {
         if (mStarted) {
-            LogError("Start() may be called only once");
+            Log().Error("Start() may be called only once");
             return SessionStatus::kRejected;
         }
         mStarted = true;

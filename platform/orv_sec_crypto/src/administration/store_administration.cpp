@@ -123,8 +123,8 @@ void PartFromLostStore(const std::string& directory) {
     if (token == nullptr || HasDatabase(directory)) {
         return;
     }
-    LogWarn(directory + ": the store is lost; its keys stay in the token, with the label '" +
-            token->label + "'");
+    Log().Warn(directory + ": the store is lost; its keys stay in the token, with the label '" +
+               token->label + "'");
     token->label = NewKeyLabel();
     SaveKeyStorage(directory, *storage);
 }

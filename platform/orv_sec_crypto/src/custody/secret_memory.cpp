@@ -23,11 +23,11 @@ constexpr const char* kCoreDumpsVariable = "ORV_CRYPTO_CORE_DUMPS";
 void KeepOutOfCoreDumps() {
     const char* wanted = std::getenv(kCoreDumpsVariable);
     if (wanted != nullptr && std::string(wanted) == "1") {
-        LogWarn(std::string(kCoreDumpsVariable) + " is set: a core dump may hold keys");
+        Log().Warn(std::string(kCoreDumpsVariable) + " is set: a core dump may hold keys");
         return;
     }
     if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
-        LogWarn("core dumps stay possible: " + std::generic_category().message(errno));
+        Log().Warn("core dumps stay possible: " + std::generic_category().message(errno));
     }
 }
 
@@ -39,7 +39,7 @@ SecretMemory::SecretMemory(std::size_t size) : mSize(size) {
     }
     mBytes = static_cast<std::uint8_t*>(page);
     if (::mlock(page, mSize) != 0) {
-        LogWarn("the wrapping key may be swapped: " + std::generic_category().message(errno));
+        Log().Warn("the wrapping key may be swapped: " + std::generic_category().message(errno));
     }
     ::madvise(page, mSize, MADV_DONTDUMP);
 }

@@ -146,7 +146,7 @@ void TokenCustody::Forget(const ByteVector& blob) {
     try {
         mToken->Destroy(ToId(blob));
     } catch (const CryptoError& error) {
-        LogWarn(std::string("a key pair without a row stays in the token: ") + error.what());
+        Log().Warn(std::string("a key pair without a row stays in the token: ") + error.what());
     }
 }
 
@@ -162,12 +162,12 @@ void TokenCustody::Sweep(const std::vector<ByteVector>& blobs) {
     const std::set<ByteVector> wanted(blobs.begin(), blobs.end());
     // Rows always have keys, so this is not the database that the token's keys were made for.
     if (!std::includes(keys.begin(), keys.end(), wanted.begin(), wanted.end())) {
-        LogWarn("the token lacks keys of this store, an old or copied one? None is destroyed");
+        Log().Warn("the token lacks keys of this store, an old or copied one? None is destroyed");
         return;
     }
     for (const ByteVector& key : keys) {
         if (wanted.count(key) == 0) {
-            LogInfo("destroying a key pair that an interrupted operation has left in the token");
+            Log().Info("destroying a key pair that an interrupted operation has left in the token");
             Forget(key);
         }
     }

@@ -29,10 +29,10 @@ bool IsOperatorsConcern(common::CryptoResultCode code) {
 void ReportError(const char* operation, const CryptoError& error) {
     const std::string line = std::string(operation) + ": " + error.what();
     if (IsOperatorsConcern(error.Code())) {
-        LogError(line);
+        Log().Error(line);
         return;
     }
-    LogDebug(line);
+    Log().Debug(line);
 }
 
 CryptoError SystemError(const std::string& path, const std::string& what) {

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <string>
+#include <ara_log_host/library_log.h>
 
-/// The library's own log lines, under the context "CRYP". No line ever holds key material.
 namespace orv::sec::crypto {
 
-void LogError(const std::string& text);
-void LogWarn(const std::string& text);
-void LogInfo(const std::string& text);
-void LogDebug(const std::string& text);
+/// The library's own lines. None ever holds key material.
+inline const ara_log_host::LibraryLog& Log() {
+    static const ara_log_host::LibraryLog log("CRYP", "Crypto library");
+    return log;
+}
 
 }  // namespace orv::sec::crypto

@@ -72,9 +72,9 @@ ECDSA_SIG* SignToNumbers(const unsigned char* digest, int size, const BIGNUM*, c
         return ToSignature((*signer)->SignDigest(digest, static_cast<std::size_t>(size))).release();
     } catch (const CryptoError& error) {
         tFailure = error;
-        LogError(error.what());
+        Log().Error(error.what());
     } catch (const std::exception& error) {
-        LogError(error.what());
+        Log().Error(error.what());
     }
     return nullptr;
 }

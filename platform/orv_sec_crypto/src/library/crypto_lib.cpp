@@ -42,7 +42,7 @@ void OpenStore(OpenLibrary& library, const std::string& directory) {
         auto database =
             std::make_shared<StoreDatabase>(directory, StoreDatabase::OpenMode::kCreateUnlessLost);
         if (!database->HasCustody()) {
-            LogWarn(directory + ": no wrapping key yet, no key pair can be made");
+            Log().Warn(directory + ": no wrapping key yet, no key pair can be made");
         }
         library.lock = std::move(lock);
         library.database = std::move(database);

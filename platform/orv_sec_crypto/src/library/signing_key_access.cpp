@@ -16,7 +16,7 @@ PrivateKey LoadPrivateKey(const store::ICryptoStore& store, const common::IKeyID
         }
         return PrivateKey(id.Database()->LoadPrivateKey(id.Entry()).release());
     } catch (const CryptoError& error) {
-        LogError(std::string("LoadPrivateKey: ") + error.what());
+        Log().Error(std::string("LoadPrivateKey: ") + error.what());
         return nullptr;
     }
 }

@@ -51,7 +51,7 @@ void CreateDatabaseFile(const std::string& directory) {
     const posix::UniqueFd file(
         ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (file.IsValid()) {
-        LogWarn(path + ": there was no store, an empty one is made");
+        Log().Warn(path + ": there was no store, an empty one is made");
         return;
     }
     if (errno != EEXIST) {

@@ -102,8 +102,8 @@ void UpgradeSchema(SqliteConnection& connection, const std::string& directory,
     connection.Execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
     transaction.Commit();
     if (version > 0) {
-        LogInfo(DatabasePath(directory) + ": upgraded from schema version " +
-                std::to_string(version) + " to " + std::to_string(kSchemaVersion));
+        Log().Info(DatabasePath(directory) + ": upgraded from schema version " +
+                   std::to_string(version) + " to " + std::to_string(kSchemaVersion));
     }
 }
 

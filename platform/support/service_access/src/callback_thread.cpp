@@ -17,9 +17,9 @@ void RunGuarded(const std::function<void()>& task) {
     try {
         task();
     } catch (const std::exception& error) {
-        LogError(std::string("exception out of a callback: ") + error.what());
+        Log().Error(std::string("exception out of a callback: ") + error.what());
     } catch (...) {
-        LogError("unknown exception out of a callback");
+        Log().Error("unknown exception out of a callback");
     }
 }
 

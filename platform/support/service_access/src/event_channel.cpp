@@ -87,7 +87,7 @@ void EventChannel::Opened(const StreamPtr& stream) {
     }
     stream->announced = !mUnsteady;
     if (stream->announced) {
-        LogInfo("connected to " + mConfig.socketPath);
+        Log().Info("connected to " + mConfig.socketPath);
     }
     stream->open = true;
     mListener.ChannelOpened();
@@ -105,7 +105,7 @@ void EventChannel::WaitUntilSteady(const StreamPtr& stream) {
             return;
         }
         if (!stream->announced) {
-            LogInfo("connected to " + mConfig.socketPath);
+            Log().Info("connected to " + mConfig.socketPath);
         }
         mUnsteady = false;
         mOutageLogged = false;
@@ -125,7 +125,7 @@ void EventChannel::Failed(const StreamPtr& stream, const ErrorCode& error) {
         return;
     }
     if (!mOutageLogged) {
-        LogWarning("no connection to " + mConfig.socketPath + ": " + error.message());
+        Log().Warn("no connection to " + mConfig.socketPath + ": " + error.message());
         mOutageLogged = true;
     }
     if (IsUnreadable(error)) {

@@ -177,7 +177,7 @@ void Server::Impl::RemoveSocketFile() const {
         return;
     }
     if (unlink(mSocketPath.c_str()) != 0) {
-        service_access::LogWarning("socket file " + mSocketPath + " could not be removed");
+        service_access::Log().Warn("socket file " + mSocketPath + " could not be removed");
     }
 }
 
@@ -247,7 +247,7 @@ void Server::Impl::WaitForClient() {
 void Server::Impl::Accept() {
     auto accepted = service_access::AcceptUnixSocket(mAcceptor->native_handle());
     if (accepted.Get() < 0 && errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
-        service_access::LogWarning("accept failed: " + std::generic_category().message(errno));
+        service_access::Log().Warn("accept failed: " + std::generic_category().message(errno));
         mAcceptRetry->expires_after(kAcceptRetry);
         mAcceptRetry->async_wait([this](const ErrorCode&) { WaitForClient(); });
         return;
@@ -263,7 +263,7 @@ void Server::Impl::Adopt(posix::UniqueFd accepted) {
     ErrorCode error;
     socket.assign(UnixProtocol(), accepted.Get(), error);
     if (error) {
-        service_access::LogWarning("a client is turned away: " + error.message());
+        service_access::Log().Warn("a client is turned away: " + error.message());
         return;
     }
     accepted.Release();

@@ -110,7 +110,7 @@ void ServiceDirectory::Notify(const std::string& service, const Notification& no
 }
 
 void ServiceDirectory::NotifyError(const std::string& text) {
-    LogWarning(text);
+    Log().Warn(text);
     for (const auto& [service, entries] : mObservers) {
         Notify(service, [text](const ServiceObserver& observer) {
             if (observer.error) {

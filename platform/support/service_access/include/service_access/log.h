@@ -1,12 +1,13 @@
 #pragma once
 
-#include <string>
+#include <ara_log_host/library_log.h>
 
 namespace service_access {
 
-/// The log of the service access layer, under the platform log context "WEXA". Any thread.
-void LogInfo(const std::string& text);
-void LogWarning(const std::string& text);
-void LogError(const std::string& text);
+/// The lines of the service access layer.
+inline const ara_log_host::LibraryLog& Log() {
+    static const ara_log_host::LibraryLog log("WEXA", "Service access layer");
+    return log;
+}
 
 }  // namespace service_access

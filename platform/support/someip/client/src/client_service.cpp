@@ -67,7 +67,7 @@ void ClientService::Add(const std::shared_ptr<EventSubscriber>& subscriber, Time
     if (const auto eventgroup = EventgroupOf(subscriber->event)) {
         mRequired->Subscribe(*eventgroup, now);
     } else {
-        LogWarn("event " + subscriber->event + " of " + mName + " is not deployed");
+        Log().Warn("event " + subscriber->event + " of " + mName + " is not deployed");
     }
 }
 
@@ -137,14 +137,14 @@ std::optional<Endpoint> ClientService::EventEndpoint(const Endpoint& provider) {
             },
             [weak](const std::string& problem) {
                 if (const auto self = weak.lock()) {
-                    LogWarn(self->mName + ": receiving failed: " + problem);
+                    Log().Warn(self->mName + ": receiving failed: " + problem);
                     self->CloseEventSocket();
                 }
             });
         mEventPeer = provider;
         return mEventSocket->Local();
     } catch (const std::exception& exception) {
-        LogWarn("no way to " + mName + ": " + exception.what());
+        Log().Warn("no way to " + mName + ": " + exception.what());
         return std::nullopt;
     }
 }
@@ -168,11 +168,11 @@ void ClientService::AvailabilityChanged(bool available) {
 }
 
 void ClientService::OfferLapsed() {
-    LogWarn(mName + " is no longer offered");
+    Log().Warn(mName + " is no longer offered");
 }
 
 void ClientService::SubscriptionRefused(std::uint16_t eventgroup) {
-    LogWarn(mName + " refuses the subscription to eventgroup " + std::to_string(eventgroup));
+    Log().Warn(mName + " refuses the subscription to eventgroup " + std::to_string(eventgroup));
 }
 
 void ClientService::TellWatchers() {

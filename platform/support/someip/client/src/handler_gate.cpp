@@ -18,7 +18,7 @@ void HandlerGate::Run(const std::function<void()>& handler) {
     try {
         handler();
     } catch (const std::exception& exception) {
-        LogError(std::string("handler failed: ") + exception.what());
+        Log().Error(std::string("handler failed: ") + exception.what());
     }
     Leave();
 }

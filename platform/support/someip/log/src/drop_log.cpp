@@ -15,8 +15,8 @@ void DropLog::Dropped(const std::string& problem, std::chrono::steady_clock::tim
     }
     if (mLines < kLinesPerWindow) {
         ++mLines;
-        LogWarn("message " + mSource + " dropped: " + problem + " (" + std::to_string(count) +
-                " so far)");
+        Log().Warn("message " + mSource + " dropped: " + problem + " (" + std::to_string(count) +
+                   " so far)");
     }
 }
 

@@ -139,7 +139,7 @@ private:
             [this](const std::uint8_t* data, std::size_t size, const Endpoint& sender) {
                 Receive(data, size, sender);
             },
-            [this](const std::string& problem) { LogWarn(mService.name + ": " + problem); });
+            [this](const std::string& problem) { Log().Warn(mService.name + ": " + problem); });
         mProvided.emplace(static_cast<ProvidedService::Environment&>(*this), mService,
                           mDeployment.network.timing, mSocket->Local());
     }

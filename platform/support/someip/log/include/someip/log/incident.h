@@ -2,11 +2,15 @@
 
 #include <string>
 
+#include <ara_log_host/library_log.h>
+
 namespace someip {
 
-/// Lines of the middleware's own log (context id "COM"). Any thread.
-void LogError(const std::string& text);
-void LogWarn(const std::string& text);
+/// The middleware's own lines.
+inline const ara_log_host::LibraryLog& Log() {
+    static const ara_log_host::LibraryLog log("COM", "Communication middleware");
+    return log;
+}
 
 /// An incident, as one line of JSON text at error level: its type, the service and the event that
 /// it concerns, and what happened.

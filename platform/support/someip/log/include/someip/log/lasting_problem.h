@@ -12,7 +12,7 @@ public:
     void Report(const std::string& text) {
         if (text != mText) {
             mText = text;
-            LogWarn(text);
+            Log().Warn(text);
         }
     }
 
