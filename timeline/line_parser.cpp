@@ -5,6 +5,8 @@
 #include <charconv>
 #include <utility>
 
+#include "timeline/text_fields.h"
+
 namespace timeline {
 
 namespace {
@@ -14,9 +16,6 @@ using std::string_view;
 constexpr string_view kContinuationIndent = "    ";
 constexpr string_view kBootRemark = "-- Boot ";
 constexpr string_view kRebootRemark = "-- Reboot --";
-constexpr std::int64_t kSecondsPerDay = 86400;
-constexpr std::int64_t kSecondsPerHour = 3600;
-constexpr std::int64_t kSecondsPerMinute = 60;
 
 struct SeverityName {
     /// As wide as the console writes it.
@@ -33,123 +32,6 @@ constexpr std::array<SeverityName, 6> kSeverities{{{"info   ", "info", Severity:
                                                    {"fatal  ", "fatal", Severity::kFatal}}};
 constexpr std::size_t kSeverityWidth = 7;
 constexpr std::size_t kDltIdWidth = 4;
-
-bool StartsWith(string_view text, string_view start) {
-    return text.substr(0, start.size()) == start;
-}
-
-bool Take(string_view& rest, string_view start) {
-    if (!StartsWith(rest, start)) {
-        return false;
-    }
-    rest.remove_prefix(start.size());
-    return true;
-}
-
-bool IsDigit(char character) {
-    return character >= '0' && character <= '9';
-}
-
-/// Takes exactly `width` digits.
-bool TakeNumber(string_view& rest, std::size_t width, int& number) {
-    if (rest.size() < width || !std::all_of(rest.begin(), rest.begin() + width, IsDigit)) {
-        return false;
-    }
-    std::from_chars(rest.data(), rest.data() + width, number);
-    rest.remove_prefix(width);
-    return true;
-}
-
-/// Takes a word and the blanks behind it; empty at the end.
-string_view TakeWord(string_view& rest) {
-    const string_view word = rest.substr(0, rest.find(' '));
-    rest.remove_prefix(word.size());
-    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    return word;
-}
-
-/// Takes "." and digits, if they stand there, as milliseconds.
-int TakeFraction(string_view& rest) {
-    if (rest.size() < 2 || rest[0] != '.' || !IsDigit(rest[1])) {
-        return 0;
-    }
-    rest.remove_prefix(1);
-    int milliseconds = 0;
-    int weight = 100;
-    while (!rest.empty() && IsDigit(rest.front())) {
-        milliseconds += (rest.front() - '0') * weight;
-        weight /= 10;
-        rest.remove_prefix(1);
-    }
-    return milliseconds;
-}
-
-/// Days since 1970-01-01 of a date in the proleptic Gregorian calendar.
-std::int64_t DaysSinceEpoch(std::int64_t year, int month, int day) {
-    const std::int64_t shifted = year - (month <= 2 ? 1 : 0);
-    const std::int64_t era = (shifted >= 0 ? shifted : shifted - 399) / 400;
-    const std::int64_t yearOfEra = shifted - era * 400;
-    const std::int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + dayOfEra - 719468;
-}
-
-bool IsDate(int month, int day) {
-    return month >= 1 && month <= 12 && day >= 1 && day <= 31;
-}
-
-/// Takes "YYYY-MM-DD" with the given separator; days since the epoch.
-bool TakeDate(string_view& rest, string_view separator, std::int64_t& days) {
-    int year = 0;
-    int month = 0;
-    int day = 0;
-    if (!TakeNumber(rest, 4, year) || !Take(rest, separator) || !TakeNumber(rest, 2, month) ||
-        !Take(rest, separator) || !TakeNumber(rest, 2, day) || !IsDate(month, day)) {
-        return false;
-    }
-    days = DaysSinceEpoch(year, month, day);
-    return true;
-}
-
-/// Takes "HH:MM:SS"; seconds of the day.
-bool TakeClock(string_view& rest, std::int64_t& seconds) {
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    if (!TakeNumber(rest, 2, hour) || !Take(rest, ":") || !TakeNumber(rest, 2, minute) ||
-        !Take(rest, ":") || !TakeNumber(rest, 2, second) || hour > 23 || minute > 59 ||
-        second > 60) {
-        return false;
-    }
-    seconds = hour * kSecondsPerHour + minute * kSecondsPerMinute + second;
-    return true;
-}
-
-/// Takes "Z", "+hhmm" or "+hh:mm"; seconds to take off the wall clock for UTC.
-bool TakeZone(string_view& rest, std::int64_t& offset) {
-    if (Take(rest, "Z")) {
-        offset = 0;
-        return true;
-    }
-    const bool west = StartsWith(rest, "-");
-    int hours = 0;
-    int minutes = 0;
-    if ((!Take(rest, "+") && !Take(rest, "-")) || !TakeNumber(rest, 2, hours)) {
-        return false;
-    }
-    Take(rest, ":");
-    if (!TakeNumber(rest, 2, minutes)) {
-        return false;
-    }
-    offset = (hours * kSecondsPerHour + minutes * kSecondsPerMinute) * (west ? -1 : 1);
-    return true;
-}
-
-int MonthByName(string_view name) {
-    static constexpr string_view kNames = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    const std::size_t index = name.size() == 3 ? kNames.find(name) : string_view::npos;
-    return index == string_view::npos || index % 3 != 0 ? 0 : static_cast<int>(index / 3) + 1;
-}
 
 /// Takes "[  123.456789] ".
 bool TakeMonotonicTime(string_view& rest, LogLine& entry) {
@@ -200,6 +82,45 @@ bool TakeSeverity(string_view& rest, Severity& severity) {
         }
     }
     return false;
+}
+
+/// What stands before a DLT entry's text.
+struct DltHeader {
+    std::int64_t wallSeconds{0};
+    int milliseconds{0};
+    string_view application;
+    string_view type;
+    string_view subtype;
+};
+
+/// Takes "74 2026/11/21 17:02:03.009000 100074 074 ECU1 VT-- MAIN log info ", where the first
+/// number may be missing.
+bool TakeDltHeader(string_view& rest, DltHeader& header) {
+    string_view probe = rest;
+    std::int64_t days = 0;
+    std::int64_t seconds = 0;
+    if (!TakeDate(probe, "/", days)) {
+        probe = rest;
+        const string_view index = TakeWord(probe);
+        if (!std::all_of(index.begin(), index.end(), IsDigit) || !TakeDate(probe, "/", days)) {
+            return false;
+        }
+    }
+    if (!Take(probe, " ") || !TakeClock(probe, seconds)) {
+        return false;
+    }
+    header.wallSeconds = days * kSecondsPerDay + seconds;
+    header.milliseconds = TakeFraction(probe);
+    probe.remove_prefix(std::min(probe.find_first_not_of(' '), probe.size()));
+    TakeWord(probe);  // time since the start of the ECU
+    TakeWord(probe);  // counter
+    TakeWord(probe);  // ECU
+    header.application = TakeWord(probe);
+    TakeWord(probe);  // context
+    header.type = TakeWord(probe);
+    header.subtype = TakeWord(probe);
+    rest = probe;
+    return true;
 }
 
 /// True for what a cut leaves of a console line's time: digits and separators where they belong.
@@ -368,42 +289,26 @@ bool LineParser::TakeShortTime(string_view& rest, LogLine& entry) {
 
 bool LineParser::ParseDlt(string_view line, LogLine& entry) {
     string_view rest = line;
-    std::int64_t days = 0;
-    std::int64_t seconds = 0;
-    if (!TakeDate(rest, "/", days)) {
-        rest = line;
-        const string_view index = TakeWord(rest);
-        if (!std::all_of(index.begin(), index.end(), IsDigit) || !TakeDate(rest, "/", days)) {
-            return false;
-        }
-    }
-    if (!Take(rest, " ") || !TakeClock(rest, seconds)) {
+    DltHeader header;
+    if (!TakeDltHeader(rest, header)) {
         return false;
     }
-    const int milliseconds = TakeFraction(rest);
-    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    TakeWord(rest);  // time since the start of the ECU
-    TakeWord(rest);  // counter
-    TakeWord(rest);  // ECU
-    const string_view application = TakeWord(rest);
-    TakeWord(rest);  // context
-    const string_view type = TakeWord(rest);
-    const string_view subtype = TakeWord(rest);
-    if (application != mIdInDlt || type != "log") {
-        entry.kind = StartsWith(mIdInDlt, application) && rest.empty() ? LineKind::kTruncated
-                                                                       : LineKind::kForeign;
+    if (header.application != mIdInDlt || header.type != "log") {
+        const bool cut = StartsWith(mIdInDlt, header.application) && rest.empty();
+        entry.kind = cut ? LineKind::kTruncated : LineKind::kForeign;
         return true;
     }
     const std::size_t bracket = rest.find('[');
-    const auto* const name = std::find_if(kSeverities.begin(), kSeverities.end(),
-                                          [&](const SeverityName& n) { return n.name == subtype; });
+    const auto* const name =
+        std::find_if(kSeverities.begin(), kSeverities.end(),
+                     [&](const SeverityName& n) { return n.name == header.subtype; });
     if (bracket == string_view::npos || name == kSeverities.end()) {
         entry.kind = LineKind::kTruncated;
         return true;
     }
     entry.kind = LineKind::kEntry;
     entry.base = TimeBase::kWall;
-    entry.time = ZonedToUtc(days * kSecondsPerDay + seconds) * 1000 + milliseconds;
+    entry.time = ZonedToUtc(header.wallSeconds) * 1000 + header.milliseconds;
     entry.severity = name->severity;
     entry.text = rest.substr(bracket + 1);
     mInDltText = entry.text.empty() || entry.text.back() != ']';

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "timeline/text_fields.h"
+
 namespace timeline {
 
 namespace {
@@ -50,10 +52,6 @@ constexpr std::array<string_view, 12> kExchangeFailures{"",
 constexpr std::uint32_t kRefused = 9;
 /// What the log says of an answer whose status line is no HTTP.
 constexpr std::uint32_t kUnknownHttpStatus = 255;
-
-bool StartsWith(string_view text, string_view start) {
-    return text.substr(0, start.size()) == start;
-}
 
 bool EndsWith(string_view text, string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
