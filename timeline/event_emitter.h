@@ -22,7 +22,7 @@ inline constexpr const char* kReasonLane = "Activation reason";
 struct OpenPass : Pass {
     /// What the current attempt fails by, if it fails.
     std::string cause;
-    /// What the check of the stored certificate said.
+    /// The finding of the check of the stored certificate.
     std::string why;
     std::string httpStatus;
     /// The next query for the VIN begins another attempt.

@@ -10,7 +10,7 @@ namespace timeline {
 namespace {
 
 constexpr int kFailedStatus = 1;
-constexpr int kUntoldStatus = 3;
+constexpr int kUnknownStatus = 3;
 
 std::string CountText(const std::vector<std::pair<std::string, std::uint32_t>>& kinds) {
     std::string text;
@@ -118,10 +118,10 @@ int ExitStatus(const LogInterpreter& interpreter) {
     if (pass != nullptr && IsBad(pass->outcome)) {
         return kFailedStatus;
     }
-    const bool untold = pass == nullptr ? interpreter.GetCounts().detailed == 0
-                                        : pass->outcome == PassOutcome::kRunning ||
-                                              pass->outcome == PassOutcome::kUnknown;
-    return untold ? kUntoldStatus : 0;
+    const bool unknown = pass == nullptr ? interpreter.GetCounts().detailed == 0
+                                         : pass->outcome == PassOutcome::kRunning ||
+                                               pass->outcome == PassOutcome::kUnknown;
+    return unknown ? kUnknownStatus : 0;
 }
 
 std::vector<std::string> Notes(const LogInterpreter& interpreter) {

@@ -11,9 +11,11 @@
 namespace timeline {
 
 /// Prints a log as text: each pass in a line, between them the starts and ends of the service and
-/// the jumps of its clock, and how much of what there was.
+/// the jumps of its clock, at the end the sums. A failed write shows in the stream's state. Belongs
+/// to one thread.
 class ExplainPrinter {
 public:
+    /// The stream must outlive it.
     explicit ExplainPrinter(std::ostream& output) : mOutput(output) {}
 
     void Print(const Event& event);
@@ -29,13 +31,14 @@ private:
     std::map<PassOutcome, std::uint64_t> mOutcomes;
 };
 
-/// 0: the last pass did not fail. 1: it failed or was cut off. 3: the log does not tell.
+/// The exit status of `vintrel-timeline --explain`: 0 if the last pass did not fail, 1 if it failed
+/// or was cut off, 3 if its outcome is not in the log.
 int ExitStatus(const LogInterpreter& interpreter);
 
-/// What the reader of the result must know about the log, a sentence each.
+/// Limits of the log that a reader of the result has to know, a sentence each; none if it has none.
 std::vector<std::string> Notes(const LogInterpreter& interpreter);
 
-/// "3.012 s", "15 min 4 s", "2 d 3 h".
+/// "3.012 s", "15 min 4 s", "2 d 3 h"; for no negative length.
 std::string DurationText(std::int64_t milliseconds);
 
 }  // namespace timeline

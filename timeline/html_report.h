@@ -7,7 +7,9 @@
 
 namespace timeline {
 
-/// The lanes' ES module (report/lanes.js): draws what `TimelineStore::ToJson` and events say.
+// Any thread may call these functions.
+
+/// The lanes' ES module (report/lanes.js): draws the JSON of `TimelineStore` and of events.
 std::string_view LanesScript();
 /// The lanes' style (report/lanes.css), for light and dark.
 std::string_view LanesStyle();
@@ -16,9 +18,10 @@ std::string_view LanesStyle();
 /// holds. Bytes that are no UTF-8 become U+FFFD.
 std::string JsonForHtml(const nlohmann::json& json);
 
-/// One file with everything in it, which needs neither a network nor a server.
+/// The report as one HTML file, which needs neither a network nor a server.
 /// @param title what the report is about, as text
-/// @param data  members of `TimelineStore::ToJson`, "counts", "notes"
+/// @param data  members of `TimelineStore::ToJson`, "counts" (`LineCounts`) and "notes" (of
+/// `Notes`)
 std::string HtmlReport(std::string_view title, const nlohmann::json& data);
 
 }  // namespace timeline

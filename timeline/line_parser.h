@@ -17,7 +17,8 @@ namespace timeline {
 /// - `journalctl -o cat`, which has no times
 /// - DLT as `dlt-convert -a` and `dlt-receive -a` print it
 ///
-/// The forms may change from line to line. Has neither a clock nor a time zone of its own.
+/// The forms may change from line to line. Has neither a clock nor a time zone of its own, and
+/// no line makes it fail. Belongs to one thread.
 class LineParser {
 public:
     /// Bytes of a line that are looked at; the longest line of the service is far shorter.
@@ -30,7 +31,7 @@ public:
         /// Seconds since the epoch that the log ends at or before; decides on the year where the
         /// lines have none. A log of that form is taken to be no longer than a year.
         std::int64_t notAfter{0};
-        /// What the service is called in the log; DLT shows four characters of it.
+        /// The application id of the service in the log; DLT shows four characters of it.
         std::string applicationId{"VT"};
     };
 

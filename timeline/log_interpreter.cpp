@@ -77,8 +77,8 @@ void LogInterpreter::FollowBoot() {
     mProcessId = 0;
 }
 
-/// A new process ends the pass of the one before, at the last that was seen of it: what its own
-/// clock shows may be far off.
+/// A new process ends the pass of the one before, at that one's last line: the clock of the new one
+/// may be far off.
 void LogInterpreter::FollowProcess(const LogLine& entry) {
     const bool constructed = entry.text == kFirstEntry;
     const bool another = entry.processId != 0 && mProcessId != 0 && entry.processId != mProcessId;

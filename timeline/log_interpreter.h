@@ -13,9 +13,9 @@
 
 namespace timeline {
 
-/// Makes events out of the lines of a log, as they come: the states of each machine, what
-/// triggered, what was decided, waits, passes. Needs a bounded memory, however long the log is, and
-/// believes nothing that it reads to be well-formed or complete; no line makes it fail.
+/// Makes events of the lines of a log, line by line: states of each machine, triggers, decisions,
+/// waits, passes. Its memory is bounded, however long the log is. Input is untrusted: no line has
+/// to be well-formed, none makes it fail.
 ///
 /// The order is that of the lines. Belongs to one thread; the receiver is called on it, during
 /// `Consume` and `Finish`.

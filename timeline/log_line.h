@@ -15,9 +15,9 @@ enum class LineKind : std::uint8_t {
     kTruncated,
     /// Two entries that were written into one line.
     kInterleaved,
-    /// Of another program, or of nobody.
+    /// Neither of the service nor a remark of the journal.
     kForeign,
-    /// The journal's own remark that the machine was started anew.
+    /// The journal's own remark that the machine was restarted.
     kBoot
 };
 
@@ -48,9 +48,9 @@ struct LogLine {
     Severity severity{Severity::kInfo};
     /// Milliseconds on `base`.
     std::int64_t time{0};
-    /// Of the process that wrote it; 0 if the line does not say.
+    /// Of the process that wrote it; 0 if the line has none.
     std::uint32_t processId{0};
-    /// What the service wrote; lies in the bytes that were given to the parser.
+    /// The entry's text, in the bytes that were given to the parser.
     std::string_view text;
 };
 

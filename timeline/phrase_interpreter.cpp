@@ -50,7 +50,7 @@ constexpr std::array<string_view, 12> kExchangeFailures{"",
                                                         "empty answer",
                                                         "answer of an unknown type"};
 constexpr std::uint32_t kRefused = 9;
-/// What the log says of an answer whose status line is no HTTP.
+/// The log's number for an answer whose status line is not HTTP.
 constexpr std::uint32_t kUnknownHttpStatus = 255;
 
 bool EndsWith(string_view text, string_view end) {
@@ -98,8 +98,8 @@ std::string Limited(string_view text) {
 
 struct PhraseInterpreter::Phrase {
     string_view start;
-    void (PhraseInterpreter::*act)(string_view rest, string_view says);
-    string_view says;
+    void (PhraseInterpreter::*act)(string_view rest, string_view label);
+    string_view label;
 };
 
 /// The first phrase that a text begins with counts.
@@ -194,7 +194,7 @@ bool PhraseInterpreter::Interpret(string_view text) {
     if (phrase == Table::kPhrases.end()) {
         return false;
     }
-    (this->*phrase->act)(text.substr(phrase->start.size()), phrase->says);
+    (this->*phrase->act)(text.substr(phrase->start.size()), phrase->label);
     return true;
 }
 
@@ -213,88 +213,88 @@ void PhraseInterpreter::NoteWaitFor(string_view what) {
     CountKind(mEvents.CurrentPass().waits, std::string(what));
 }
 
-void PhraseInterpreter::OnProcessEnd(string_view /*rest*/, string_view says) {
+void PhraseInterpreter::OnProcessEnd(string_view /*rest*/, string_view label) {
     mEvents.CutPass("the service ended");
     mEvents.ClearLanes();
-    mEvents.MarkProcess(std::string(says));
+    mEvents.MarkProcess(std::string(label));
 }
 
-void PhraseInterpreter::OnMachineEnd(string_view /*rest*/, string_view says) {
-    if (!says.empty()) {
-        mEvents.MarkProcess(std::string(says));
+void PhraseInterpreter::OnMachineEnd(string_view /*rest*/, string_view label) {
+    if (!label.empty()) {
+        mEvents.MarkProcess(std::string(label));
     }
-    mEvents.CutPass(says.empty() ? "the client machine ended" : says);
+    mEvents.CutPass(label.empty() ? "the client machine ended" : label);
 }
 
-void PhraseInterpreter::OnTrigger(string_view /*rest*/, string_view says) {
-    mEvents.BeginPass(says, true);
-    mEvents.Mark(Tone::kTrigger, "triggered by " + std::string(says));
+void PhraseInterpreter::OnTrigger(string_view /*rest*/, string_view label) {
+    mEvents.BeginPass(label, true);
+    mEvents.Mark(Tone::kTrigger, "triggered by " + std::string(label));
 }
 
-void PhraseInterpreter::OnAlert(string_view rest, string_view says) {
+void PhraseInterpreter::OnAlert(string_view rest, string_view label) {
     constexpr string_view kDuringPass = ", TLS alert meanwhile";
     const std::size_t code = rest.rfind(", code ");
     const string_view behind = code == string_view::npos ? string_view{} : rest.substr(code);
-    mEvents.Mark(Tone::kTrigger, std::string(says) + Limited(behind));
+    mEvents.Mark(Tone::kTrigger, std::string(label) + Limited(behind));
     OpenPass* const pass = mEvents.FindPass();
     if (pass != nullptr && !EndsWith(pass->trigger, kDuringPass)) {
         pass->trigger += kDuringPass;
     }
 }
 
-void PhraseInterpreter::OnWaitingForTrigger(string_view /*rest*/, string_view /*says*/) {
+void PhraseInterpreter::OnWaitingForTrigger(string_view /*rest*/, string_view /*label*/) {
     mEvents.ClosePass();
 }
 
-void PhraseInterpreter::OnLaneValue(string_view rest, string_view says) {
+void PhraseInterpreter::OnLaneValue(string_view rest, string_view label) {
     if (IsName(rest)) {
-        mEvents.SetLane(std::string(says), std::string(rest));
+        mEvents.SetLane(std::string(label), std::string(rest));
     }
 }
 
-void PhraseInterpreter::OnSwitch(string_view rest, string_view says) {
+void PhraseInterpreter::OnSwitch(string_view rest, string_view label) {
     if (rest == "0" || rest == "1") {
-        mEvents.SetLane(std::string(says), rest == "1" ? "on" : "off");
+        mEvents.SetLane(std::string(label), rest == "1" ? "on" : "off");
     }
 }
 
-void PhraseInterpreter::OnMark(string_view /*rest*/, string_view says) {
-    mEvents.Mark(Tone::kPlain, std::string(says));
+void PhraseInterpreter::OnMark(string_view /*rest*/, string_view label) {
+    mEvents.Mark(Tone::kPlain, std::string(label));
 }
 
-void PhraseInterpreter::OnBadMark(string_view /*rest*/, string_view says) {
-    mEvents.Mark(Tone::kBad, std::string(says));
+void PhraseInterpreter::OnBadMark(string_view /*rest*/, string_view label) {
+    mEvents.Mark(Tone::kBad, std::string(label));
 }
 
-void PhraseInterpreter::OnHold(string_view /*rest*/, string_view says) {
-    NoteWaitFor(says);
-    mEvents.Mark(Tone::kPlain, "waits for: " + std::string(says));
+void PhraseInterpreter::OnHold(string_view /*rest*/, string_view label) {
+    NoteWaitFor(label);
+    mEvents.Mark(Tone::kPlain, "waits for: " + std::string(label));
 }
 
-void PhraseInterpreter::OnClockNotSet(string_view /*rest*/, string_view says) {
+void PhraseInterpreter::OnClockNotSet(string_view /*rest*/, string_view label) {
     NoteWaitFor("set clock");
-    mEvents.Wait(10000, std::string(says) + ", asked again in 10 s");
+    mEvents.Wait(10000, std::string(label) + ", asked again in 10 s");
 }
 
-void PhraseInterpreter::OnEcuMissing(string_view /*rest*/, string_view says) {
-    NoteWaitFor(says);
-    mEvents.Wait(10000, std::string(says) + " missing, asked again in 10 s");
+void PhraseInterpreter::OnEcuMissing(string_view /*rest*/, string_view label) {
+    NoteWaitFor(label);
+    mEvents.Wait(10000, std::string(label) + " missing, asked again in 10 s");
 }
 
-void PhraseInterpreter::OnVinQuery(string_view /*rest*/, string_view /*says*/) {
+void PhraseInterpreter::OnVinQuery(string_view /*rest*/, string_view /*label*/) {
     OpenPass& pass = mEvents.CurrentPass();
     if (std::exchange(pass.retryPending, false)) {
         ++pass.attempts;
     }
 }
 
-void PhraseInterpreter::OnWhy(string_view /*rest*/, string_view says) {
+void PhraseInterpreter::OnWhy(string_view /*rest*/, string_view label) {
     if (OpenPass* const pass = mEvents.FindPass()) {
-        pass->why = says;
+        pass->why = label;
     }
 }
 
-void PhraseInterpreter::OnNoUpdate(string_view /*rest*/, string_view /*says*/) {
+void PhraseInterpreter::OnNoUpdate(string_view /*rest*/, string_view /*label*/) {
     OpenPass& pass = mEvents.CurrentPass();
     pass.outcome = PassOutcome::kNoUpdateNeeded;
     if (pass.decision.empty()) {
@@ -303,7 +303,7 @@ void PhraseInterpreter::OnNoUpdate(string_view /*rest*/, string_view /*says*/) {
     mEvents.Mark(Tone::kGood, "no update needed");
 }
 
-void PhraseInterpreter::OnReason(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnReason(string_view rest, string_view /*label*/) {
     const auto* const reason = std::find_if(kReasons.begin(), kReasons.end(),
                                             [&](const ReasonText& r) { return r.name == rest; });
     if (reason == kReasons.end()) {
@@ -318,12 +318,12 @@ void PhraseInterpreter::OnReason(string_view rest, string_view /*says*/) {
     mEvents.SetLane(kReasonLane, text);
 }
 
-void PhraseInterpreter::OnCause(string_view /*rest*/, string_view says) {
-    mEvents.CurrentPass().cause = says;
-    mEvents.Mark(Tone::kBad, std::string(says));
+void PhraseInterpreter::OnCause(string_view /*rest*/, string_view label) {
+    mEvents.CurrentPass().cause = label;
+    mEvents.Mark(Tone::kBad, std::string(label));
 }
 
-void PhraseInterpreter::OnHttpStatus(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnHttpStatus(string_view rest, string_view /*label*/) {
     // Numbers beyond these stand for an answer without a readable status.
     constexpr std::uint32_t kLeastStatus = 100;
     constexpr std::uint32_t kGreatestStatus = 599;
@@ -335,7 +335,7 @@ void PhraseInterpreter::OnHttpStatus(string_view rest, string_view /*says*/) {
     pass.cause = std::string(kExchangeFailures[kRefused]) + " (" + pass.httpStatus + ")";
 }
 
-void PhraseInterpreter::OnBackendResponse(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnBackendResponse(string_view rest, string_view /*label*/) {
     std::uint32_t code = 0;
     if (!LeadingNumber(rest, code)) {
         return;
@@ -355,24 +355,24 @@ void PhraseInterpreter::OnBackendResponse(string_view rest, string_view /*says*/
     mEvents.Mark(Tone::kBad, pass.cause);
 }
 
-void PhraseInterpreter::OnFailure(string_view /*rest*/, string_view says) {
-    mEvents.Mark(Tone::kBad, std::string(says));
-    Fail(std::string(says));
+void PhraseInterpreter::OnFailure(string_view /*rest*/, string_view label) {
+    mEvents.Mark(Tone::kBad, std::string(label));
+    Fail(std::string(label));
 }
 
-void PhraseInterpreter::OnVinsDiffer(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnVinsDiffer(string_view rest, string_view /*label*/) {
     const std::string text =
         "VINs differ: immobilizer (" + Limited(rest.substr(0, rest.rfind(" do not match!")));
     mEvents.Mark(Tone::kBad, text);
     Fail(text);
 }
 
-void PhraseInterpreter::OnUnexpectedEvent(string_view /*rest*/, string_view says) {
-    mEvents.MarkProcess("client machine ends: " + std::string(says));
-    mEvents.CutPass(says);
+void PhraseInterpreter::OnUnexpectedEvent(string_view /*rest*/, string_view label) {
+    mEvents.MarkProcess("client machine ends: " + std::string(label));
+    mEvents.CutPass(label);
 }
 
-void PhraseInterpreter::OnRetry(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnRetry(string_view rest, string_view /*label*/) {
     std::uint32_t seconds = 0;
     if (!LeadingNumber(rest, seconds)) {
         return;
@@ -387,11 +387,11 @@ void PhraseInterpreter::OnRetry(string_view rest, string_view /*says*/) {
     mEvents.Wait(std::int64_t{seconds} * 1000, which + " in " + std::to_string(seconds) + " s");
 }
 
-void PhraseInterpreter::OnRetryLimit(string_view /*rest*/, string_view /*says*/) {
+void PhraseInterpreter::OnRetryLimit(string_view /*rest*/, string_view /*label*/) {
     mEvents.CurrentPass().retryLimit = true;
 }
 
-void PhraseInterpreter::OnValidationDelay(string_view rest, string_view /*says*/) {
+void PhraseInterpreter::OnValidationDelay(string_view rest, string_view /*label*/) {
     std::uint32_t seconds = 0;
     if (LeadingNumber(rest, seconds)) {
         mEvents.Wait(std::int64_t{seconds} * 1000,
@@ -399,27 +399,27 @@ void PhraseInterpreter::OnValidationDelay(string_view rest, string_view /*says*/
     }
 }
 
-void PhraseInterpreter::OnUpdated(string_view /*rest*/, string_view says) {
+void PhraseInterpreter::OnUpdated(string_view /*rest*/, string_view label) {
     mEvents.CurrentPass().outcome = PassOutcome::kStored;
-    mEvents.Mark(Tone::kGood, std::string(says));
+    mEvents.Mark(Tone::kGood, std::string(label));
 }
 
-void PhraseInterpreter::OnUpdateFailed(string_view /*rest*/, string_view says) {
+void PhraseInterpreter::OnUpdateFailed(string_view /*rest*/, string_view label) {
     OpenPass& pass = mEvents.CurrentPass();
     const std::string cause = CauseOf(pass);
     CountKind(pass.causes, cause);
-    mEvents.Mark(Tone::kBad, std::string(says));
+    mEvents.Mark(Tone::kBad, std::string(label));
     Fail(pass.retryLimit ? "retry limit exceeded, last by: " + cause : cause);
 }
 
-void PhraseInterpreter::OnDropped(string_view rest, string_view says) {
+void PhraseInterpreter::OnDropped(string_view rest, string_view label) {
     std::uint32_t count = 0;
     if (LeadingNumber(rest, count)) {
         mCounts.dropped += count;
-        mEvents.Mark(Tone::kError, std::string(says) + std::to_string(count));
+        mEvents.Mark(Tone::kError, std::string(label) + std::to_string(count));
     }
 }
 
-void PhraseInterpreter::OnNothing(string_view /*rest*/, string_view /*says*/) {}
+void PhraseInterpreter::OnNothing(string_view /*rest*/, string_view /*label*/) {}
 
 }  // namespace timeline

@@ -14,8 +14,8 @@ bool IsName(std::string_view text);
 /// The text, cut behind 200 bytes: no event is as long as a log may be.
 std::string Limited(std::string_view text);
 
-/// Knows what the service's texts mean, transitions of machines aside, and emits the events of it.
-/// Belongs to the thread of its emitter.
+/// Maps the service's texts, transitions of machines aside, to events. Belongs to the thread of its
+/// emitter.
 class PhraseInterpreter {
 public:
     /// Emitter and counts must outlive it; it counts the dropped lines, and reads whether details
@@ -33,36 +33,36 @@ private:
     void Fail(std::string cause);
     void NoteWaitFor(std::string_view what);
 
-    // What a phrase does: `rest` is the text behind it, `says` the table's own word for it.
-    void OnProcessEnd(std::string_view rest, std::string_view says);
-    void OnMachineEnd(std::string_view rest, std::string_view says);
-    void OnTrigger(std::string_view rest, std::string_view says);
-    void OnAlert(std::string_view rest, std::string_view says);
-    void OnWaitingForTrigger(std::string_view rest, std::string_view says);
-    void OnLaneValue(std::string_view rest, std::string_view says);
-    void OnSwitch(std::string_view rest, std::string_view says);
-    void OnMark(std::string_view rest, std::string_view says);
-    void OnBadMark(std::string_view rest, std::string_view says);
-    void OnHold(std::string_view rest, std::string_view says);
-    void OnClockNotSet(std::string_view rest, std::string_view says);
-    void OnEcuMissing(std::string_view rest, std::string_view says);
-    void OnVinQuery(std::string_view rest, std::string_view says);
-    void OnWhy(std::string_view rest, std::string_view says);
-    void OnNoUpdate(std::string_view rest, std::string_view says);
-    void OnReason(std::string_view rest, std::string_view says);
-    void OnCause(std::string_view rest, std::string_view says);
-    void OnHttpStatus(std::string_view rest, std::string_view says);
-    void OnBackendResponse(std::string_view rest, std::string_view says);
-    void OnFailure(std::string_view rest, std::string_view says);
-    void OnVinsDiffer(std::string_view rest, std::string_view says);
-    void OnUnexpectedEvent(std::string_view rest, std::string_view says);
-    void OnRetry(std::string_view rest, std::string_view says);
-    void OnRetryLimit(std::string_view rest, std::string_view says);
-    void OnValidationDelay(std::string_view rest, std::string_view says);
-    void OnUpdated(std::string_view rest, std::string_view says);
-    void OnUpdateFailed(std::string_view rest, std::string_view says);
-    void OnDropped(std::string_view rest, std::string_view says);
-    void OnNothing(std::string_view rest, std::string_view says);
+    // What a phrase causes: `rest` is the text behind it, `label` what the timeline calls it.
+    void OnProcessEnd(std::string_view rest, std::string_view label);
+    void OnMachineEnd(std::string_view rest, std::string_view label);
+    void OnTrigger(std::string_view rest, std::string_view label);
+    void OnAlert(std::string_view rest, std::string_view label);
+    void OnWaitingForTrigger(std::string_view rest, std::string_view label);
+    void OnLaneValue(std::string_view rest, std::string_view label);
+    void OnSwitch(std::string_view rest, std::string_view label);
+    void OnMark(std::string_view rest, std::string_view label);
+    void OnBadMark(std::string_view rest, std::string_view label);
+    void OnHold(std::string_view rest, std::string_view label);
+    void OnClockNotSet(std::string_view rest, std::string_view label);
+    void OnEcuMissing(std::string_view rest, std::string_view label);
+    void OnVinQuery(std::string_view rest, std::string_view label);
+    void OnWhy(std::string_view rest, std::string_view label);
+    void OnNoUpdate(std::string_view rest, std::string_view label);
+    void OnReason(std::string_view rest, std::string_view label);
+    void OnCause(std::string_view rest, std::string_view label);
+    void OnHttpStatus(std::string_view rest, std::string_view label);
+    void OnBackendResponse(std::string_view rest, std::string_view label);
+    void OnFailure(std::string_view rest, std::string_view label);
+    void OnVinsDiffer(std::string_view rest, std::string_view label);
+    void OnUnexpectedEvent(std::string_view rest, std::string_view label);
+    void OnRetry(std::string_view rest, std::string_view label);
+    void OnRetryLimit(std::string_view rest, std::string_view label);
+    void OnValidationDelay(std::string_view rest, std::string_view label);
+    void OnUpdated(std::string_view rest, std::string_view label);
+    void OnUpdateFailed(std::string_view rest, std::string_view label);
+    void OnDropped(std::string_view rest, std::string_view label);
+    void OnNothing(std::string_view rest, std::string_view label);
 
     EventEmitter& mEvents;
     LineCounts& mCounts;

@@ -34,7 +34,7 @@ enum class PassOutcome : std::uint8_t {
     kCutOff,
     /// The log ended first.
     kRunning,
-    /// The machine waits for triggers again, and the lines that say why are not in the log.
+    /// The machine waits for triggers again; the lines with the reason are not in the log.
     kUnknown
 };
 
@@ -44,12 +44,12 @@ struct Pass {
     std::uint64_t number{0};
     Moment begin;
     Moment end;
-    /// False if the log begins, or becomes readable, in the middle of the pass.
+    /// False if the log begins, or its lines become readable, in the middle of the pass.
     bool beginSeen{false};
     /// True if the clock jumped meanwhile; the length leaves the jump out.
     bool clockJumped{false};
     std::string trigger;
-    /// What was decided, and why.
+    /// The decision and its reason; empty if there was none.
     std::string decision;
     /// Runs through the update; a retry is one more.
     std::uint32_t attempts{0};
@@ -58,13 +58,13 @@ struct Pass {
     /// What the pass had to wait for, with how often it asked.
     std::vector<std::pair<std::string, std::uint32_t>> waits;
     PassOutcome outcome{PassOutcome::kRunning};
-    /// With `kFailed`, `kCutOff`, `kRunning`: the words for it.
+    /// With `kFailed`, `kCutOff`, `kRunning`: why, or in which state.
     std::string outcomeDetail;
 };
 
 /// "certificate stored", "failed: ..." and so on.
 std::string OutcomeText(const Pass& pass);
-/// True unless the pass came to a good end, or may still do.
+/// True for a pass that failed or was cut off.
 bool IsBad(PassOutcome outcome);
 
 enum class EventKind : std::uint8_t {
@@ -76,7 +76,7 @@ enum class EventKind : std::uint8_t {
     kProcess,
     /// A wait of `length` begins on the lane; a next state of the client machine ends it early.
     kWait,
-    /// The clock jumped by `length` milliseconds, as far as that can be told.
+    /// The clock jumped by `length` milliseconds; 0 if it is unknown by how many.
     kJump,
     kPassBegin,
     kPassEnd
@@ -87,7 +87,7 @@ enum class Tone : std::uint8_t {
     kTrigger,
     kGood,
     kBad,
-    /// A line at error of which it is not known what it means for the pass.
+    /// An unknown line at error: its effect on the pass is not known.
     kError
 };
 
@@ -97,11 +97,13 @@ struct Event {
     Moment moment;
     std::string lane;
     std::string text;
+    /// Milliseconds, with `kWait` and `kJump` only.
     std::int64_t length{0};
     /// With `kPassEnd` only.
     std::shared_ptr<const Pass> pass;
 };
 
+/// Gets the events in the order of the log; the reference is valid during the call.
 using EventReceiver = std::function<void(const Event&)>;
 
 /// How many lines were what.
@@ -113,7 +115,7 @@ struct LineCounts {
     std::uint64_t foreign{0};
     /// Entries at info and below, among them all transitions of the machines.
     std::uint64_t detailed{0};
-    /// Lines that the service says it could not write.
+    /// Lines that the service reports it could not write.
     std::uint64_t dropped{0};
 };
 

@@ -14,8 +14,9 @@
 
 namespace timeline {
 
-/// Keeps what of a log is drawn, within bounds that do not depend on the log: the newest passes and
-/// the newest failed ones event by event, the stretches between them as sums.
+/// Keeps the events of a log that are drawn, within bounds that do not depend on the log: the
+/// newest passes and the newest failed ones event by event, the stretches between them as sums.
+/// Belongs to one thread.
 class TimelineStore {
 public:
     struct Limits {
@@ -32,9 +33,10 @@ public:
     TimelineStore() : TimelineStore(Limits{}) {}
     explicit TimelineStore(Limits limits) : mLimits(limits) {}
 
+    /// The next event, in the order of the log.
     void Add(const Event& event);
 
-    /// What the report draws: {"sections": [...], "passes": [...], "passesLeftOut": {...}}. A
+    /// The report's input: {"sections": [...], "passes": [...], "passesLeftOut": {...}}. A
     /// section has either its events and the states that it begins with, or the sums of what it
     /// was.
     nlohmann::json ToJson() const;
@@ -58,7 +60,7 @@ private:
         Sums sums;
     };
 
-    /// False if there is nothing to sum up but the section that is being filled.
+    /// False if no section is left to sum up but the one that is being filled.
     bool SumUpOldest();
     void SumUp(std::list<Section>::iterator section);
     void ListPass(const std::shared_ptr<const Pass>& pass);

@@ -1,4 +1,4 @@
-// vintrel-timeline: what the log of a service from the field tells, as a report or as text.
+// vintrel-timeline: shows the log of a service from the field as a report or as text.
 
 #include <algorithm>
 #include <array>
