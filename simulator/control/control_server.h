@@ -12,14 +12,15 @@
 
 namespace simulator {
 
-/// Bytes of the longest line that is a command.
+/// Bytes of the longest command, without its line end.
 inline constexpr std::size_t kMaxCommandSize = 4096;
 
 /// Takes commands on a Unix stream socket (mode 0600) from up to eight clients, line by line, and
-/// answers each non-empty line with one line. A client whose line is too long is dropped.
+/// answers each non-empty line with one line. A client whose line is too long is disconnected.
+/// Serves on a thread of its own until it is destroyed.
 class ControlServer {
 public:
-    /// Called on the server's thread.
+    /// Executes one command and returns its answer, empty for none. Called on the server's thread.
     using Execute = std::function<std::string(const std::string& line)>;
 
     /// Throws std::runtime_error if it cannot listen.

@@ -20,7 +20,7 @@ public:
     /// "http://127.0.0.1:PORT/TOKEN/"
     std::string Address() const;
 
-    /// False for a foreign `Host` or `Origin`, or if a browser says that another site asks.
+    /// False for a foreign `Host` or `Origin`, or if a browser reports that another site asks.
     bool IsAllowed(const boost::beast::http::fields& header) const;
 
     /// What a request's target names behind the token; nothing without the right token, which is

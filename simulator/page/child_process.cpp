@@ -31,7 +31,7 @@ void Check(int error, const char* what) {
     }
 }
 
-/// What the new process is given, and what not.
+/// What the new process inherits: the two outputs, and nothing else.
 class SpawnSettings {
 public:
     SpawnSettings(int output, int errors) {

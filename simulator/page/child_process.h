@@ -22,14 +22,16 @@ struct ProgramResult {
     std::string errors;
 };
 
-/// Runs a program to its end and gives what it said. One that takes longer than `limit` is killed.
-/// Throws std::system_error if it can't be started.
+/// Runs a program to its end and returns its output, 1 MiB of each stream at most. Blocks; a
+/// program that takes longer than `limit` is killed. Throws std::system_error if it cannot be
+/// started.
 ProgramResult RunToEnd(const std::vector<std::string>& argv, std::chrono::milliseconds limit);
 
-/// What `waitpid` tells, as a shell counts it.
+/// The status of `waitpid` as a shell counts it.
 int ExitStatus(int waitStatus);
 
-/// A descriptor that becomes readable when the process ends. Throws std::system_error.
+/// A descriptor that becomes readable when the process ends; the caller owns it. Throws
+/// std::system_error.
 int OpenPidFd(pid_t pid);
 
 }  // namespace simulator::page

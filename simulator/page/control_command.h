@@ -6,7 +6,7 @@
 
 namespace simulator::page {
 
-/// Who carries a command out.
+/// Who executes a command.
 enum class CommandTarget : std::uint8_t { kVehicle, kBackend, kService };
 
 /// A command that the page has sent, as its receiver takes it.
@@ -16,7 +16,7 @@ struct ControlCommand {
     std::string line;
 };
 
-/// The page asked for something that it can't have; the text says what.
+/// A request that is no command of the list; the text explains why.
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

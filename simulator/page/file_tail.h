@@ -10,19 +10,20 @@
 
 namespace simulator::page {
 
-/// Follows a file that other processes append to, however often it is replaced or cut.
+/// Follows a file that other processes append to, however often it is replaced or truncated.
+/// Belongs to one thread; a file that cannot be read is one that is missing.
 class FileTail {
 public:
-    /// What a file that is there at the beginning has before this is passed over.
+    /// Bytes at the end of a file that exists already; what is before them is skipped.
     static constexpr off_t kMaxHistory = off_t{16} << 20U;
 
-    /// Gets what has come, in pieces as they come, valid during the call.
+    /// Receives the new bytes in pieces of any size, valid during the call.
     using Receiver = std::function<void(std::string_view bytes)>;
 
-    /// @param path the file may come later; empty: there never is one
+    /// @param path of a file that may appear later; empty for none
     FileTail(std::string path, Receiver receiver);
 
-    /// Hands out what has come since the last call, at most 1 MiB.
+    /// Hands out the bytes since the last call, at most 1 MiB.
     void Poll();
 
 private:

@@ -17,7 +17,8 @@
 namespace simulator::page {
 
 /// Makes of a growing log what the page shows of it: the newest lines, each with its moment in the
-/// lanes, and the events of the lanes. Bounded memory, however long the log gets.
+/// lanes, and the events of the lanes. Bounded memory, however long the log gets, if the news are
+/// taken regularly. Belongs to one thread.
 class LogFollower {
 public:
     /// Newest lines that are kept.
@@ -36,10 +37,10 @@ public:
     struct News {
         /// {"events": [...], "log": [...]}, without what is empty.
         nlohmann::json json = nlohmann::json::object();
-        /// Something came that may have changed the store.
+        /// The certificates in the store may have changed.
         bool touchesStore{false};
     };
-    /// What came since the last call.
+    /// The news since the last call.
     News TakeNews();
 
 private:

@@ -18,7 +18,7 @@ class ServiceProcess {
 public:
     /// @param argv the program, by its path, and its arguments
     /// @param logFile where the service's output is appended
-    /// @param onChange called after each change of `State`
+    /// @param onChange called after each change of `State`, on the loop's thread
     ServiceProcess(boost::asio::io_context& loop, std::vector<std::string> argv,
                    std::string logFile, std::function<void()> onChange);
     /// Kills what runs.
@@ -26,7 +26,7 @@ public:
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-    /// Starts it. Throws std::runtime_error if it runs already or can't be started.
+    /// Starts it. Throws std::runtime_error if it runs already or cannot be started.
     void Start();
     /// Starts it with `-reset`; one that runs is ended first. Throws as `Start`.
     void StartWithReset();

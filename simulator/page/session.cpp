@@ -33,7 +33,7 @@ constexpr std::size_t kMaxHeaderBytes = std::size_t{8} * 1024;
 constexpr std::size_t kMaxBodyBytes = std::size_t{4} * 1024;
 constexpr std::size_t kMaxBufferBytes = std::size_t{32} * 1024;
 constexpr std::size_t kMaxDrainedBytes = std::size_t{1024} * 1024;
-/// A reader that is so far behind begins anew.
+/// A reader that is further behind is disconnected, and begins anew.
 constexpr std::size_t kMaxQueuedBytes = std::size_t{32} * 1024 * 1024;
 constexpr std::chrono::seconds kRequestLimit(10);
 constexpr std::chrono::seconds kDrainLimit(2);
@@ -159,15 +159,15 @@ private:
         }
         try {
             const ControlCommand command = ParseControlCommand(mParser.get().body());
-            mRoute.unit->Carry(command, [self = shared_from_this()](const std::string& failure) {
-                self->OnCarried(failure);
+            mRoute.unit->Execute(command, [self = shared_from_this()](const std::string& failure) {
+                self->OnExecuted(failure);
             });
         } catch (const CommandError& failure) {
             Refuse(http::status::bad_request, failure.what());
         }
     }
 
-    void OnCarried(const std::string& failure) {
+    void OnExecuted(const std::string& failure) {
         if (failure.empty()) {
             Respond(http::status::no_content, kTextType, {});
         } else {
@@ -293,7 +293,7 @@ private:
                                 });
     }
 
-    /// Keeps the page sure that the server is there.
+    /// Lets the page see that the server is alive.
     void ShowLife() {
         mSignOfLife.expires_after(kSignOfLife);
         mSignOfLife.async_wait([self = shared_from_this()](const Error& error) {

@@ -57,7 +57,7 @@ json Fault(const std::string& text) {
     return {{"fault", text}};
 }
 
-/// What a simulator says about itself.
+/// The status of a simulator; one that does not answer has "fault" instead.
 json StatusOf(const UnitSettings::Ask& ask) {
     if (!ask) {
         return nullptr;
@@ -72,13 +72,13 @@ json StatusOf(const UnitSettings::Ask& ask) {
     }
 }
 
-/// What `vintrel-provision COMMAND --json` says, or why it can't.
+/// The output of `vintrel-provision COMMAND --json`, or its failure.
 json AskProvision(std::vector<std::string> argv, const char* command) {
     argv.insert(argv.end(), {command, "--json"});
     try {
         const ProgramResult result = RunToEnd(argv, kStoreLimit);
-        json told = json::parse(result.output, nullptr, false);
-        return told.is_object() ? told : Fault(result.errors);
+        json answer = json::parse(result.output, nullptr, false);
+        return answer.is_object() ? answer : Fault(result.errors);
     } catch (const std::exception& error) {
         return Fault(error.what());
     }
@@ -207,9 +207,9 @@ void Unit::AskStore() {
     });
 }
 
-void Unit::Carry(const ControlCommand& command, const Done& done) {
+void Unit::Execute(const ControlCommand& command, const Done& done) {
     if (command.target == CommandTarget::kService) {
-        CarryService(command.line, done);
+        ExecuteForService(command.line, done);
         return;
     }
     const auto& ask =
@@ -233,7 +233,7 @@ void Unit::Carry(const ControlCommand& command, const Done& done) {
     });
 }
 
-void Unit::CarryService(const std::string& line, const Done& done) {
+void Unit::ExecuteForService(const std::string& line, const Done& done) {
     try {
         if (line == "start") {
             mService.Start();
@@ -280,7 +280,7 @@ void Unit::Publish(const json& news) {
     json message = news;
     message["time"] = WallMilliseconds();
     const auto text = std::make_shared<const std::string>(Text(message));
-    // A watcher may leave while it is told.
+    // A watcher may leave while it is called.
     const auto watchers = mWatchers;
     for (const auto& [id, watcher] : watchers) {
         watcher(text);

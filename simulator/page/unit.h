@@ -46,15 +46,15 @@ struct UnitSettings {
 /// An `Ask` for a control socket.
 UnitSettings::Ask AskAt(std::string controlSocket);
 
-/// One unit as the page shows it: what its log, journal, simulators and store say, as it comes.
-/// Lives on its loop's thread; what blocks is done on threads of its own.
+/// One unit as the page shows it: its log, journal, simulators and store, followed while they
+/// change. Belongs to its loop's thread; what blocks is done on threads of its own.
 class Unit {
 public:
     using Message = std::shared_ptr<const std::string>;
-    /// Gets what is new, as JSON.
+    /// Receives news as JSON, on the loop's thread.
     using Watcher = std::function<void(const Message&)>;
     using WatcherId = std::uint64_t;
-    /// Gets an empty text, or why it could not be done. Called on the loop's thread.
+    /// Receives an empty text, or why a command failed. Called on the loop's thread.
     using Done = std::function<void(const std::string& failure)>;
 
     Unit(boost::asio::io_context& loop, UnitSettings settings);
@@ -63,38 +63,33 @@ public:
     Unit& operator=(const Unit&) = delete;
 
     /// Follows the unit from here on. Throws std::runtime_error if the service is to be started and
-    /// can't.
+    /// cannot be.
     void Start(bool startsService);
-    /// Ends the service; `IsRunning` tells when that is done. Nothing is followed any more.
+    /// Ends the service, which `IsRunning` reports when it is done. Nothing is followed any more.
     void Stop();
     bool IsRunning() const { return mService.IsRunning(); }
 
-    /// The watcher gets everything there is at once, and then each change.
+    /// The watcher receives everything known at once, and then each change.
     WatcherId Watch(const Watcher& watcher);
     void Unwatch(WatcherId id) { mWatchers.erase(id); }
     void Publish(const nlohmann::json& news);
 
-    void Carry(const ControlCommand& command, const Done& done);
+    /// `done` is called when the receiver has answered, possibly before this returns.
+    void Execute(const ControlCommand& command, const Done& done);
 
     /// For the list of units: name, VIN, service, ignition, the certificate's standing.
     nlohmann::json Overview() const;
 
 private:
-    /// The simulators' states; what does not answer has "fault" instead.
-    struct Simulators {
-        nlohmann::json vehicle;
-        nlohmann::json backend;
-    };
-
     void Tick();
     void FollowFiles();
     void ReadJournal(std::string_view bytes);
     void AddJournalEntry(const nlohmann::json& entry);
     void AskSimulators();
     void AskStore();
-    void CarryService(const std::string& line, const Done& done);
+    void ExecuteForService(const std::string& line, const Done& done);
     nlohmann::json ServiceJson() const;
-    /// Keeps what is new under the name and tells it; nothing happens if it is what it was.
+    /// Keeps the value under the name and publishes it, if it differs from the one before.
     void Update(const char* name, nlohmann::json value);
 
     boost::asio::io_context& mLoop;
@@ -111,7 +106,7 @@ private:
     nlohmann::json mNewJournal;
     ServiceProcess mService;
 
-    /// "vehicle", "backend", "service", "certificates" as told last.
+    /// "vehicle", "backend", "service", "certificates" as published last.
     nlohmann::json mState = nlohmann::json::object();
     bool mAsksSimulators{false};
     bool mAsksStore{false};
@@ -120,7 +115,7 @@ private:
     std::map<WatcherId, Watcher> mWatchers;
     WatcherId mNextWatcher{1};
 
-    /// A thread each for what the simulators are asked, one thing at a time, and for the store.
+    /// A thread each for requests to the simulators, one at a time, and for reading the store.
     boost::asio::thread_pool mAsker{1};
     boost::asio::thread_pool mStoreReader{1};
 };
