@@ -10,10 +10,27 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/virtual_time_dispatcher.h"
+
+/// The timeouts that poll(2) was called with.
+static std::vector<int>& PollTimeouts() {
+    static std::vector<int> timeouts;
+    return timeouts;
+}
+
+// With --wrap=poll the linker binds calls of poll(2) to the second, and the first to poll(2).
+extern "C" int RealPoll(pollfd* pollFds, nfds_t count, int timeoutMillisec) __asm__("__real_poll");
+extern "C" int NotedPoll(pollfd* pollFds, nfds_t count, int timeoutMillisec) __asm__("__wrap_poll");
+
+extern "C" int NotedPoll(pollfd* pollFds, nfds_t count, int timeoutMillisec) {
+    PollTimeouts().push_back(timeoutMillisec);
+    return RealPoll(pollFds, count, timeoutMillisec);
+}
 
 namespace {
 
@@ -22,6 +39,7 @@ using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::TracedData;
+using testing_support::VirtualTimeDispatcher;
 using Events = std::vector<Recorder::Event>;
 
 /// A pipe with one byte in it: its read end is ready.
@@ -189,6 +207,22 @@ TEST_F(EventDispatcherTest, AFailedPollIsOneLineAndAnotherRound) {
         log.Contains(EQELLogLevel::kDebug, "Disp poll result -1 errno: " + std::to_string(EINTR)));
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_EQ(first->events.size(), 2U);
+}
+
+TEST(DispatcherWaitTest, PollWaitsForTheFirstEventAndWithoutOneWithoutLimit) {
+    const ReadyPipe pipe;
+    const auto dispatcher = std::make_shared<VirtualTimeDispatcher>("Disp", false);
+    const auto machine = std::make_shared<Recorder>();
+    machine->Start(dispatcher);
+    dispatcher->AddIoDescriptor(machine, pipe.Reader(), 10);
+    machine->ConfigureIoDescriptor(pipe.Reader(), EventDispatcher::kIoRead, true);
+    PollTimeouts().clear();
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    machine->RaiseTimerEvent(1, 0, 2500, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    machine->RaiseEvent(2, 0, nullptr);
+    EXPECT_TRUE(dispatcher->DispatchStep());
+    EXPECT_EQ(PollTimeouts(), (std::vector<int>{-1, 2500, 0}));
 }
 
 TEST_F(EventDispatcherTest, AHangupIsReportedUnasked) {
