@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <vonta_socket/unix_stream_client_connector.h>
 
@@ -19,6 +20,28 @@
 #include "testing/temporary_directory.h"
 #include "vehicle/socks_tls_alert_client_impl.h"
 #include "vonta_socket_host/stream_server.h"
+
+/// Gets the limit, by the steady clock, of the next wait that has one; from there on only a
+/// notification ends that wait.
+static std::atomic<std::promise<std::chrono::nanoseconds>*> gNextWait{nullptr};
+
+// With --wrap=pthread_cond_clockwait the linker binds calls of it to the second, and the first to
+// the C library's.
+extern "C" int RealWait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                        const timespec* limit) __asm__("__real_pthread_cond_clockwait");
+extern "C" int Wait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                    const timespec* limit) __asm__("__wrap_pthread_cond_clockwait");
+
+extern "C" int Wait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                    const timespec* limit) {
+    auto* const begun = gNextWait.exchange(nullptr);
+    if (begun == nullptr) {
+        return RealWait(condition, mutex, clock, limit);
+    }
+    begun->set_value(std::chrono::seconds(limit->tv_sec) +
+                     std::chrono::nanoseconds(limit->tv_nsec));
+    return pthread_cond_wait(condition, mutex);
+}
 
 namespace {
 
@@ -216,23 +239,27 @@ TEST_F(SocksTlsAlertClientTest, TheReceiverMayStopButNotRestartTheListening) {
     EXPECT_EQ(result.get(), socks_rux::kAlreadyListening);
 }
 
-TEST_F(SocksTlsAlertClientTest, AStopDuringTheWaitBetweenAttemptsEndsTheThreadAtOnce) {
+TEST_F(SocksTlsAlertClientTest, AStopEndsTheTenSecondsBetweenTwoAttempts) {
+    const auto inTenSeconds = [] {
+        return std::chrono::steady_clock::now().time_since_epoch() + std::chrono::seconds(10);
+    };
+    std::promise<std::chrono::nanoseconds> begun;
+    gNextWait = &begun;
     int attempts = 0;
-    std::promise<void> attempted;
-    const auto start = std::chrono::steady_clock::now();
     {
         SocksTlsAlertClientImpl client(
             std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
                 ++attempts;
-                attempted.set_value();
                 return nullptr;
             }));
+        const std::chrono::nanoseconds earliest = inTenSeconds();
         client.StartListening(&mReceiver);
-        attempted.get_future().wait();
+        const std::chrono::nanoseconds limit = begun.get_future().get();
+        EXPECT_LE(earliest, limit);
+        EXPECT_LE(limit, inTenSeconds());
         client.StopListening();
     }
     EXPECT_EQ(attempts, 1);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
 
 /// A connection that the daemon has closed already.
