@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <ara_log_host/line_format.h>
@@ -18,6 +20,8 @@
 #include <unistd.h>
 
 #include <ara/log/logging.h>
+
+#include "dlt_output.h"
 
 namespace {
 
@@ -227,6 +231,45 @@ TEST(ConsoleFileTest, AFullDiskCostsLinesUntilThereIsRoom) {
     close(file);
 }
 
+/// Keeps the lines, and hands the listener over to the test.
+class ScriptedDlt : public ara::log::internal::DltOutput {
+public:
+    void AddContext(const std::string&, const std::string&, LogLevel) override {}
+    void Write(const std::string& contextId, LogLevel, const std::string& text) override {
+        lines.push_back(contextId + " " + text);
+    }
+
+    static LevelListener listener;
+    static std::vector<std::string> lines;
+};
+
+ara::log::internal::DltOutput::LevelListener ScriptedDlt::listener{nullptr};
+std::vector<std::string> ScriptedDlt::lines;
+
+TEST(DltTest, LevelsComeOnAThreadOfTheLibraryWhileOthersLog) {
+    setenv("ARA_LOG_OUTPUT", "dlt", 1);
+    const auto& early = ara::log::CreateLogger("EARLY", "", LogLevel::kInfo);
+    ara::log::InitLogging("VT", "", LogLevel::kInfo);
+    unsetenv("ARA_LOG_OUTPUT");
+    constexpr int kRounds = 100;
+    std::thread library([] {
+        for (int round = 0; round < kRounds; ++round) {
+            ScriptedDlt::listener("EARL", LogLevel::kError);
+            ScriptedDlt::listener("EARL", LogLevel::kVerbose);
+        }
+    });
+    for (int round = 0; round < kRounds; ++round) {
+        ara::log::CreateLogger("C" + std::to_string(round), "").LogInfo() << "a line";
+        early.LogVerbose() << "maybe";
+        // As every change of the sink, this looks at the levels of all.
+        ara_log_host::ExchangeSink({});
+    }
+    library.join();
+    EXPECT_EQ(std::count(ScriptedDlt::lines.begin(), ScriptedDlt::lines.end(), "EARLY maybe"),
+              static_cast<std::ptrdiff_t>(ScriptedDlt::lines.size()) - kRounds);
+    EXPECT_TRUE(early.IsLogEnabled(LogLevel::kVerbose)) << "by the first four letters of its name";
+}
+
 TEST(LogConfigTest, AFileIsTakenAsAWholeOrNotAtAll) {
     const auto config = ara_log_host::ParseLogConfig(
         R"({"outputs":["dlt"],"level":"off","applicationId":"VTCL","applicationDescription":"d"})");
@@ -270,3 +313,10 @@ TEST(LogConfigTest, TheEnvironmentOverridesTheFileAndWhatIsUnusableIsNamed) {
 }
 
 }  // namespace
+
+// Takes the place of the one that is there, which the linker then leaves out.
+std::unique_ptr<ara::log::internal::DltOutput> ara::log::internal::DltOutput::Open(
+    const std::string& /*appId*/, const std::string& /*description*/, LevelListener listener) {
+    ScriptedDlt::listener = listener;
+    return std::make_unique<ScriptedDlt>();
+}

@@ -22,14 +22,12 @@ LIMIT = 30
 EXIT_LIMIT = 8
 # All of 127.0.0.0/8 is this host: with an address of its own a test has the port to itself.
 HOST = f"127.{64 + (os.getpid() >> 16)}.{os.getpid() >> 8 & 255}.{os.getpid() & 255}"
-SUPPRESSIONS = pathlib.Path(__file__).with_name("tsan.supp")
 LEVELS = ["fatal", "error", "warn", "info", "debug", "verbose"]
 
 
 def chosen(directory):
     """The environment of a process that logs to DLT, too; its daemon's pipe is in `directory`."""
-    return {"ARA_LOG_OUTPUT": "console,dlt", "DLT_PIPE_DIR": str(directory),
-            "TSAN_OPTIONS": f"suppressions={SUPPRESSIONS}"}
+    return {"ARA_LOG_OUTPUT": "console,dlt", "DLT_PIPE_DIR": str(directory)}
 
 
 @unittest.skipUnless(shutil.which("dlt-daemon"), "dlt-daemon is not installed: skipped")
