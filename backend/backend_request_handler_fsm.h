@@ -12,7 +12,7 @@ namespace vintrel {
 
 /// One HTTP `PUT` to the backend, by way of the connector's socket, with a limit of 30 seconds.
 ///
-/// The header goes out first and asks for an interim response (100-continue, RFC 9110); the body
+/// The header is sent first and requests an interim response (100-continue, RFC 9110); the body
 /// follows it. The peer ends the response by closing; a response beyond 16 MiB counts as a read
 /// error. After its one report the machine has ended.
 ///

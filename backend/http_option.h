@@ -6,7 +6,7 @@ namespace nuro_common {
 
 /// What `HttpProtocol::SetOption` sets. The two flags take no value.
 enum class HttpOption : std::uint8_t {
-    /// Flag: a `PUT` carries its payload at once and asks for no interim response.
+    /// Flag: a `PUT` carries its payload at once and requests no interim response.
     NoExpectContinue = 1,
     /// The request target, written as it stands.
     Path = 2,

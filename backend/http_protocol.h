@@ -50,7 +50,7 @@ public:
     std::uint16_t ResponseStatusCode() const;
     /// The last complete header, without the blank line.
     const std::string& ResponseHeader() const;
-    /// All that stands behind the header.
+    /// All that follows the header.
     const std::string& ResponsePayload() const;
 
 private:

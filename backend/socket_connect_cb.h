@@ -16,7 +16,7 @@ class ZemConnectorFsm;
 /// socket closed.
 class SocketConnectCb : public zem_connector::ZemSocketCallbackIf {
 public:
-    /// `fsm` is told of the result by `RaiseCallbackEvent(eventId, id)` and must outlive this.
+    /// `RaiseCallbackEvent(eventId, id)` reports the result to `fsm`, which must outlive this.
     SocketConnectCb(ZemConnectorFsm* fsm, int eventId, int id);
     SocketConnectCb(const SocketConnectCb&) = delete;
     SocketConnectCb& operator=(const SocketConnectCb&) = delete;
@@ -24,7 +24,7 @@ public:
 
     void ZemSocketResult(zem_connector::SocketResult result) override;
 
-    /// Nobody waits for the result any more: closes a socket that is here and any that comes.
+    /// Gives up the result: closes a socket that has arrived and any that arrives later.
     void Abandon();
 
     /// True once the result is here.
@@ -36,7 +36,7 @@ public:
     /// -1 if there is no socket.
     int GetSocketFileDescriptor() const;
 
-    /// Does not close the socket that was held: -1 means that somebody else owns it now.
+    /// Does not close the socket that was held: -1 means that it has another owner now.
     void SetSocketFileDescriptor(int socketFileDescriptor);
 
     const std::string& GetTraceName() const;

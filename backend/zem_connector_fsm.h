@@ -27,7 +27,7 @@ namespace vintrel {
 /// | FsmStateConnectorStarting,   | session status                     | by the status; rejected |
 /// | FsmStateConnectorStarted     |                                    | ends the machine        |
 /// |                              | URL, activation, connection, socket| the same                |
-/// |                              | URL that was not asked for, unknown| the end                 |
+/// |                              | URL not requested, unknown event   | the end                 |
 class ZemConnectorFsm : public ZemConnectorFsmIf,
                         public zem_connector::ZemSessionCallbackIf,
                         public zem_connector::ZemServiceControllerCallbackIf {
@@ -122,8 +122,8 @@ private:
     /// Raises the present state to the target.
     void ReportState(Info info);
 
-    /// Keeps the callback object of an attempt that has ended for a while, so that a library that
-    /// answers twice meets an object and not its grave.
+    /// Keeps the callback object of an attempt that has ended for a while: a library that answers
+    /// twice must not call a destroyed object.
     void Retire(std::unique_ptr<SocketConnectCbData> attempt);
 
     const FsmFactory& mFactory;

@@ -5,7 +5,7 @@
 
 namespace vintrel {
 
-/// Why the unit asks for a certificate; travels to the backend as a bare int32.
+/// Why the unit requests a certificate; sent to the backend as an int32.
 enum ActivationReason : std::int32_t {
     ACTIVATIONREASON_CLAMP30_DETECTED = 0,
     ACTIVATIONREASON_FORCE_REACTIVATION = 1,

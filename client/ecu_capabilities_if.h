@@ -16,7 +16,7 @@ public:
     /// To be called once before anything else.
     virtual void Initialize() = 0;
 
-    /// The values at hand; never waits.
+    /// The values that have arrived so far; never waits.
     virtual EcuCapabilities GetEcuCapabilities() = 0;
 };
 

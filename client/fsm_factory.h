@@ -19,7 +19,7 @@ namespace vintrel {
 
 /// Makes the collaborators of the machines; a test derives from it to put others in their place.
 ///
-/// It has no data, and whoever is given one holds it by reference: it must outlive the machines.
+/// It has no data. Machines hold it by reference: it must outlive them.
 class FsmFactory {
 public:
     virtual std::shared_ptr<BackendRequestHandlerFsmIf> NewBackendRequestHandlerFsm() const;

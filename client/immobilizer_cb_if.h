@@ -7,7 +7,7 @@ namespace vintrel {
 /// Receiver of what the immobilizer service reports.
 class ImmobilizerCbIf {
 public:
-    /// Called on a library thread; an empty VIN is the mark of failure.
+    /// Called on a library thread; an empty VIN reports a failure.
     virtual void ImmobilizerVinReceivedCb(std::string vin) = 0;
 
     /// Called on a library thread.

@@ -6,8 +6,7 @@ namespace vintrel {
 
 /// How the certificate in the secure store was judged; decides whether it is renewed, and why.
 ///
-/// The values 1 and 3 are reserved: nothing returns them, and whoever meets them treats them as
-/// unknown.
+/// The values 1 and 3 are reserved: nothing returns them, and a receiver treats them as unknown.
 enum class StatusCode : std::uint32_t {
     /// Passes every check and is valid for at least one more year.
     Ok = 0,

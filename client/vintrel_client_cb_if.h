@@ -5,7 +5,7 @@
 
 namespace vintrel {
 
-/// What the client machine hears of the vehicle.
+/// The notifications of the vehicle to the client machine.
 class VintrelClientCbIf : public ImmobilizerCbIf, public ClampControlCbIf {};
 
 }  // namespace vintrel

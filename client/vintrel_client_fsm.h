@@ -28,7 +28,7 @@ namespace vintrel {
 ///
 /// The machine is idle in `FsmStateWaitTrigger` most of its life. A pass begins there with a
 /// trigger, and every path of it comes back there; docs/client-machine.md shows the states, what
-/// each waits for and what ends that wait. It reports to nobody.
+/// each waits for and what ends that wait. It has no target.
 ///
 /// All of it runs on the dispatcher thread, except for the callbacks at the end of the public
 /// part: they may come from any thread from the constructor on, touch nothing but their arguments
@@ -42,7 +42,8 @@ class VintrelClientFsm : public VintrelClientFsmIf,
 public:
     /// Builds all collaborators and starts to listen for TLS alerts. `factory` must outlive the
     /// machine. With `factoryReset`, `StartFsm` deletes the stored certificate, and the next
-    /// update for want of a certificate tells the backend so. Throws what the collaborators throw.
+    /// update because of a missing certificate gives the backend that reason. Throws what the
+    /// collaborators throw.
     VintrelClientFsm(const FsmFactory& factory, bool factoryReset);
     VintrelClientFsm(const VintrelClientFsm&) = delete;
     VintrelClientFsm& operator=(const VintrelClientFsm&) = delete;

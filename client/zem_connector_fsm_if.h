@@ -14,8 +14,8 @@ namespace vintrel {
 
 /// The vehicle's link to the backend as a machine: session, URL and sockets.
 ///
-/// All reports go to the target given to `StartFsm`, under its event id; the event info tells
-/// which (`Info`). Dispatcher thread only.
+/// All reports go to the target given to `StartFsm`, under its event id, with an `Info` as
+/// event info. Dispatcher thread only.
 class ZemConnectorFsmIf : public fsm::Fsm {
 public:
     using fsm::Fsm::Fsm;

@@ -35,13 +35,15 @@ public:
         return State::kOpen;
     }
 
+    /// The queue, or null while there is none. Any thread; for use on the dispatcher's only.
     std::shared_ptr<AsyncEventQueueIf> Queue() const;
+    /// Lets threads in to this queue. Dispatcher thread, as what follows.
     void Open(std::shared_ptr<AsyncEventQueue> queue);
 
     /// Takes the queue away. When it returns, no thread is using the queue through this door.
     std::shared_ptr<AsyncEventQueue> Shut();
 
-    /// As `Shut`, and for good: the dispatcher is gone.
+    /// As `Shut`, for a dispatcher that is being destroyed.
     std::shared_ptr<AsyncEventQueue> ShutForever();
 
 private:

@@ -129,7 +129,7 @@ bool AsyncEventQueue::ClearAsyncEvent(Predicate predicate, bool all) {
 
 std::deque<AsyncEventQueue::eventQueueEvent> AsyncEventQueue::TakeAsyncEvents(
     const Predicate& predicate, bool all, std::string& failure) {
-    // Outlives the lock, since destructors of payloads and machines are not ours.
+    // Outlives the lock: the destructors of payloads and machines may call anything.
     std::deque<eventQueueEvent> removed;
     const std::lock_guard<std::mutex> lock(mMutex);
     for (auto event = mEvents.begin(); event != mEvents.end();) {

@@ -21,8 +21,8 @@ public:
     AsyncEventQueueIf& operator=(const AsyncEventQueueIf&) = delete;
     virtual ~AsyncEventQueueIf() = default;
 
-    /// Opens the queue on this dispatcher. Dispatcher thread, once. False if there is no pipe to be
-    /// had; the queue has then stopped.
+    /// Opens the queue on this dispatcher. Dispatcher thread, once. False if the pipe can't be
+    /// made; the queue has then stopped.
     virtual bool Initialize(std::shared_ptr<EventDispatcher> dispatcher) = 0;
 
     /// Hands an event over to the dispatcher thread. Any thread. An event that cannot be accepted

@@ -21,7 +21,7 @@ namespace fsm {
 /// `Fsm::RaiseAsyncEvent`. Misuse is logged at Fatal level and has no further effect unless stated.
 class EventDispatcher : public EventQueue, public std::enable_shared_from_this<EventDispatcher> {
 public:
-    /// What a machine may ask of a descriptor.
+    /// What a machine may request for a descriptor.
     enum IoEventType : int {
         kIoRead = 0,     ///< report readable
         kIoWrite = 1,    ///< report writable
@@ -40,14 +40,14 @@ public:
     /// Whether the machine is registered; the question is logged at Debug level.
     bool IsFsmRegistered(const std::shared_ptr<Fsm>& fsm) const;
 
-    /// Watches a descriptor for a registered machine; nothing is asked for until it is configured.
+    /// Watches a descriptor for a registered machine; nothing is requested until it is configured.
     /// The descriptor stays the caller's.
     void AddIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor, int eventId);
     /// Watches the descriptor no more. Ends the current walk over the ready descriptors; the rest
     /// are served in the next round.
     void RemoveIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor);
-    /// Switches one request for a watched descriptor on or off, from the next wait on; the current
-    /// walk over the ready descriptors goes on.
+    /// Switches one request for a watched descriptor on or off, from the next wait on; does not end
+    /// the current walk over the ready descriptors.
     void ConfigureIoDescriptor(const std::shared_ptr<Fsm>& fsm, int ioDescriptor, IoEventType type,
                                bool enable);
 

@@ -34,7 +34,7 @@ public:
                                  int eventId, int eventInfo, std::unique_ptr<FsmEventData> data,
                                  int msec);
 
-    /// The clock of the queue; overridden where time is not to be the real one. It never goes back.
+    /// The clock of the queue, which must be monotonic; overridden to run on virtual time.
     virtual TimePoint GetCurrentTime() const;
 
     /// Queues an event that is due now. `from` serves the log only and may be null.
@@ -110,7 +110,7 @@ private:
     std::string mName;
     Events mEvents;
     bool mModified{false};
-    /// What the clock said when it was last read: what is due by then needs no further look.
+    /// The last reading of the clock: what is due by then is due without another reading.
     mutable TimePoint mLatestTime{TimePoint::min()};
     OwningThread mThread;
 };

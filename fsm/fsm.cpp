@@ -177,7 +177,7 @@ bool Fsm::ClearAsyncEvents(int eventId) {
 }
 
 bool Fsm::ClearAsyncEventsIf(const AsyncEventQueueIf::Predicate& predicate) {
-    // The payloads outlive the locks, since their destructors are not ours.
+    // The payloads outlive the locks: their destructors may call anything.
     std::vector<std::unique_ptr<FsmEventData>> payloads;
     std::string failure;
     EnterAsyncDoor([&](AsyncEventQueue& queue) {

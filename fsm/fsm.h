@@ -33,10 +33,14 @@ public:
     /// may be called twice, and from within `OnTerminate`.
     virtual void StopFsm();
 
-    /// Registers the machine with the dispatcher and stores whom to report to; `target` may be
-    /// null.
+    /// Registers the machine with the dispatcher, then `SetTarget`. Once, before the machine leaves
+    /// `FsmStateNotStarted`; without a dispatcher only a line at Fatal level is written.
     void SetupFsm(const std::shared_ptr<EventDispatcher>& dispatcher, std::shared_ptr<Fsm> target,
                   int targetEvent);
+
+    /// Sets the machine that this one reports to, and the event id of the reports. The target is
+    /// kept alive until another one is set or this machine stops; null ends the reporting. What was
+    /// raised before still reaches the former target. Dispatcher thread, or before `SetupFsm`.
     void SetTarget(std::shared_ptr<Fsm> target, int targetEvent);
 
     /// Only before the machine is known to another thread.
@@ -49,7 +53,7 @@ public:
         mInvoke(*this, mState, eventId, eventInfo);
     }
 
-    /// The dispatcher, or null before `SetupFsm`, after the end and when the dispatcher is gone.
+    /// The dispatcher, or null before `SetupFsm`, after the end and after that of the dispatcher.
     /// Dispatcher thread only.
     std::shared_ptr<EventDispatcher> GetDispatcher() const;
 
@@ -57,8 +61,8 @@ public:
     /// Dispatcher thread only.
     std::shared_ptr<AsyncEventQueueIf> GetAsyncEventQueue() const;
 
-    /// Raises an event that is due now, to this machine or to `target`. A null target means that
-    /// nobody is to be told. Without a dispatcher the event is lost with a line at Fatal level.
+    /// Raises an event that is due now, to this machine or to `target`. With a null target the
+    /// event is dropped. Without a dispatcher it is lost with a line at Fatal level.
     void RaiseEvent(int eventId, int eventInfo, std::unique_ptr<FsmEventData> data);
     void RaiseEvent(const std::shared_ptr<Fsm>& target, int eventId, int eventInfo,
                     std::unique_ptr<FsmEventData> data);
@@ -77,6 +81,10 @@ public:
     bool ClearAsyncEvents();
     bool ClearAsyncEvents(int eventId);
 
+    /// Switches one request for a descriptor that this machine watches on or off, from the next
+    /// wait on (`EventDispatcher::AddIoDescriptor` watches it). The descriptor stays the caller's.
+    /// Dispatcher thread. For a descriptor that is not watched, an unknown `type` or without a
+    /// dispatcher nothing changes but a line at Fatal level.
     void ConfigureIoDescriptor(int ioDescriptor, EventDispatcher::IoEventType type, bool enable);
 
 protected:

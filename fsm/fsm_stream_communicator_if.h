@@ -10,8 +10,8 @@
 
 namespace fsm {
 
-/// A connected stream socket as a machine: the target says what to do next and gets one event per
-/// outcome, always with its `mTargetEvent`; `EventInfo` tells which. Nothing blocks.
+/// A connected stream socket as a machine: the target sets up what to do next and gets one event
+/// per outcome, always with its `mTargetEvent`; the event's info is an `EventInfo`. Nothing blocks.
 ///
 /// It owns its socket from construction on. After a hang-up or an error has been reported it has
 /// stopped itself. Dispatcher thread only.
@@ -26,7 +26,7 @@ public:
         eReadNComplete = 1,
         /// The bytes of the one read; now idle.
         eReadOnceData = 2,
-        /// The bytes of one read; goes on reading.
+        /// The bytes of one read; still reading.
         eReadContinuedData = 3,
         eWritable = 4,
         /// Two bytes of data: the low 16 bits of the descriptor, the high byte first; now idle.
@@ -44,6 +44,7 @@ public:
         eWouldBlock = 1,
     };
 
+    /// Takes over the socket. A negative one is accepted; nothing can then be read or written.
     static std::shared_ptr<FsmStreamCommunicatorIf> Create(int ioDescriptor, std::string name);
 
     /// Registers the machine; it is idle and does not even see a hang-up. Always true.
@@ -59,6 +60,8 @@ public:
     virtual bool SetupReadContinued(std::size_t size) = 0;
     /// Do not read, but watch for a hang-up and for writability.
     virtual bool SetupMonitoring() = 0;
+    /// Neither read nor watch: not even a hang-up is reported. What has been read of an unfinished
+    /// `SetupReadN` is discarded.
     virtual bool SetupIdle() = 0;
     /// Await a descriptor (unix(7), SCM_RIGHTS); the receiver owns it.
     virtual bool SetupReceiveIoDescriptor() = 0;

@@ -6,7 +6,7 @@
 
 namespace ini_file_reader {
 
-/// Reads a file of keys and values, one pair a line: the key before the first "=", the value behind
+/// Reads a file of keys and values, one pair a line: the key before the first "=", the value after
 /// it. A line without "=" is its own key and value. Lines that begin with "#" or "[" are skipped,
 /// so sections open no name space. A line has at most 2000 characters, all of them ASCII.
 class IniFileReaderIf {

@@ -22,7 +22,7 @@ public:
     virtual ~ProcessLifecycleAdapterIf() = default;
 
     /// Reports the process as running, reads the health configuration of the component `name`
-    /// and, if that asks for it, starts the keep-alive indications. `callback` is not owned and
+    /// and, if that requires it, starts the keep-alive indications. `callback` is not owned and
     /// must outlive the adapter; null leaves the one that is set.
     virtual void Initialize(const std::string& name,
                             ProcessLifecycleAdapterCallbackIf* callback) = 0;
@@ -35,6 +35,7 @@ public:
     virtual void NotifyInit(const std::string& name,
                             ProcessLifecycleAdapterStateCallbackIf* stateCallback) = 0;
 
+    /// Takes effect at the next end of the process. Any thread.
     virtual void Configure(const ConfigParams& params) = 0;
 
     /// Confirms the state request `sequence`. May be called from any thread.

@@ -39,7 +39,7 @@ ProcessLifecycleAdapterImpl::~ProcessLifecycleAdapterImpl() {
     if (mKeepAliveThread.joinable()) {
         mKeepAliveThread.join();
     }
-    // A SIGTERM on its way is still the application's to hear.
+    // A SIGTERM that has arrived is still reported to the application.
     mSignalHandler.reset();
     mCallback = nullptr;
 }

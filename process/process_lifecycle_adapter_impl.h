@@ -52,7 +52,7 @@ private:
     void ProcessKeepAliveSignalling(unsigned short aliveTime);
 
     ApiFactory mCreateApi;
-    std::mutex mApiMutex;  ///< guards the making of mApi, which a signal may meet
+    std::mutex mApiMutex;  ///< guards the making of mApi, during which a signal may arrive
     std::unique_ptr<ProcessLifecycleAdapterApiIf> mApi;
     std::atomic<ProcessLifecycleAdapterCallbackIf*> mCallback;  ///< not owned; may be null
     std::thread mKeepAliveThread;

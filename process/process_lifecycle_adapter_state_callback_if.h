@@ -10,7 +10,7 @@ public:
     virtual ~ProcessLifecycleAdapterStateCallbackIf() = default;
 
     /// A new state is requested. Called on a thread of the platform. `sequence` identifies the
-    /// request and goes back with ProcessLifecycleAdapterIf::StateChanged once the state is taken.
+    /// request and is given to ProcessLifecycleAdapterIf::StateChanged once the state is taken.
     virtual void ProcessLifecycleAdapterStateRequested(ProcessState state,
                                                        unsigned int sequence) = 0;
 };

@@ -18,7 +18,7 @@ namespace {
 
 /// The real handler gets no context, so the write end of the pipe has to be found here.
 std::atomic<int> gWriteEnd{-1};
-/// A SIGTERM for which the pipe had no room, behind SIGPIPEs that are still to be read.
+/// A SIGTERM for which the pipe had no room, after SIGPIPEs that are still to be read.
 std::atomic<bool> gSigtermHeldBack{false};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "a signal handler may not wait for a lock");
@@ -47,7 +47,7 @@ void HandleSignal(int signal) {
     const auto message = static_cast<unsigned char>(signal);
     if (writeEnd >= 0 && !WriteMessage(writeEnd, message) && signal == SIGTERM) {
         gSigtermHeldBack = true;
-        // If the pipe has been emptied meanwhile, nobody would come to look.
+        // If the pipe has been emptied meanwhile, no reader would look at the flag.
         static_cast<void>(WriteMessage(writeEnd, message));
     }
     errno = savedErrno;
@@ -57,7 +57,7 @@ SignalHandler::SignalHandler(std::function<void()> terminate) : mTerminate(std::
     gSigtermHeldBack = false;
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) == 0) {
-        // Once nobody reads any more, a signal must not block on a full pipe.
+        // Without a reader, a signal must not block on a full pipe.
         static_cast<void>(::fcntl(ends[1], F_SETFL, O_WRONLY | O_NONBLOCK));
         mReadEnd = ends[0];
         gWriteEnd = ends[1];
@@ -126,7 +126,7 @@ void SignalHandler::HandleMessages() {
         }
         if (signal == SIGTERM) {
             QELLogging::LogInfo("SignalHandler: SIGTERM received.");
-            // From here on nobody reads, whatever comes.
+            // From here on the pipe has no reader.
             mThreadEnded = true;
             mSigtermHeard = true;
             mTerminate();

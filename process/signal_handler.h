@@ -8,17 +8,17 @@ namespace signal_handler {
 
 /// Installed for SIGTERM and SIGPIPE: hands the number of the signal to the thread of the
 /// SignalHandler, and does nothing where there is none. Never blocks and is safe in signal context.
-/// While the thread is behind by more than a pipe holds, a SIGPIPE is dropped and a SIGTERM is not.
+/// With the pipe to the thread full, a SIGPIPE is dropped and a SIGTERM is not.
 void HandleSignal(int signal);
 
 /// Turns SIGTERM into a function call on a thread of its own; SIGPIPE is only logged.
 ///
-/// One may exist at a time. When it goes without having heard a SIGTERM, the next one ends the
-/// process; after one it has heard, further ones change nothing. SIGPIPE stays caught.
+/// One may exist at a time. When it is destroyed without having handled a SIGTERM, the next one
+/// ends the process; after one it has handled, further ones have no effect. SIGPIPE stays caught.
 class SignalHandler {
 public:
     /// `terminate` is called once at most, on the handler's thread, and must not destroy the
-    /// handler. If the system refuses, an error is logged and signals go unheard.
+    /// handler. If the system refuses, an error is logged and signals have no effect.
     explicit SignalHandler(std::function<void()> terminate);
     /// Waits for a call of `terminate` that is being made, and makes it itself for a SIGTERM that
     /// has come too late for the thread.

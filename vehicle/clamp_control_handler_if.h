@@ -2,7 +2,7 @@
 
 namespace nuro_common {
 
-/// Subscribes to the clamp control service and hands its notifications up.
+/// Subscribes to the clamp control service and forwards its notifications.
 class ClampControlHandlerIf {
 public:
     virtual ~ClampControlHandlerIf() = default;

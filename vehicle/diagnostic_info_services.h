@@ -14,7 +14,7 @@
 namespace orv::tee {
 
 /// Finds the diagnostic service, subscribes to its field identificationData and keeps the latest
-/// usable values. The service is found and heard on threads of the middleware.
+/// usable values. Its discovery and its notifications run on threads of the middleware.
 class DiagnosticInfoServices : public DiagnosticInfoServicesIf {
 public:
     DiagnosticInfoServices() = default;
@@ -38,7 +38,7 @@ public:
     void GetData();
 
     /// Each stores a value unless it is the placeholder, a run of hyphens of a certain length, that
-    /// stands for a value that the service does not know.
+    /// means that the service does not know the value.
     void SetEcuSwVersion(std::string swVersion);
     void SetEcuHwVersion(std::string hwVersion);
     void SetEcuPartNumber(std::string partNumber);

@@ -6,7 +6,7 @@
 namespace orv::tee {
 
 /// What the unit's diagnostic service publishes of the unit. A value is empty until it has arrived;
-/// a service that goes away leaves the values as they are. Any thread may call the getters.
+/// the loss of the service leaves the values as they are. Any thread may call the getters.
 class DiagnosticInfoServicesIf {
 public:
     virtual ~DiagnosticInfoServicesIf() = default;

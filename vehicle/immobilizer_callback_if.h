@@ -10,7 +10,7 @@ class ImmobilizerCallbackIf {
 public:
     virtual ~ImmobilizerCallbackIf() = default;
 
-    /// The answer to one query; an empty VIN is the mark of failure.
+    /// The answer to one query; an empty VIN reports a failure.
     virtual void ImmobilizerVinReceived(const std::string& vin) = 0;
 
     /// The immobilizer service came or went.
