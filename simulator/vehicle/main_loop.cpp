@@ -76,27 +76,19 @@ MainLoop::MainLoop() {
     // A closed output or a terminal in the background must not end the vehicle.
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGTTIN, SIG_IGN);
-    mSignalFd = ::signalfd(-1, &signals, SFD_CLOEXEC);
-    if (mSignalFd < 0) {
+    mSignalFd = posix::UniqueFd(::signalfd(-1, &signals, SFD_CLOEXEC));
+    if (!mSignalFd.IsValid()) {
         Fail("signalfd");
     }
-    mQuitFd = ::eventfd(0, EFD_CLOEXEC);
-    if (mQuitFd < 0) {
-        const int error = errno;
-        ::close(mSignalFd);
-        errno = error;
+    mQuitFd = posix::UniqueFd(::eventfd(0, EFD_CLOEXEC));
+    if (!mQuitFd.IsValid()) {
         Fail("eventfd");
     }
 }
 
-MainLoop::~MainLoop() {
-    ::close(mQuitFd);
-    ::close(mSignalFd);
-}
-
 void MainLoop::Quit() {
     const std::uint64_t one = 1;
-    if (::write(mQuitFd, &one, sizeof(one)) < 0) {
+    if (::write(mQuitFd.Get(), &one, sizeof(one)) < 0) {
         Fail("eventfd");
     }
 }
@@ -104,7 +96,7 @@ void MainLoop::Quit() {
 void MainLoop::Run(const Execute& execute, bool endWithInput) {
     posix::LineSplitter lines(kMaxCommandSize);
     std::array<pollfd, 3> descriptors{
-        {{mSignalFd, POLLIN, 0}, {mQuitFd, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+        {{mSignalFd.Get(), POLLIN, 0}, {mQuitFd.Get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     auto& input = descriptors[2];
     while (true) {
         if (::poll(descriptors.data(), descriptors.size(), -1) < 0) {

@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include <posix/unique_fd.h>
+
 namespace simulator::vehicle {
 
 /// What the program's main thread does: waits for SIGTERM, SIGINT, commands on standard input and
@@ -12,10 +14,6 @@ public:
     /// Blocks the two signals for this thread and all that it makes from now on. Throws
     /// std::system_error.
     MainLoop();
-    ~MainLoop();
-
-    MainLoop(const MainLoop&) = delete;
-    MainLoop& operator=(const MainLoop&) = delete;
 
     /// Makes Run return. Any thread.
     void Quit();
@@ -25,8 +23,8 @@ public:
     void Run(const std::function<std::string(const std::string& line)>& execute, bool endWithInput);
 
 private:
-    int mSignalFd{-1};
-    int mQuitFd{-1};
+    posix::UniqueFd mSignalFd;
+    posix::UniqueFd mQuitFd;
 };
 
 }  // namespace simulator::vehicle

@@ -27,10 +27,6 @@ bool IsWritable() {
 
 }  // namespace
 
-ConsoleOutput::~ConsoleOutput() {
-    CloseOwn();
-}
-
 void ConsoleOutput::Write(std::chrono::system_clock::time_point time, LogLevel level,
                           const std::string& appId, const std::string& text) {
     FollowStderr(time);
@@ -48,7 +44,7 @@ void ConsoleOutput::FollowStderr(std::chrono::system_clock::time_point time) {
     // A descriptor of our own must not outlive a redirection; all else is written to stderr itself,
     // and how can be seen to be wrong a second later.
     const auto second = std::chrono::floor<std::chrono::seconds>(time);
-    if (mOwn < 0 && second == mLastLook) {
+    if (!mOwn.IsValid() && second == mLastLook) {
         return;
     }
     mLastLook = second;
@@ -61,17 +57,12 @@ void ConsoleOutput::FollowStderr(std::chrono::system_clock::time_point time) {
     mInode = status.st_ino;
     mForJournal = ara_log_host::IsJournalStream(std::getenv("JOURNAL_STREAM"), STDERR_FILENO);
     mRest.clear();
-    CloseOwn();
+    mOwn = posix::UniqueFd();
     mKind = S_ISSOCK(status.st_mode) ? Kind::kSocket : Kind::kFile;
     if (S_ISFIFO(status.st_mode) || isatty(STDERR_FILENO) != 0) {
         mKind = Kind::kStream;
-        mOwn = open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    }
-}
-
-void ConsoleOutput::CloseOwn() {
-    if (mOwn >= 0) {
-        close(std::exchange(mOwn, -1));
+        mOwn =
+            posix::UniqueFd(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     }
 }
 
@@ -117,14 +108,14 @@ ssize_t ConsoleOutput::WriteSome(std::string_view bytes) const {
 }
 
 ssize_t ConsoleOutput::WriteToStream(std::string_view bytes) const {
-    if (mOwn < 0 && !IsWritable()) {
+    if (!mOwn.IsValid() && !IsWritable()) {
         errno = EAGAIN;
         return -1;
     }
     const SigpipeBlock block;
-    const ssize_t written = mOwn >= 0 ? write(mOwn, bytes.data(), bytes.size())
-                                      : write(STDERR_FILENO, bytes.data(),
-                                              std::min<std::size_t>(bytes.size(), PIPE_BUF));
+    const ssize_t written = mOwn.IsValid() ? write(mOwn.Get(), bytes.data(), bytes.size())
+                                           : write(STDERR_FILENO, bytes.data(),
+                                                   std::min<std::size_t>(bytes.size(), PIPE_BUF));
     if (written < 0 && errno == EPIPE) {
         block.Discard();
         errno = EPIPE;

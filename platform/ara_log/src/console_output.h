@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <ara/log/common.h>
+#include <posix/unique_fd.h>
 
 namespace ara::log::internal {
 
@@ -18,11 +19,6 @@ namespace ara::log::internal {
 /// comes before anything else. One thread at a time.
 class ConsoleOutput {
 public:
-    ConsoleOutput() = default;
-    ConsoleOutput(const ConsoleOutput&) = delete;
-    ConsoleOutput& operator=(const ConsoleOutput&) = delete;
-    ~ConsoleOutput();
-
     /// Has the next line look at what stderr is now, which otherwise may take a second.
     void LookAgain() { mLastLook = {}; }
     void Write(std::chrono::system_clock::time_point time, LogLevel level, const std::string& appId,
@@ -32,7 +28,6 @@ private:
     enum class Kind { kFile, kSocket, kStream };
 
     void FollowStderr(std::chrono::system_clock::time_point time);
-    void CloseOwn();
     bool Put(std::string entry);
     bool WriteRest();
     ssize_t WriteSome(std::string_view bytes) const;
@@ -44,8 +39,8 @@ private:
     Kind mKind{Kind::kFile};
     bool mForJournal{false};
     /// Opened anew, a pipe or terminal can be non-blocking here without being so for all processes
-    /// that share it. Negative where that isn't permitted.
-    int mOwn{-1};
+    /// that share it. None where that isn't permitted.
+    posix::UniqueFd mOwn;
     std::string mRest;
     std::size_t mDropped{0};
 };

@@ -6,7 +6,8 @@
 
 #include <boost/asio/post.hpp>
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include <posix/unique_fd.h>
 
 namespace zem_connector {
 
@@ -19,17 +20,17 @@ constexpr std::chrono::milliseconds kAttemptDelay{250};
 boost::system::error_code Open(AddressRace::Socket& socket,
                                const boost::asio::ip::tcp::endpoint& address) {
     boost::system::error_code error;
-    const int descriptor =
-        ::socket(address.protocol().family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK,
-                 address.protocol().protocol());
-    if (descriptor < 0) {
+    posix::UniqueFd descriptor(::socket(address.protocol().family(),
+                                        SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK,
+                                        address.protocol().protocol()));
+    if (!descriptor.IsValid()) {
         return {errno, boost::system::system_category()};
     }
-    socket.assign(address.protocol(), descriptor, error);
+    socket.assign(address.protocol(), descriptor.Get(), error);
     if (error) {
-        close(descriptor);
         return error;
     }
+    descriptor.Release();
     socket.set_option(boost::asio::ip::tcp::no_delay(true), error);
     return error;
 }

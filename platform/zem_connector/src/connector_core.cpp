@@ -11,7 +11,6 @@
 #include <boost/asio/post.hpp>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "host_name.h"
 #include "library_log.h"
@@ -91,16 +90,15 @@ bool ConnectorCore::IsLibraryThread() const {
 }
 
 template <typename Callback>
-bool ConnectorCore::Deliver(const Callback& callback) {
+void ConnectorCore::Deliver(const Callback& callback) {
     if (!mOpen) {
-        return false;
+        return;
     }
     try {
         callback();
     } catch (const std::exception& exception) {
         Log().Error(std::string("A callback threw: ") + exception.what());
     }
-    return true;
 }
 
 bool ConnectorCore::Load() {
@@ -374,12 +372,8 @@ void ConnectorCore::OnAttemptDone(int attemptId, const std::string& peer, Connec
     if (result.status != host::kSocketConnected) {
         Log().Warn("Can't connect to " + peer + ": " + result.detail);
     }
-    const bool delivered = Deliver([&] {
-        callback->ZemSocketResult({result.status, result.descriptor});
-    });
-    if (!delivered && result.descriptor >= 0) {
-        close(result.descriptor);
-    }
+    // Whoever is called owns the descriptor from then on, also if it throws.
+    Deliver([&] { callback->ZemSocketResult({result.status, result.descriptor.Release()}); });
 }
 
 ConnectionResult ConnectorCore::StartRelay(const std::string& peer,
@@ -394,6 +388,7 @@ ConnectionResult ConnectorCore::StartRelay(const std::string& peer,
         result.detail = std::generic_category().message(errno);
         return result;
     }
+    result.descriptor = posix::UniqueFd(ends[1]);
     Log().Info("Connected to " + peer + " by " + stream->Version());
     TlsRelay::Client ours(mContext, boost::asio::local::stream_protocol(), ends[0]);
     const int id = mNextId++;
@@ -403,7 +398,6 @@ ConnectionResult ConnectorCore::StartRelay(const std::string& peer,
     mRelays[id] = relay;
     relay->Start();
     result.status = host::kSocketConnected;
-    result.descriptor = ends[1];
     return result;
 }
 

@@ -90,9 +90,9 @@ private:
                        ZemSocketCallbackIf* callback);
     ConnectionResult StartRelay(const std::string& peer, std::unique_ptr<TlsStream> stream);
 
-    /// Runs a callback, unless closed; false if nobody was called.
+    /// Runs a callback, unless closed.
     template <typename Callback>
-    bool Deliver(const Callback& callback);
+    void Deliver(const Callback& callback);
 
     boost::asio::io_context mContext;
     std::string mPath;

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace zem_connector {
 
@@ -134,20 +133,18 @@ void SocketAttempt::Handshake() {
 
 void SocketAttempt::HandOver(Socket socket) {
     boost::system::error_code error;
-    const int descriptor = socket.release(error);
+    posix::UniqueFd descriptor(socket.release(error));
     if (error) {
         Fail(host::kSocketFailed, error.message());
         return;
     }
-    if (!MakeBlocking(descriptor)) {
-        const int cause = errno;
-        close(descriptor);
-        Fail(host::kSocketFailed, std::generic_category().message(cause));
+    if (!MakeBlocking(descriptor.Get())) {
+        Fail(host::kSocketFailed, std::generic_category().message(errno));
         return;
     }
     ConnectionResult connected;
     connected.status = host::kSocketConnected;
-    connected.descriptor = descriptor;
+    connected.descriptor = std::move(descriptor);
     Finish(std::move(connected));
 }
 

@@ -12,6 +12,8 @@
 #include <zem_connector_host/operation_settings.h>
 #include <zem_connector_host/socket_status.h>
 
+#include <posix/unique_fd.h>
+
 #include "address_race.h"
 #include "name_lookup.h"
 #include "proxy_handshake.h"
@@ -38,7 +40,7 @@ struct ConnectionResult {
     std::string detail;
     /// On success one of the two: a connected, blocking, close-on-exec socket that has TCP_NODELAY
     /// set and belongs to the receiver, or a stream after its handshake.
-    int descriptor{-1};
+    posix::UniqueFd descriptor;
     std::unique_ptr<TlsStream> stream;
 };
 

@@ -4,32 +4,24 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <someip/network/address_claim.h>
 
 namespace someip {
 
 AddressClaim::AddressClaim(const Endpoint& endpoint)
-    : mDescriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     // An abstract name, which goes with its socket: a zero byte stands before it.
     const std::string name = "someip-sd-" + ToText(endpoint);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     name.copy(address.sun_path + 1, sizeof(address.sun_path) - 1);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-    if (mDescriptor < 0 ||
-        ::bind(mDescriptor, reinterpret_cast<const sockaddr*>(&address), size) != 0) {
-        if (mDescriptor >= 0) {
-            ::close(mDescriptor);
-        }
+    if (!mSocket.IsValid() ||
+        ::bind(mSocket.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
         throw std::runtime_error("another process has the service discovery of " +
                                  ToText(endpoint));
     }
-}
-
-AddressClaim::~AddressClaim() {
-    ::close(mDescriptor);
 }
 
 }  // namespace someip

@@ -5,8 +5,8 @@
 #include <boost/asio/buffer.hpp>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <posix/unique_fd.h>
 #include <someip/network/datagram_socket.h>
 
 namespace someip {
@@ -19,42 +19,35 @@ using boost::asio::ip::udp;
 class RawSocket {
 public:
     RawSocket() : mDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        if (mDescriptor < 0) {
+        if (!mDescriptor.IsValid()) {
             Fail("UDP socket");
         }
     }
-    ~RawSocket() {
-        if (mDescriptor >= 0) {
-            ::close(mDescriptor);
-        }
-    }
-    RawSocket(const RawSocket&) = delete;
-    RawSocket& operator=(const RawSocket&) = delete;
 
     template <typename Value>
     void Set(int level, int option, const Value& value, const char* what) {
-        if (::setsockopt(mDescriptor, level, option, &value, sizeof(value)) != 0) {
+        if (::setsockopt(mDescriptor.Get(), level, option, &value, sizeof(value)) != 0) {
             Fail(what);
         }
     }
 
     void Bind(const Endpoint& local) {
         const sockaddr_in address = Raw(local);
-        if (::bind(mDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
-            0) {
+        if (::bind(mDescriptor.Get(), reinterpret_cast<const sockaddr*>(&address),
+                   sizeof(address)) != 0) {
             Fail("UDP address " + ToText(local));
         }
     }
 
     void Connect(const Endpoint& peer) {
         const sockaddr_in address = Raw(peer);
-        if (::connect(mDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
-            0) {
+        if (::connect(mDescriptor.Get(), reinterpret_cast<const sockaddr*>(&address),
+                      sizeof(address)) != 0) {
             Fail("UDP peer " + ToText(peer));
         }
     }
 
-    int Release() { return std::exchange(mDescriptor, -1); }
+    int Release() { return mDescriptor.Release(); }
 
 private:
     [[noreturn]] static void Fail(const std::string& what) {
@@ -69,7 +62,7 @@ private:
         return address;
     }
 
-    int mDescriptor;
+    posix::UniqueFd mDescriptor;
 };
 
 /// Room for some of the largest datagrams; the system may grant less.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <posix/unique_fd.h>
 #include <someip/wire/endpoint.h>
 
 namespace someip {
@@ -11,13 +12,9 @@ class AddressClaim {
 public:
     /// Throws std::runtime_error if another holder has it.
     explicit AddressClaim(const Endpoint& endpoint);
-    ~AddressClaim();
-
-    AddressClaim(const AddressClaim&) = delete;
-    AddressClaim& operator=(const AddressClaim&) = delete;
 
 private:
-    int mDescriptor;
+    posix::UniqueFd mSocket;
 };
 
 }  // namespace someip
