@@ -21,7 +21,7 @@ public:
     virtual ~ClientCertInitializerAPI() = default;
 
     /// The one instance of the process. Throws `std::runtime_error` when the crypto library or one
-    /// of its stores is not to be had; the next call tries again.
+    /// of its stores is unavailable; the next call tries again.
     static std::shared_ptr<ClientCertInitializerAPI> get_instance();
 
     /// Makes a key pair in the client store, in the place of the one with that id.
@@ -32,7 +32,7 @@ public:
     virtual std::vector<std::uint8_t> generate_csr(std::string subject, std::string certId) = 0;
 
     /// A signature over non-empty `content` with the accepted key ("TIV", no other id is taken).
-    /// `algorithm` is not looked at: the scheme is always EMSA1(SHA-256).
+    /// `algorithm` is ignored: the scheme is always EMSA1(SHA-256).
     virtual std::vector<std::uint8_t> generate_signature(std::string certId,
                                                          std::vector<std::uint8_t> content,
                                                          std::string algorithm) = 0;

@@ -58,7 +58,7 @@ std::vector<std::uint8_t> PlainVectorOrEmpty(const std::optional<ByteVector>& by
 
 struct KeyHandle {
     std::shared_ptr<const IKeyID> mHandle;
-    /// Why there is no handle; means nothing beside one.
+    /// Why there is no handle; without meaning beside one.
     MockTeeError mError;
 };
 
@@ -73,7 +73,7 @@ KeyHandle MakeKeyHandle(ICryptoStore& store, const std::string& id, const char* 
 }  // namespace
 
 std::shared_ptr<ClientCertInitializerAPI> ClientCertInitializerAPIImpl::get_instance() {
-    // Complete only after the holder of the library, and so released before the clean-up.
+    // Constructed after the holder of the library, and so destroyed before it.
     static const std::shared_ptr<ClientCertInitializerAPI> instance =
         std::make_shared<ClientCertInitializerAPIImpl>();
     return instance;

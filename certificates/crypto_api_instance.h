@@ -7,8 +7,8 @@
 namespace vintrel {
 
 /// Owner of the crypto library's lifetime: initialises it when constructed and cleans it up when
-/// destroyed. The one instance of a process comes with the first `GetCryptoApiInstance` and goes
-/// at process exit, after all static objects that were complete later than it.
+/// destroyed. The one instance of a process is made by the first `GetCryptoApiInstance` and
+/// destroyed at process exit, after all static objects that were constructed later.
 class CryptoApiInstance {
 public:
     /// The library's provider. The first call initialises the library; when that fails it throws

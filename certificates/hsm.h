@@ -13,13 +13,13 @@
 
 namespace vintrel {
 
-/// `HsmIf` on the secure store and the X.509 validator. It keeps nothing of the store: every call
-/// reads it afresh. A certificate bears the common name VIN + ":C003".
+/// `HsmIf` on the secure store and the X.509 validator. It caches nothing: every call reads the
+/// store. A certificate has the common name VIN + ":C003".
 class Hsm : public HsmIf {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
 
-    /// Throws `std::runtime_error` when the crypto library or one of its objects is not to be had.
+    /// Throws `std::runtime_error` when the crypto library or one of its objects is unavailable.
     Hsm();
     /// With another source of the current time than the system clock; `clock` must be callable.
     explicit Hsm(Clock clock);

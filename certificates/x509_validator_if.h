@@ -15,7 +15,7 @@ class X509ValidatorIf {
 public:
     virtual ~X509ValidatorIf() = default;
 
-    /// Throws `std::runtime_error` when the crypto library is not to be had.
+    /// Throws `std::runtime_error` when the crypto library is unavailable.
     static std::shared_ptr<X509ValidatorIf> CreateX509Validator();
 
     /// The certificates of a chain, in its order.
@@ -25,7 +25,7 @@ public:
 
     /// Whether each certificate is verified by the next one, and the last one by the root
     /// certificate, which may be a bundle. Root and common name must not be empty; name and time
-    /// are not looked at otherwise. An empty list passes.
+    /// are not used otherwise. An empty list passes.
     virtual bool ValidateCertificatePath(const std::vector<std::string>& certificates,
                                          const std::string& rootCertificate,
                                          const std::string& commonName,
@@ -43,7 +43,7 @@ public:
                                               std::chrono::system_clock::time_point now) const = 0;
 
     /// Whether the signature over `content` was made with the certificate's key. `algorithm` is
-    /// not looked at: the scheme is always EMSA1(SHA-256).
+    /// ignored: the scheme is always EMSA1(SHA-256).
     virtual bool VerifySignature(const std::string& certificate,
                                  const std::vector<std::uint8_t>& content,
                                  const std::vector<std::uint8_t>& signature,

@@ -77,7 +77,7 @@ std::string Join(const std::vector<std::string>& parts, const char* separator) {
     return text;
 }
 
-// Names come from certificates: none may start a line or steer a terminal.
+// Names come from certificates: none may start a line or control a terminal.
 std::string ToLine(const std::string& text) {
     constexpr unsigned char kDelete = 0x7f;
     std::string line;

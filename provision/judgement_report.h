@@ -9,7 +9,7 @@ namespace provision {
 
 // The answers of `verify` and `status`, as text and as JSON (docs/provisioning.md has the members).
 
-/// The gravest of the entries' standings.
+/// The highest of the entries' standings.
 Standing StandingOf(const std::vector<EntryJudgement>& entries);
 
 /// One line an entry.

@@ -362,7 +362,7 @@ Command AddExport(CLI::App& app, Arguments& arguments) {
             }};
 }
 
-// The answer tells what matters; whoever wants more sets ARA_LOG_LEVEL.
+// The answer has all that matters; ARA_LOG_LEVEL shows more.
 Command AddJudgement(CLI::App& app, const char* name, const char* description, Arguments& arguments,
                      int (*judge)(const Arguments&, std::ostream&)) {
     CLI::App* command = app.add_subcommand(name, description);

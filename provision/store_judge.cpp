@@ -43,7 +43,7 @@ constexpr Place kTrustedRoot{vintrel::kTrustStoreIdKoru, vintrel::kKoruCertIdPro
                              EntryKind::kCertificate};
 constexpr Place kClientPair{vintrel::kKeyIdTiv, vintrel::kKeyIdTiv, EntryKind::kKeyPair};
 constexpr Place kPendingPair{vintrel::kKeyIdTiv, vintrel::kKeyIdTivCsr, EntryKind::kKeyPair};
-// What a pass needs of the store, and what it is there to keep.
+// What a pass needs in the store, and what it renews.
 constexpr std::array<Place, 3> kRequired{kBasePair, kTrustedRoot, kClientPair};
 
 template <typename Entry>
@@ -301,7 +301,7 @@ void StoreJudge::JudgeKeyPair(const StoreEntry& entry, const std::vector<std::st
     if (IsAt(judgement, kBasePair) && mVin.empty()) {
         judgement.faults.emplace_back("the common name holds no VIN");
     }
-    // The service asks for the dates of client certificates only.
+    // The service checks the dates of client certificates only.
     if (entry.store == vintrel::kKeyIdTiv && judgement.certificate &&
         judgement.certificate->validity != Validity::kValid) {
         judgement.faults.emplace_back(judgement.certificate->validity == Validity::kExpired
@@ -312,7 +312,7 @@ void StoreJudge::JudgeKeyPair(const StoreEntry& entry, const std::vector<std::st
 
 std::optional<bool> StoreJudge::JudgePath(const std::string& store,
                                           std::vector<std::string> certificates) const {
-    // The name is only asked whether it is empty.
+    // The name is only checked for being empty.
     const std::string& name = store;
     if (store == vintrel::kKeyIdTiv) {
         return mValidator->ValidateCertificatePath(

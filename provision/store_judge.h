@@ -35,7 +35,7 @@ enum class Standing : std::uint8_t {
 
 enum class Validity : std::uint8_t { kValid, kNotYetValid, kExpired };
 
-/// What a certificate says of itself, and how it stands at the moment that is judged.
+/// The fields of a certificate, and its validity at the moment that is judged.
 struct CertificateFacts : CertificateText {
     Validity validity = Validity::kValid;
     /// Whole days until `notAfter`, rounded down; negative afterwards.
@@ -66,7 +66,7 @@ enum class NextPass : std::uint8_t {
     kEnrols,
     /// Deletes the certificate, then enrols.
     kReplaces,
-    /// Can't tell what the unit is called, so it ends before it judges.
+    /// The VIN is unavailable, so the pass ends before any judgement.
     kEndsEarly,
 };
 
@@ -84,13 +84,13 @@ struct UnitStatus {
     /// What would keep a pass from enrolling; empty if nothing in the store does.
     std::string obstacle;
     /// The store was read between the removal of the accepted key pair and the promotion of the
-    /// pending one: the service is at it just now, or was interrupted.
+    /// pending one: a pass of the service is running, or was interrupted.
     bool isBeingReplaced = false;
     /// The entries that do not parse.
     std::vector<EntryJudgement> broken;
 };
 
-/// Judges a store as the service does, by the service's own classes on what was read of it.
+/// Judges a store as the service does, with the service's own classes on a copy of the store.
 ///
 /// One object in a process, on one thread: those classes and the library are the process's own.
 class StoreJudge {

@@ -17,13 +17,13 @@ using pki_support::PkiError;
 
 namespace {
 
-/// What `show` tells of an entry.
+/// What `show` prints of an entry.
 struct EntryText {
     std::vector<CertificateText> certificates;
     std::string fault;
 };
 
-/// A certificate that the store can parse may still have a field that can't be told.
+/// A certificate that the store can parse may still have a field that cannot be converted.
 EntryText Read(const StoreEntry& entry) {
     EntryText text;
     text.fault = entry.fault;

@@ -18,7 +18,7 @@ struct EntrySelector {
     std::string kind;
 };
 
-/// What a certificate says of itself.
+/// The fields of a certificate.
 struct CertificateText {
     std::string subject;
     std::string issuer;
@@ -28,7 +28,7 @@ struct CertificateText {
     std::string fingerprint;
 };
 
-/// `pki_support::PkiError` for a field that can't be told.
+/// `pki_support::PkiError` for a field that cannot be converted.
 CertificateText ReadText(const X509& certificate);
 
 /// As members of one object.

@@ -77,7 +77,7 @@ X509Ptr ParseCertificate(const ByteVector& der) {
     return certificate;
 }
 
-// The names alone would not tell: a CA that passes to a new key issues a certificate to itself,
+// Comparing names is not enough: a CA that changes to a new key issues a certificate to itself,
 // which a receiver needs.
 bool IsSelfSigned(X509& certificate) {
     const bool isSelfSigned = X509_self_signed(&certificate, 1) == 1;

@@ -17,17 +17,17 @@ struct TpmKeyStorage {
     std::string tcti;
 };
 
-/// In a token behind a PKCS #11 module, which they never leave.
+/// In a token behind a PKCS #11 module. The keys never leave the token.
 struct TokenKeyStorage {
     /// Absolute path of the module, a shared library.
     std::string module;
-    /// The token's label, or else the number of its slot: one of both.
+    /// The token's label, or else the number of its slot: exactly one of the two.
     std::string token;
     std::optional<std::uint64_t> slot;
     /// The file with the user's PIN, mode 0400; a relative path counts from the store's directory.
     std::string pinFile;
-    /// CKA_LABEL of the keys of this store, which tells them from everything else in the token.
-    /// Empty in a choice: making the store makes one.
+    /// CKA_LABEL of the keys of this store, which distinguishes them from everything else in the
+    /// token. Empty when the storage is chosen: making the store sets it.
     std::string label;
 };
 

@@ -29,7 +29,7 @@ enum class AdministrationStatus : uint8_t {
     kOk = 0,
     /// The caller's input was refused; nothing has changed.
     kInvalidArgument = 1,
-    /// No such store directory or entry, or the key-management store was never made.
+    /// No such store directory or entry, or the key-management store was never created.
     kNotFound = 2,
     /// The store, or its wrapping key, could not be read or written, or was refused.
     kStoreFailure = 3,
@@ -75,7 +75,7 @@ public:
     static AdministrationResult CreateOrOpen(const std::string& directory,
                                              std::unique_ptr<StoreAdministration>& administration);
 
-    /// As above, for a store whose private keys are to be kept elsewhere than in "wrapping.key":
+    /// As above, for a store whose private keys are kept elsewhere than in "wrapping.key":
     /// `keyStorage` is tried and then written to "store.json" (mode 0400). Where the store was made
     /// already, it must be kept there (else kInvalidArgument).
     static AdministrationResult CreateOrOpen(const std::string& directory,
@@ -88,20 +88,20 @@ public:
     static AdministrationResult Open(const std::string& directory,
                                      std::unique_ptr<StoreAdministration>& administration);
 
-    /// Reads an existing store at one moment, and never again: all that this object tells is what
-    /// the store held then. It takes no lock, leaves the store's files as they are and makes none;
-    /// a store that was upgraded since is refused, an older one is upgraded in memory only. What
-    /// the service would not open is refused, too. So is, with kStoreFailure, each operation that
-    /// would change a key pair; what the others change is lost with the object.
+    /// Reads an existing store once: all that this object reports is what the store held at that
+    /// moment. It takes no lock, leaves the store's files as they are and makes none; a store that
+    /// was upgraded since is refused, an older one is upgraded in memory only. What the service
+    /// would not open is refused, too. So is, with kStoreFailure, each operation that would change
+    /// a key pair; what the others change is lost with the object.
     static AdministrationResult OpenForReading(
         const std::string& directory, std::unique_ptr<StoreAdministration>& administration);
 
-    /// For an object from `OpenForReading`: has `initCryptoLib` open, in this process and once,
+    /// For an object from `OpenForReading`: makes the next `initCryptoLib` of this process open
     /// what this object has read, so that the classes of the system judge it beside the service and
     /// without touching the store. The library then takes certificates, and keeps them for itself,
     /// but gives `kStorageError` for what would change a key pair. kNotFound if the key-management
-    /// store was never made; kStoreFailure while the library is open, for an object from elsewhere,
-    /// and where TPM or token can't be reached, as the service would not open the store then.
+    /// store was never created; kStoreFailure while the library is open, for an object of another
+    /// origin, and when TPM or token are unavailable, as the service would not open the store then.
     /// `cleanupCryptoLib` ends the use of this object, too.
     AdministrationResult ShareWithLibrary();
 

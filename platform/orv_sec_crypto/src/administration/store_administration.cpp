@@ -115,8 +115,8 @@ std::string NewKeyLabel() {
     return label;
 }
 
-// A new store beside the configuration of a lost one gets a label of its own, so that what that one
-// had in the token, and may be wanted yet, is not the new one's to destroy.
+// A new store beside the configuration of a lost one gets a new label, so that it never destroys
+// the lost store's keys in the token, which may still be needed.
 void PartFromLostStore(const std::string& directory) {
     auto storage = LoadKeyStorage(directory);
     auto* token = storage ? std::get_if<TokenKeyStorage>(&*storage) : nullptr;
@@ -129,7 +129,7 @@ void PartFromLostStore(const std::string& directory) {
     SaveKeyStorage(directory, *storage);
 }
 
-// An interrupted choice of a TPM, or a lost configuration.
+// Left by an interrupted choice of a TPM, or by a lost configuration.
 void CheckNoSealedKeyAlone(const std::string& directory) {
     const std::string keyPath = directory + "/wrapping.key";
     if (FileExists(keyPath + ".tpm") && !FileExists(keyPath) && !LoadKeyStorage(directory)) {
@@ -140,8 +140,8 @@ void CheckNoSealedKeyAlone(const std::string& directory) {
     }
 }
 
-// The keys are made, or reached, before the choice is written down, so that one that does not work
-// leaves nothing behind that stands in the way of the next.
+// The storage is created, or contacted, before the choice is saved, so that a choice that fails
+// leaves nothing that prevents the next one.
 void ChooseKeyStorage(const std::string& directory, KeyStorage storage) {
     CheckKeyStorage(storage);
     const KeyStorage present = LoadKeyStorage(directory).value_or(FileKeyStorage{});

@@ -14,12 +14,12 @@ namespace orv::sec::crypto {
 
 using openssl_support::PkeyPtr;
 
-/// What the database has of a key pair.
+/// What the database stores of a key pair.
 struct StoredKey {
     /// SubjectPublicKeyInfo in DER.
     common::ByteVector publicKey;
-    /// Whatever brings the private key back; never one in the clear. The first byte tells its
-    /// version, and so what kind of custody it is one of.
+    /// What the custody restores the private key from; never a plain key. The first byte is a
+    /// version that is different for each kind of custody.
     common::ByteVector blob;
 };
 
@@ -27,9 +27,9 @@ struct StoredKey {
 /// from here and knows nothing about them.
 ///
 /// Calls are serialised by the caller; the keys that `Open` gives may be used by any thread. Those
-/// that are in a token fail once their custody is gone. All failures are `CryptoError`:
-/// `kStorageError` where the keys can't be reached, `kIntegrityError` where one of them is not what
-/// it should be.
+/// that are in a token fail once their custody is destroyed. All failures are `CryptoError`:
+/// `kStorageError` when the keys are unavailable, `kIntegrityError` when one of them does not match
+/// its record.
 class KeyCustody {
 public:
     KeyCustody() = default;
@@ -37,22 +37,23 @@ public:
     KeyCustody(const KeyCustody&) = delete;
     KeyCustody& operator=(const KeyCustody&) = delete;
 
-    /// What tells, other than the database, that the store was made once; empty when nothing does.
+    /// Evidence outside the database that the store was made once, as a noun for a message; empty
+    /// when there is none.
     virtual std::string TraceOfStore() const = 0;
 
-    /// Makes what key pairs need unless it is there. For the holder of the store's lock.
+    /// Creates what key pairs need unless it exists. The caller holds the store's lock.
     virtual void Make() = 0;
 
     /// Whether `Load` needs nothing but the store's own files.
     virtual bool IsLocal() const = 0;
-    /// Reaches for what the keys need; if it was never made, that is a failure where the store
-    /// `holdsKeys`. Without this call the first operation reaches for it.
+    /// Loads what the keys need, or connects to it; that it was never created is a failure only
+    /// where the store `holdsKeys`. Without this call the first operation does so.
     virtual void Load(bool holdsKeys) = 0;
     virtual bool IsLoaded() const = 0;
 
     /// Makes a P-256 key pair for the row `row`.
     virtual StoredKey Generate(const std::string& row) = 0;
-    /// Takes over a P-256 key that was made elsewhere.
+    /// Imports a P-256 key that was made elsewhere.
     virtual StoredKey Adopt(const std::string& row, EVP_PKEY& key) = 0;
 
     /// The private key, for signing; it belongs to the public key beside it.
@@ -62,14 +63,15 @@ public:
     virtual common::ByteVector Rebind(const StoredKey& stored, const std::string& row,
                                       const std::string& newRow) = 0;
 
-    /// Throws where a key pair could not be dropped now because it can't be reached.
+    /// Throws when no key pair could be deleted now because the keys are unavailable.
     virtual void CheckDroppable() = 0;
-    /// Drops a key pair that no row has any more. What can't be dropped now is left to `Sweep`.
+    /// Deletes a key pair that no row refers to any more. What cannot be deleted now is left to
+    /// `Sweep`.
     virtual void Forget(const common::ByteVector& blob) = 0;
 
-    /// Drops what crashes have left: everything that is in none of the store's blobs. Nothing if
-    /// what one of them refers to is missing: the keys then belong to another state of the store.
-    /// For the holder of the store's lock.
+    /// Deletes what crashes have left: every key that none of the store's blobs refers to. Deletes
+    /// nothing if a key that one of them refers to is missing: the keys then belong to another
+    /// state of the store. The caller holds the store's lock.
     virtual void Sweep(const std::vector<common::ByteVector>& blobs) = 0;
 };
 

@@ -48,7 +48,7 @@ void CheckText(const char* name, const std::string& text, std::size_t maximum = 
         throw Invalid(std::string(name) + " must have 1 to " + std::to_string(maximum) +
                       " characters");
     }
-    // What is tried must be what is written down.
+    // What is tried must be what is saved.
     if (!IsUtf8(text)) {
         throw Invalid(std::string(name) + " is no UTF-8 text");
     }
@@ -68,7 +68,7 @@ void CheckToken(const TokenKeyStorage& token) {
     }
 }
 
-/// The members of one JSON object, of which none may be left over.
+/// The members of one JSON object, each of which must be read.
 class Members {
 public:
     explicit Members(const json& object) : mObject(object) {

@@ -9,14 +9,14 @@
 /// All failures are `CryptoError`.
 namespace orv::sec::crypto {
 
-/// Nothing when there is no such file. `kStorageError` when it belongs to somebody else, others may
-/// write to it, or it is not exactly of its form.
+/// Empty when there is no such file. `kStorageError` when another user owns it, others may write to
+/// it, or it is not exactly of its form.
 std::optional<host::KeyStorage> LoadKeyStorage(const std::string& directory);
 
-/// Makes the file, durably. For the holder of the store's lock.
+/// Writes the file, durably. The caller holds the store's lock.
 void SaveKeyStorage(const std::string& directory, const host::KeyStorage& storage);
 
-/// Throws `kInvalidArgument` unless the choice is complete and in the limits of the file.
+/// Throws `kInvalidArgument` unless the choice is complete and within the limits of the file.
 void CheckKeyStorage(const host::KeyStorage& storage);
 
 /// Whether both name the same place; the label of a token's keys does not count.

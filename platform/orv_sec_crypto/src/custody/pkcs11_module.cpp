@@ -20,8 +20,8 @@ namespace {
 
 // Never destroyed: a store may be closed by the destructor of a static object.
 struct LoadedModules {
-    // Which process loaded the last one. A child of a fork must not wait for a mutex: whoever held
-    // it is not there to give it back.
+    // Which process loaded the last one. A child of a fork must not wait for a mutex: the thread
+    // that held it does not exist there.
     std::atomic<pid_t> owner{0};
     std::mutex mutex;
     std::map<std::string, std::unique_ptr<Pkcs11Module>> byPath;

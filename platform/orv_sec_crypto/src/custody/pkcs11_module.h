@@ -10,24 +10,24 @@
 namespace orv::sec::crypto {
 
 /// A PKCS #11 module (OASIS PKCS #11 2.40), a shared library that is loaded and initialised at its
-/// first use. It stays so for all users in this process and is finalised when the process ends,
+/// first use. It remains loaded for all users in this process and is finalised at process exit,
 /// ahead of the libraries that it uses itself; calls after that, and calls in a child of a fork,
 /// are refused. All failures are `CryptoError` with `kStorageError`.
 class Pkcs11Module {
 public:
-    /// The one of this path. Any thread.
+    /// The module at this path. Any thread.
     static Pkcs11Module& Load(const std::string& path);
 
-    /// Taken by a user for as long as its calls belong together.
+    /// Locked by a user for each sequence of calls that belong together.
     std::mutex& Mutex() { return mMutex; }
 
-    /// The functions, for the holder of the mutex.
+    /// The module's functions; the caller holds the mutex.
     CK_FUNCTION_LIST& Functions() const;
-    /// False once `Functions` would refuse.
+    /// False once `Functions` would throw.
     bool IsUsable() const;
 
-    /// Remembers the PIN that a token has refused last in this process, so that nobody tries it
-    /// again: by the version of its file, empty for none. For the holder of the mutex.
+    /// The PIN that a token has refused last in this process, which is not tried again: the version
+    /// of its file, empty for none. The caller holds the mutex.
     std::string& RefusedPin(const std::string& serialNumber) { return mRefusedPins[serialNumber]; }
 
 private:

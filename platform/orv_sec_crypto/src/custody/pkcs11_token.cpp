@@ -31,7 +31,7 @@ constexpr CK_OBJECT_CLASS kPrivateKey = CKO_PRIVATE_KEY;
 constexpr CK_OBJECT_CLASS kPublicKey = CKO_PUBLIC_KEY;
 constexpr CK_KEY_TYPE kEcKey = CKK_EC;
 
-// The interface takes all values by pointers to what it could change, but does not.
+// The interface takes pointers to non-const, but changes none of the values.
 CK_ATTRIBUTE Attribute(CK_ATTRIBUTE_TYPE type, const void* value, std::size_t size) {
     return {type, const_cast<void*>(value), static_cast<CK_ULONG>(size)};
 }
@@ -120,7 +120,8 @@ void Pkcs11Token::Require(CK_RV value, const std::string& what) const {
 
 template <typename Work>
 auto Pkcs11Token::Run(Work work) {
-    // The parent's threads may have held the mutexes at the fork, and nobody here gives them back.
+    // The parent's threads may have held the mutexes at the fork, and no thread in the child
+    // releases them.
     if (mOwner != ::getpid()) {
         throw Error("belongs to the parent process");
     }
@@ -139,7 +140,7 @@ auto Pkcs11Token::Run(Work work) {
         }
         return work();
     } catch (const CryptoError& error) {
-        // Whatever has become of the token, the next operation starts afresh.
+        // Whatever happened to the token, the next operation opens a new session.
         if (error.Code() == CryptoResultCode::kStorageError) {
             CloseSession();
         }
@@ -306,7 +307,7 @@ ByteVector Pkcs11Token::ReadAttribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE
 
 ByteVector Pkcs11Token::ReadPoint(CK_OBJECT_HANDLE publicKey) const {
     ByteVector point = ReadAttribute(publicKey, CKA_EC_POINT);
-    // Some tokens leave the OCTET STRING away.
+    // Some tokens omit the OCTET STRING.
     if (point.size() == kPointStart.size() + kP256PointBytes &&
         std::equal(kPointStart.begin(), kPointStart.end(), point.begin())) {
         point.erase(point.begin(), point.begin() + kPointStart.size());
@@ -314,7 +315,7 @@ ByteVector Pkcs11Token::ReadPoint(CK_OBJECT_HANDLE publicKey) const {
     return point;
 }
 
-// What is of no use must not stay in the token.
+// An unusable key must not remain in the token.
 template <typename Work>
 auto Pkcs11Token::OrDestroy(const KeyId& id, Work work) {
     try {
@@ -325,7 +326,7 @@ auto Pkcs11Token::OrDestroy(const KeyId& id, Work work) {
     }
 }
 
-// Some modules take what a template demands for a wish.
+// Some modules ignore attributes that a template requires.
 void Pkcs11Token::CheckNeverLeaves(const KeyId& id) const {
     const CK_OBJECT_HANDLE key = FindKey(id, kPrivateKey);
     if (ReadAttribute(key, CKA_SENSITIVE) != ByteVector{CK_TRUE} ||

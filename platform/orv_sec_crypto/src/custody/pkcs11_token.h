@@ -20,11 +20,11 @@ namespace orv::sec::crypto {
 /// The P-256 keys of one store in a PKCS #11 token: a private key object, never extractable, and a
 /// public key object for each, with the store's CKA_LABEL and a CKA_ID of their own.
 ///
-/// The token is reached, and its user logged in, by the first operation, and again when the session
+/// The first operation opens a session and logs the user in; so does the next one after the session
 /// was lost. A PIN that was refused is not tried again by this process until its file changes. None
-/// is tried when the token says that it is the last attempt, or that another process, or somebody
-/// else, has tried a wrong one. Any thread, but no child of a fork. All failures are `CryptoError`:
-/// `kIntegrityError` when a key is not there, `kStorageError` for everything else.
+/// is tried when the token reports that it is the last attempt, or that another process or another
+/// user has tried a wrong one. Any thread, but not in a child after fork. All failures are
+/// `CryptoError`: `kIntegrityError` when a key is not there, `kStorageError` for everything else.
 class Pkcs11Token {
 public:
     using KeyId = std::array<std::uint8_t, 16>;
@@ -35,13 +35,13 @@ public:
     Pkcs11Token(const Pkcs11Token&) = delete;
     Pkcs11Token& operator=(const Pkcs11Token&) = delete;
 
-    /// Reaches the token and checks that it can make and use such keys.
+    /// Connects to the token and checks that it can make and use such keys.
     void CheckUsable();
 
     /// Ends the session; every operation fails from here on.
     void Close();
 
-    /// Makes a key pair and gives its public point, uncompressed (SEC 1).
+    /// Makes a key pair and returns its public point, uncompressed (SEC 1).
     common::ByteVector GenerateKeyPair(const KeyId& id);
     /// `scalar` is the private number in 32 bytes.
     void ImportKeyPair(const KeyId& id, const common::ByteVector& scalar,
@@ -50,9 +50,9 @@ public:
     common::ByteVector LoadPoint(const KeyId& id);
     /// The ECDSA signature as both numbers.
     common::ByteVector SignDigest(const KeyId& id, const std::uint8_t* digest, std::size_t size);
-    /// Destroys what there is under the id.
+    /// Destroys all objects with the id.
     void Destroy(const KeyId& id);
-    /// Each id once.
+    /// The ids of all keys, each once.
     std::vector<KeyId> List();
 
 private:
@@ -79,7 +79,7 @@ private:
 
     const host::TokenKeyStorage mSettings;
     const pid_t mOwner;
-    // Taken before the module's.
+    // Locked before the module's.
     std::mutex mMutex;
     Pkcs11Module* mModule = nullptr;
     CK_SESSION_HANDLE mSession = CK_INVALID_HANDLE;

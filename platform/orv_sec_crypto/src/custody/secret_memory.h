@@ -9,11 +9,11 @@ namespace orv::sec::crypto {
 /// PR_SET_DUMPABLE), unless environment variable ORV_CRYPTO_CORE_DUMPS is "1".
 void KeepOutOfCoreDumps();
 
-/// Memory for a key that lives long: not swapped, where the limit on locked memory allows it, not
-/// in core dumps in any case, wiped when it goes.
+/// Memory for a long-lived key: not swapped where the limit on locked memory permits it, excluded
+/// from core dumps, wiped at its release.
 class SecretMemory {
 public:
-    /// At most a page. `CryptoError` with `kOutOfResources` where there is none.
+    /// `size` is at most a page. `CryptoError` with `kOutOfResources` when there is no memory.
     explicit SecretMemory(std::size_t size);
     ~SecretMemory();
     SecretMemory(const SecretMemory&) = delete;

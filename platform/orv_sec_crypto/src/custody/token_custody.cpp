@@ -151,7 +151,7 @@ void TokenCustody::Forget(const ByteVector& blob) {
 }
 
 void TokenCustody::Sweep(const std::vector<ByteVector>& blobs) {
-    // A store without keys may be one that takes a lost one's place, whose keys may be wanted yet.
+    // A store without keys may replace a lost one, whose keys may still be needed.
     if (blobs.empty()) {
         return;
     }
@@ -160,7 +160,7 @@ void TokenCustody::Sweep(const std::vector<ByteVector>& blobs) {
         keys.insert(ToBlob(id));
     }
     const std::set<ByteVector> wanted(blobs.begin(), blobs.end());
-    // Rows always have keys, so this is not the database that the token's keys were made for.
+    // Every row has a key, so this is not the database that the token's keys were made for.
     if (!std::includes(keys.begin(), keys.end(), wanted.begin(), wanted.end())) {
         Log().Warn("the token lacks keys of this store, an old or copied one? None is destroyed");
         return;

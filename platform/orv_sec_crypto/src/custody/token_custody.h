@@ -8,10 +8,10 @@
 
 namespace orv::sec::crypto {
 
-/// Keys that are made in a PKCS #11 token and stay there. A blob is a version byte and the key's
-/// CKA_ID, 16 random bytes; it is the same in every row. A key is in the token before its row is in
-/// the database and until after it is gone, so a crash leaves keys without rows, never rows without
-/// keys.
+/// Keys that are generated in a PKCS #11 token and stay there. A blob is a version byte and the
+/// key's CKA_ID, 16 random bytes; it is the same in every row. A key is made before its row is
+/// inserted and destroyed after its row is deleted, so a crash leaves keys without rows, never rows
+/// without keys.
 class TokenCustody final : public KeyCustody {
 public:
     TokenCustody(const std::string& directory, host::TokenKeyStorage settings);
@@ -32,7 +32,7 @@ public:
     void Sweep(const std::vector<common::ByteVector>& blobs) override;
 
 private:
-    // The keys that were given out have it, too.
+    // Shared with the keys that `Open` has returned.
     const std::shared_ptr<Pkcs11Token> mToken;
 };
 

@@ -57,10 +57,11 @@ void Require(TSS2_RC code, const std::string& what) {
 }
 
 /// One session with the TPM, in which secrets cross the bus encrypted only: it is salted with a
-/// value that only the storage key's TPM can decrypt, and its keys hang on that.
+/// value that only the storage key's TPM can decrypt, from which its keys are derived.
 class TpmSession {
 public:
-    // The object is there once it is empty, so that whatever fails in here, it is closed.
+    // The delegated constructor completes the object, so whatever fails here, the destructor closes
+    // it.
     explicit TpmSession(const std::string& tcti) : TpmSession() { Open(tcti); }
     ~TpmSession() { Close(); }
     TpmSession(const TpmSession&) = delete;
@@ -232,7 +233,7 @@ void UnsealByTpm(const std::string& tcti, const ByteVector& sealed, std::uint8_t
         throw TpmError("key file refused: it holds no sealed key");
     }
     TpmSession session(tcti);
-    // Checked before the key is asked for, so that no stranger on the bus can play the TPM.
+    // Checked before the key is asked for, so that nothing else on the bus can impersonate the TPM.
     if (!SameName(session.StorageKeyName(), storageKeyName)) {
         throw TpmError("sealed key refused: TPM '" + tcti + "' is another one, or was cleared");
     }

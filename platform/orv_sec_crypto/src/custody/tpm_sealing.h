@@ -6,15 +6,15 @@
 
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
-/// Short secrets sealed by a TPM 2.0 (TCG TPM 2.0 Library): only this TPM opens them again, and
-/// none once its owner hierarchy was cleared. Its owner hierarchy must have no password.
+/// Short secrets sealed by a TPM 2.0 (TCG TPM 2.0 Library): only this TPM unseals them, until its
+/// owner hierarchy is cleared. Its owner hierarchy must have no password.
 ///
 /// The TPM is named by a TCTI configuration, "device:/dev/tpmrm0" for instance, and used only
 /// during a call. All failures are `CryptoError` with `kStorageError`. The stack below also writes
 /// its own lines to standard error (environment variable TSS2_LOG).
 namespace orv::sec::crypto {
 
-/// More than any sealed secret has.
+/// An upper bound of the size of a sealed secret.
 inline constexpr std::size_t kMaxSealedBytes = 4096;
 
 /// The sealed form of `secret`, to be kept in a file: one version byte, the name of the storage key

@@ -73,11 +73,11 @@ ByteVector WrappingKeyCustody::Rebind(const StoredKey& stored, const std::string
 }
 
 void WrappingKeyCustody::Forget(const ByteVector&) {
-    // The blob was the key, and its row is gone.
+    // The blob held the whole key, and its row is deleted.
 }
 
 void WrappingKeyCustody::Sweep(const std::vector<ByteVector>&) {
-    // All that this custody has is in the rows.
+    // This custody keeps nothing outside the rows.
 }
 
 }  // namespace orv::sec::crypto

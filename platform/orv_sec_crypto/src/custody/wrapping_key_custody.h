@@ -8,7 +8,8 @@
 
 namespace orv::sec::crypto {
 
-/// Keys that lie in the database as PKCS #8 under a wrapping key, each bound to its row.
+/// Keys stored in the database as PKCS #8, encrypted under a wrapping key and each bound to its
+/// row.
 class WrappingKeyCustody final : public KeyCustody {
 public:
     explicit WrappingKeyCustody(WrappingKeyPlace place);
@@ -32,7 +33,7 @@ private:
     common::ByteVector Wrap(const std::string& row, const EVP_PKEY& key);
 
     const WrappingKeyPlace mPlace;
-    // Also read later than at the start, where an administrator made it meanwhile.
+    // Null until it is loaded, which may be late: an administrator may create it meanwhile.
     std::unique_ptr<WrappingKey> mKey;
 };
 

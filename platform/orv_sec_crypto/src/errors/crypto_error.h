@@ -12,8 +12,8 @@ namespace orv::sec::crypto {
 template <typename Object>
 using CryptoResult = common::ErrorOrObjectResult<common::CryptoResultCode, Object>;
 
-/// How failures travel inside the library. It never leaves it: every operation of a public
-/// interface runs its work through `RunOperation` or `RunForResult`.
+/// The exception for failures inside the library. It never crosses a public interface: every
+/// operation there runs its work through `RunOperation` or `RunForResult`.
 class CryptoError : public std::runtime_error {
 public:
     CryptoError(common::CryptoResultCode code, const std::string& message)

@@ -10,24 +10,24 @@
 
 namespace orv::sec::crypto {
 
-/// Which mode a file must have, beyond that it belongs to the process's effective user.
+/// Which mode a file must have; its owner must be the process's effective user in any case.
 enum class FileProtection : std::uint8_t {
     /// Exactly 0400.
     kSecret,
-    /// None that lets others than its owner write.
+    /// Any that lets only its owner write.
     kOwnersOnlyToWrite,
 };
 
 struct FileDemands {
-    /// What it is, for the operator: "key file".
+    /// A noun for messages to the operator: "key file".
     const char* what;
     FileProtection protection;
     std::size_t minimumSize;
     std::size_t maximumSize;
 };
 
-/// A file beside the store that decides about keys. It is opened only if it is a regular file, no
-/// symbolic link, and meets what is demanded of it.
+/// A file beside the store on which the keys depend. It is opened only if it is a regular file, not
+/// a symbolic link, and meets the demands.
 class ProtectedFile {
 public:
     /// Null when there is no such file; `CryptoError` with `kStorageError` when it is refused or
@@ -50,17 +50,18 @@ private:
     std::string mVersion;
 };
 
-/// Makes a file of mode 0400, complete and durable under its name at once. One that is there
-/// already stays as it is. For the holder of the store's lock.
+/// Creates a file of mode 0400, atomically and durably. An existing one stays as it is. The caller
+/// holds the store's lock.
 void CreateProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size);
 
-/// The same, but in the place of one that is there.
+/// The same, but replaces an existing one.
 void ReplaceProtectedFile(const std::string& path, const std::uint8_t* bytes, std::size_t size);
 
-/// Removes what one of both that was interrupted has left. For the holder of the store's lock.
+/// Removes the temporary file that an interruption of either has left. The caller holds the store's
+/// lock.
 void RemoveProtectedLeftover(const std::string& path);
 
-/// False only if it is certain that there is nothing under this name.
+/// False only if there is certainly no file of this name.
 bool FileExists(const std::string& path);
 
 }  // namespace orv::sec::crypto

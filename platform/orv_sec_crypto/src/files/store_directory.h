@@ -11,16 +11,16 @@ namespace orv::sec::crypto {
 /// empty, else "/var/lib/orv/crypto".
 std::string DefaultStoreDirectory();
 
-/// Makes the directory and the parents that it lacks, with mode 0700 and durable under their names.
+/// Creates the directory and its missing parents, durably and with mode 0700.
 void CreateDirectories(const std::string& directory);
 
-/// Makes durable which files the directory has.
+/// Makes the directory's entries durable (fsync(2)).
 void SyncDirectory(const std::string& directory);
 
 /// The right of one process to write to a store: an advisory lock (flock(2)) on the store's
-/// directory, so that it needs no file, leaves none behind and can be had on a full or a read-only
-/// disk. The kernel takes it back from a process that dies. All of a process share one lock; who
-/// only reads needs none.
+/// directory, so that it needs no file, leaves none behind and works on a full or read-only disk.
+/// The kernel releases it when the process dies. All users in a process share one lock; reading
+/// needs none.
 class StoreLock {
 public:
     /// Waits a second for another process that holds the lock, then gives up: `CryptoError` with

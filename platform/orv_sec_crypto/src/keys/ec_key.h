@@ -23,8 +23,8 @@ PkeyPtr DecodePrivateKey(const common::ByteVector& der);
 common::ByteVector EncodePublicKey(EVP_PKEY& key);
 PkeyPtr DecodePublicKey(const common::ByteVector& der);
 
-/// The key in a file of the operator's: unencrypted PKCS #8 or SEC 1, PEM or DER. `kInvalidFormat`
-/// when it is none, `kKeyMismatch` when it is not a valid P-256 key.
+/// The key in an operator's file: unencrypted PKCS #8 or SEC 1, PEM or DER. `kInvalidFormat` when
+/// it is none, `kKeyMismatch` when it is not a valid P-256 key.
 PkeyPtr ParseKeyFile(const std::string& contents);
 
 bool SameKey(const EVP_PKEY& one, const EVP_PKEY& other);

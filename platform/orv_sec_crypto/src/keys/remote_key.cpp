@@ -51,13 +51,13 @@ EcdsaSignaturePtr ToSignature(const ByteVector& numbers) {
         ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1) {
         return nullptr;
     }
-    // They are the signature's now.
+    // The signature owns both numbers now.
     static_cast<void>(r.release());
     static_cast<void>(s.release());
     return signature;
 }
 
-// Why the last signing on this thread has failed, as OpenSSL would not tell.
+// Why the last signature on this thread has failed, which OpenSSL does not report.
 thread_local std::optional<CryptoError> tFailure;
 
 // No exception may pass through OpenSSL.

@@ -15,7 +15,7 @@ namespace orv::sec::crypto {
 
 using openssl_support::PkeyPtr;
 
-/// Signs with one P-256 key that is out of reach.
+/// Signs with one P-256 key that OpenSSL cannot read.
 class RemoteSigner {
 public:
     RemoteSigner() = default;
@@ -28,14 +28,13 @@ public:
     virtual common::ByteVector SignDigest(const std::uint8_t* digest, std::size_t size) = 0;
 };
 
-/// A key that OpenSSL can sign with like with any other, for requests, signatures and CMS; its
-/// private operations are `signer`'s. A signature that fails there fails in OpenSSL; the reason is
-/// in the log, and `SigningError` has it. `publicKey` is a P-256 key as SubjectPublicKeyInfo in
-/// DER.
+/// A key that OpenSSL signs with as with any other (requests, signatures, CMS); `signer` performs
+/// its private operations. When it fails, the OpenSSL operation fails; the reason is logged, and
+/// `SigningError` returns it. `publicKey` is a P-256 key as SubjectPublicKeyInfo in DER.
 PkeyPtr MakeRemoteKey(const common::ByteVector& publicKey, std::shared_ptr<RemoteSigner> signer);
 
-/// Why a signature that OpenSSL was to make just now, on this thread, has failed: with the signer's
-/// own code where it was that, else as `OpenSslError`.
+/// Why the last OpenSSL signature on this thread has failed: the signer's own error where it was
+/// the signer, else as `OpenSslError`.
 CryptoError SigningError(const std::string& what);
 
 }  // namespace orv::sec::crypto

@@ -24,10 +24,10 @@ namespace {
 // needs its state; and this record itself is never destroyed.
 struct OpenLibrary {
     std::mutex mutex;
-    // Held as long as the database: what an operation leaves for the next one, nobody else changes.
+    // Held as long as the database is open, so that no other process writes between two operations.
     std::shared_ptr<StoreLock> lock;
     std::shared_ptr<StoreDatabase> database;
-    // What the next opening takes instead of the store in the directory; mostly null.
+    // What the next opening takes instead of the store in the directory; usually null.
     std::shared_ptr<StoreDatabase> provided;
 };
 

@@ -6,9 +6,9 @@
 
 namespace orv::sec::crypto {
 
-/// Has the library of this process work on an open store, in the place of the one that it would
-/// open itself: `initCryptoLib` takes it, `cleanupCryptoLib` closes it, and from then on things are
-/// as ever. `kInvalidState` while the library is open. Any thread.
+/// Makes the library of this process work on an open store instead of the one that it would open
+/// itself: the next `initCryptoLib` takes it, `cleanupCryptoLib` closes it, and later openings are
+/// not affected. `kInvalidState` while the library is open. Any thread.
 void ProvideLibraryContents(std::shared_ptr<StoreDatabase> contents);
 
 }  // namespace orv::sec::crypto

@@ -11,7 +11,7 @@ using common::CryptoResultCode;
 namespace {
 
 void CheckNotReserved(const std::string& name) {
-    // Were it taken, the unit could not be provisioned any more.
+    // If it were taken, the unit could no longer be provisioned.
     if (name == kKoruStoreName) {
         throw CryptoError(CryptoResultCode::kInvalidArgument,
                           "the name belongs to the key-management store");

@@ -36,7 +36,7 @@ bool KeyPairTable::Has(const EntryId& entry) const {
         .Step();
 }
 
-// A write of which only the last sync failed has taken effect, so its failure alone does not tell.
+// A write of which only the last sync failed has taken effect, so the failure alone proves nothing.
 bool KeyPairTable::CertainlyLacks(const EntryId& entry, const ByteVector& blob) const {
     try {
         const auto stored = Find(entry);
@@ -46,8 +46,8 @@ bool KeyPairTable::CertainlyLacks(const EntryId& entry, const ByteVector& blob) 
     }
 }
 
-// A key that got no row is nobody's. Where that can't be told, it stays for the next start to find
-// out.
+// A key without a row is deleted. Where it is unknown whether there is a row, the next start
+// decides.
 template <typename Work>
 void KeyPairTable::ForgetOnFailure(const EntryId& entry, const StoredKey& made, Work work) {
     try {

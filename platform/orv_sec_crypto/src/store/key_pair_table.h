@@ -26,7 +26,7 @@ public:
     /// Puts a key pair with its chain in the place of what is there.
     void Replace(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
     void Move(const EntryId& source, const EntryId& destination);
-    /// The row stays where its private key can't be reached to be dropped: it may be of use again.
+    /// Fails, and keeps the row, when the private key is unavailable and so cannot be deleted.
     void Delete(const EntryId& entry);
 
     PkeyPtr OpenPrivateKey(const EntryId& entry) const;

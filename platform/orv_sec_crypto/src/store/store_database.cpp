@@ -42,7 +42,7 @@ StoreDatabase::StoreDatabase(const std::string& directory, OpenMode mode)
         throw LostStore(mDirectory, trace);
     }
     if (IsForWriters(mode)) {
-        // First of all: a file of ours would shut out the directory's owner.
+        // Checked first: a file of this user would lock out the directory's owner.
         CheckDirectory(mDirectory);
         CreateDatabaseFile(mDirectory);
     }

@@ -30,30 +30,30 @@ struct ListedEntry {
     common::ByteVector publicKey;
 };
 
-/// The secure store of the unit: one SQLite file, and the custody of its private keys, which the
-/// configuration beside it decides about.
+/// The secure store of the unit: one SQLite file, and the custody of its private keys, which
+/// "store.json" beside it selects.
 ///
 /// Every operation is one transaction, durable when the operation returns. The journal is a
-/// rollback journal in TRUNCATE mode: with synchronous=FULL it is synced after it was cut, so that
-/// a commit outlasts a loss of power, and between transactions neither the journal nor, with
-/// secure_delete, the file holds anything that was deleted. A write-ahead log would keep old
-/// pages until the next checkpoint, and the speed that it buys does not matter here.
+/// rollback journal in TRUNCATE mode: with synchronous=FULL it is synced after its truncation, so
+/// that a commit outlasts a loss of power, and between transactions neither the journal nor, with
+/// secure_delete, the file holds anything that was deleted. A write-ahead log would keep old pages
+/// until the next checkpoint, and the speed that it buys does not matter here.
 ///
 /// Any thread may call any operation. All throw `CryptoError`, once closed with `kInvalidState`.
 class StoreDatabase {
 public:
     enum class OpenMode : std::uint8_t {
-        /// There must be a store already. A TPM or token is not reached before a key is needed.
+        /// There must be a store already. A TPM or token is not contacted before a key is needed.
         kExisting,
         /// An empty store is made where the directory has none. For the holder of the store's lock,
         /// as the next one.
         kCreate,
-        /// As above, but where there is a wrapping key, the store that it belongs to was lost, and
-        /// an empty one in its place would hide that.
+        /// As above, but fails where the custody has evidence of a store that was lost: an empty
+        /// one in its place would hide the loss.
         kCreateUnlessLost,
-        /// What an existing store holds at this moment, in memory. The files stay as they are, and
-        /// need not be writable. What becomes of the copy is lost with it, so it takes certificates
-        /// and stores, but no change of a key pair: `kStorageError`, before any key is touched.
+        /// A copy in memory of an existing store at this moment. The files stay as they are and
+        /// need not be writable. Changes are lost with the copy, so it takes certificates and
+        /// stores, but no change of a key pair: `kStorageError`, before any key is touched.
         kCopy,
     };
 
@@ -65,11 +65,11 @@ public:
     void CheckOpen() const;
     bool IsCopy() const { return mIsCopy; }
 
-    /// False where what key pairs need was never made.
+    /// False when what key pairs need was never created.
     bool HasCustody() const;
-    /// Makes it unless it is there. For the holder of the store's lock.
+    /// Creates it unless it exists. The caller holds the store's lock.
     void MakeCustody();
-    /// Reaches for it, as opening the store for writing does.
+    /// Loads it, as opening the store for writing does.
     void LoadCustody();
 
     void CreateStore(const std::string& name, StoreKind kind);
@@ -81,7 +81,7 @@ public:
     /// Puts a key pair with its chain in the place of what is there.
     void ReplaceKeyPair(const EntryId& entry, EVP_PKEY& key, const common::ByteVector& chain);
     void MoveKeyPair(const EntryId& source, const EntryId& destination);
-    /// The row stays where its private key can't be reached to be dropped: it may be of use again.
+    /// Fails, and keeps the row, when the private key is unavailable and so cannot be deleted.
     void DeleteKeyPair(const EntryId& entry);
     PkeyPtr LoadPrivateKey(const EntryId& entry) const;
 

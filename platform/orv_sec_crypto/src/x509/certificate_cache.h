@@ -26,7 +26,7 @@ public:
     /// The one of the process. Never destroyed: the library may be used while it ends.
     static CertificateCache& Instance();
 
-    /// Null if the certificate is not there.
+    /// Null when it is not in the cache.
     X509Ptr Find(const unsigned char* der, std::size_t size);
     void Keep(const unsigned char* der, std::size_t size, X509& certificate);
 

@@ -10,8 +10,9 @@
 
 namespace orv::sec::crypto {
 
-/// The root of the library's objects; `initCryptoLib` gives it. Any thread may call it. The
-/// objects that it makes may outlive it, but are of no use once the library is cleaned up.
+/// The root of the library's objects; `initCryptoLib` returns it. Any thread may call it. The
+/// caller shares ownership of the objects that it makes, which may outlive it; all operations fail
+/// with `kInvalidState` once the library is cleaned up. None throws except for lack of memory.
 class ICryptoServiceProvider {
 public:
     virtual ~ICryptoServiceProvider() = default;
@@ -22,10 +23,12 @@ public:
                                         std::shared_ptr<operation::IDigitalSignature>>
     createDigitalSignature(const operation::DigitalSignatureParams& params) = 0;
 
+    /// Access to all stores of the unit.
     virtual common::ErrorOrObjectResult<common::CryptoResultCode,
                                         std::shared_ptr<operation::ITrustStoreManager>>
     createTrustStoreManager() = 0;
 
+    /// Work with certificates that are in no store.
     virtual common::ErrorOrObjectResult<common::CryptoResultCode,
                                         std::shared_ptr<operation::ICertificateHandler>>
     createCertificateHandler() = 0;

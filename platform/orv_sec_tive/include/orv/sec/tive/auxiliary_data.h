@@ -6,7 +6,7 @@
 
 namespace orv::sec::tive {
 
-/// What an application wants to travel with a payload under the container's signature. A record
+/// Data of an application that travel with a payload under the container's signature. A record
 /// whose members all are empty or zero adds nothing to the container.
 struct AuxiliaryData {
     /// Names the kind of data.
@@ -14,7 +14,7 @@ struct AuxiliaryData {
     /// The version of that kind.
     std::uint32_t version = 0;
     std::vector<std::uint8_t> data;
-    /// For a person to read.
+    /// Human-readable.
     std::string description;
 };
 

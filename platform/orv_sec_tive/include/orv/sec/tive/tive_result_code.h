@@ -4,8 +4,8 @@
 
 namespace orv::sec::tive {
 
-/// What became of a call of the container library. One byte; callers must take a value that is not
-/// listed here for a failure.
+/// The result of a call of the container library. One byte; callers must treat a value that is not
+/// listed here as a failure.
 enum class TIVEResultCode : std::uint8_t {
     kSuccess = 0,
     /// A failure without a closer description.
@@ -20,7 +20,7 @@ enum class TIVEResultCode : std::uint8_t {
     kCertificateNotFound = 5,
     /// The crypto library refused to sign.
     kSigningFailed = 6,
-    /// The container could not be put together.
+    /// The container could not be encoded.
     kEncodingFailed = 7,
     /// The payload or the auxiliary data are longer than the library takes.
     kTooLarge = 8,

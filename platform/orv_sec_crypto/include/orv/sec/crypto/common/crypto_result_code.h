@@ -4,15 +4,15 @@
 
 namespace orv::sec::crypto::common {
 
-/// What became of a call of the library. One byte; callers must take a value that is not listed
-/// here for a failure.
+/// The result of a call of the library. One byte; callers must treat a value that is not listed
+/// here as a failure.
 enum class CryptoResultCode : std::uint8_t {
     kSuccess = 0,
     /// A failure without a closer description, e.g. of the cryptographic back end.
     kFailure = 1,
     /// The key or the store may not be used in this way.
     kAccessDenied = 2,
-    /// The caller's mistake: an argument is empty, or null, or belongs to somebody else.
+    /// The caller's mistake: an argument is empty or null, or a handle of another store.
     kInvalidArgument = 3,
     /// There is nothing under this id or name.
     kNotFound = 4,

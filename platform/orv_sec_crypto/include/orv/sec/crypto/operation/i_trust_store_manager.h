@@ -10,12 +10,15 @@
 
 namespace orv::sec::crypto::operation {
 
-/// Makes and finds stores. Any thread may call it. The stores that it gives may outlive it.
+/// Makes and finds stores. Any thread may call it. The caller shares ownership of the stores, which
+/// may outlive it. Failures are `kInvalidArgument` for an empty name or the key-management store's,
+/// `kTooLarge` for one over 128 bytes, `kStorageError` for a store that can't be accessed,
+/// `kInvalidState` once the library is cleaned up.
 class ITrustStoreManager {
 public:
     virtual ~ITrustStoreManager() = default;
 
-    /// Makes the store of a non-empty name, durably; `kAlreadyExists` when there is one.
+    /// Makes the store of this name, durably; `kAlreadyExists` when there is one.
     virtual common::ErrorOrObjectResult<common::CryptoResultCode,
                                         std::shared_ptr<store::ITrustStore>>
     createTrustStore(const std::string& name) = 0;
