@@ -1,6 +1,6 @@
 // The unit's certificates: whose they are, how long they last, and whether they hold.
 //
-//   const card = createCard(element, "Stored certificate");
+//   const card = new Card(element, "Stored certificate");
 //   card.show({ certificate, keyFits, pathGood, badge, tone, remark });
 
 import { element, setText } from "./dom.js";
@@ -31,86 +31,109 @@ function percent(time, from, to) {
   return `${Math.min(100, Math.max(0, 100 * (time - from) / (to - from)))}%`;
 }
 
-export function createCard(host, title) {
-  const badge = element("span", "badge");
-  const head = element("h2", "", title);
-  head.append(badge);
+// When a certificate began, how much of its time is used, and where its last year begins.
+class ValidityBar {
+  #bar = element("div", "validity");
+  #used = element("div", "used");
+  #year = element("div", "year-line");
+  #today = element("div", "today-line");
+  #begin = element("span", "", "–");
+  #end = element("span", "", "–");
+  #daysLeft = element("span", "today", "–");
+  #lastYear = element("span", "year", "–");
 
-  const list = element("dl");
-  const values = {};
-  for (const name of ["Subject", "Issuer"]) {
-    values[name] = element("dd", "", "–");
-    list.append(element("dt", "", name), values[name]);
+  constructor(host) {
+    this.#bar.setAttribute("role", "img");
+    this.#bar.append(this.#used, this.#year, this.#today);
+    const ends = element("div", "ends");
+    ends.append(this.#begin, this.#end);
+    const legend = element("div", "legend");
+    legend.append(this.#daysLeft, this.#lastYear);
+    host.append(this.#bar, ends, legend);
   }
 
-  const bar = element("div", "validity");
-  bar.setAttribute("role", "img");
-  const used = element("div", "used");
-  const year = element("div", "year-line");
-  const today = element("div", "today-line");
-  bar.append(used, year, today);
-  const ends = element("div", "ends");
-  const begin = element("span", "", "–");
-  const end = element("span", "", "–");
-  ends.append(begin, end);
-  const legend = element("div", "legend");
-  const daysLeft = element("span", "today", "–");
-  const lastYear = element("span", "year", "–");
-  legend.append(daysLeft, lastYear);
-
-  const checks = element("ul", "checks");
-  const marks = {};
-  for (const [key, text] of [["keyOpens", "key opens"], ["keyFits", "key fits"],
-    ["pathGood", "path good"]]) {
-    const item = element("li");
-    marks[key] = element("b", "", "–");
-    item.append(`${text}: `, marks[key]);
-    checks.append(item);
-  }
-  const remark = element("p", "remark", "");
-  host.append(head, list, bar, ends, legend, checks, remark);
-
-  function showValidity(certificate) {
+  show(certificate) {
     const from = Date.parse(certificate.notBefore);
     const to = Date.parse(certificate.notAfter);
     const now = Date.now();
-    used.style.width = percent(now, from, to);
-    today.style.left = percent(now, from, to);
-    year.style.left = percent(to - YEAR, from, to);
-    bar.className = now > to || now < from ? "validity over" : "validity";
+    this.#used.style.width = percent(now, from, to);
+    this.#today.style.left = percent(now, from, to);
+    this.#year.style.left = percent(to - YEAR, from, to);
+    this.#bar.className = now > to || now < from ? "validity over" : "validity";
     const left = certificate.daysLeft < 0 ? "expired" : `${certificate.daysLeft} days left`;
     const line = dateOf(new Date(to - YEAR).toISOString());
-    setText(begin, dateOf(certificate.notBefore));
-    setText(daysLeft, `today: ${left}`);
-    setText(lastYear, `last year begins ${line}`);
-    setText(end, dateOf(certificate.notAfter));
-    bar.setAttribute("aria-label", `Valid from ${certificate.notBefore} to ` +
+    setText(this.#begin, dateOf(certificate.notBefore));
+    setText(this.#daysLeft, `today: ${left}`);
+    setText(this.#lastYear, `last year begins ${line}`);
+    setText(this.#end, dateOf(certificate.notAfter));
+    this.#bar.setAttribute("aria-label", `Valid from ${certificate.notBefore} to ` +
       `${certificate.notAfter}, ${left}; the last year begins on ${line}`);
   }
 
-  return {
-    show(facts) {
-      const { certificate } = facts;
-      setText(badge, facts.badge);
-      badge.className = `badge ${facts.tone}`;
-      setText(values.Subject, certificate?.subject ?? "none");
-      setText(values.Issuer, certificate?.issuer ?? "–");
-      for (const [key, mark] of Object.entries(marks)) {
-        mark.textContent = yesOrNo(facts[key]);
-        mark.className = facts[key] === false ? "bad" : facts[key] ? "good" : "";
-      }
-      setText(remark, facts.remark);
-      host.classList.toggle("empty", !certificate);
-      if (certificate) {
-        showValidity(certificate);
-      } else {
-        for (const text of [begin, end, daysLeft, lastYear]) {
-          setText(text, "–");
-        }
-        bar.setAttribute("aria-label", "No certificate");
-      }
-    },
-  };
+  showNone() {
+    for (const text of [this.#begin, this.#end, this.#daysLeft, this.#lastYear]) {
+      setText(text, "–");
+    }
+    this.#bar.setAttribute("aria-label", "No certificate");
+  }
+}
+
+export class Card {
+  #host;
+  #badge = element("span", "badge");
+  #values = {};
+  #validity;
+  #marks = {};
+  #remark = element("p", "remark", "");
+
+  constructor(host, title) {
+    this.#host = host;
+    const head = element("h2", "", title);
+    head.append(this.#badge);
+    host.append(head, this.#makeNames());
+    this.#validity = new ValidityBar(host);
+    host.append(this.#makeChecks(), this.#remark);
+  }
+
+  show(facts) {
+    const { certificate } = facts;
+    setText(this.#badge, facts.badge);
+    this.#badge.className = `badge ${facts.tone}`;
+    setText(this.#values.Subject, certificate?.subject ?? "none");
+    setText(this.#values.Issuer, certificate?.issuer ?? "–");
+    for (const [key, mark] of Object.entries(this.#marks)) {
+      mark.textContent = yesOrNo(facts[key]);
+      mark.className = facts[key] === false ? "bad" : facts[key] ? "good" : "";
+    }
+    setText(this.#remark, facts.remark);
+    this.#host.classList.toggle("empty", !certificate);
+    if (certificate) {
+      this.#validity.show(certificate);
+    } else {
+      this.#validity.showNone();
+    }
+  }
+
+  #makeNames() {
+    const list = element("dl");
+    for (const name of ["Subject", "Issuer"]) {
+      this.#values[name] = element("dd", "", "–");
+      list.append(element("dt", "", name), this.#values[name]);
+    }
+    return list;
+  }
+
+  #makeChecks() {
+    const checks = element("ul", "checks");
+    for (const [key, text] of [["keyOpens", "key opens"], ["keyFits", "key fits"],
+      ["pathGood", "path good"]]) {
+      const item = element("li");
+      this.#marks[key] = element("b", "", "–");
+      item.append(`${text}: `, this.#marks[key]);
+      checks.append(item);
+    }
+    return checks;
+  }
 }
 
 const NEXT = {

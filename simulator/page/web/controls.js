@@ -1,13 +1,13 @@
 // Everything that can be done to a unit and to the world around it.
 //
-//   const controls = createControls(host, send);   // send(control, values, what)
-//   controls.update(message);                      // states as the server tells them
+//   const controls = new Controls(host, send);   // send(control, values, what)
+//   controls.update(unit);                       // states as the server reports them
 //   controls.setEnabled(connected);
 
 import { element, setText } from "./dom.js";
 
 // A row has either `choices` (buttons, the pressed one is the state), or `fields` and a button.
-// `state` finds the current value in what the simulators say.
+// `state` finds the current value in what the simulators report.
 const GROUPS = [
   {
     title: "Service",
@@ -86,49 +86,129 @@ const KEYS = [
   ["← →", "in the lanes: step"], ["↑ ↓", "in the log: step, lanes follow"],
 ];
 
-export function createControls(host, send) {
-  const updaters = [];
-  const shortcuts = new Map();
-  const fieldsets = [];
-  const inputs = {};
-  let serial = 0;
+function makeInput(row) {
+  if (row.options) {
+    const select = element("select");
+    select.append(...row.options.map((option) => element("option", "", option)));
+    return select;
+  }
+  const input = element("input");
+  input.type = row.type || "text";
+  input.value = row.initial || "";
+  input.maxLength = 256;
+  input.spellcheck = false;
+  input.autocomplete = "off";
+  if (row.type === "number") {
+    input.min = 0;
+    input.max = 255;
+  }
+  return input;
+}
 
-  function addShortcut(key, button) {
-    if (key) {
-      button.setAttribute("aria-keyshortcuts", key);
-      button.title = `Key ${key}`;
-      shortcuts.set(key, () => button.click());
+function makeKeys() {
+  const keys = element("details", "keys");
+  const list = element("dl");
+  for (const [key, what] of KEYS) {
+    list.append(element("dt", "", key), element("dd", "", what));
+  }
+  keys.append(element("summary", "", "Keys"), list);
+  return keys;
+}
+
+function addButton(place, text, act) {
+  const button = element("button", "", text);
+  button.type = "button";
+  button.addEventListener("click", act);
+  place.append(button);
+  return button;
+}
+
+export class Controls {
+  // What a key does.
+  shortcuts = new Map();
+
+  #send;
+  #updaters = [];
+  #fieldsets;
+  #inputs = {};
+  #serial = 0;
+
+  constructor(host, send) {
+    this.#send = send;
+    this.#fieldsets = GROUPS.map((group) => this.#makeGroup(group));
+    host.append(...this.#fieldsets, makeKeys());
+  }
+
+  update(unit) {
+    for (const updater of this.#updaters) {
+      updater(unit);
     }
   }
 
-  function addButton(place, text, act) {
-    const button = element("button", "", text);
-    button.type = "button";
-    button.addEventListener("click", act);
-    place.append(button);
-    return button;
+  setEnabled(enabled) {
+    for (const fieldset of this.#fieldsets) {
+      fieldset.disabled = !enabled;
+    }
   }
 
-  function addButtons(place, row) {
+  #makeGroup(group) {
+    const fieldset = element("fieldset");
+    const legend = element("legend", "", group.title);
+    fieldset.append(legend);
+    fieldset.dataset.group = group.title;
+    if (group.note) {
+      const note = element("span", "note-text");
+      legend.append(note);
+      this.#updaters.push((unit) => setText(note, group.note(unit)));
+    }
+    for (const row of group.rows) {
+      fieldset.append(this.#makeRow(row, group.title));
+    }
+    return fieldset;
+  }
+
+  #makeRow(row, title) {
+    const place = element("div", row.buttons ? "row buttons" : "row");
+    if (row.buttons) {
+      this.#addButtons(place, row);
+    } else if (row.choices) {
+      this.#addChoices(place, row, title);
+    } else if (row.presets) {
+      this.#addPresets(place, row);
+    } else {
+      this.#addField(place, row, title);
+    }
+    return place;
+  }
+
+  #addShortcut(key, button) {
+    if (key) {
+      button.setAttribute("aria-keyshortcuts", key);
+      button.title = `Key ${key}`;
+      this.shortcuts.set(key, () => button.click());
+    }
+  }
+
+  #addButtons(place, row) {
     for (const spec of row.buttons) {
       const button = addButton(place, spec.text,
-        () => send(spec.control, [spec.value], `service: ${spec.text.toLowerCase()}`));
-      addShortcut(spec.key, button);
-      updaters.push((unit) => {
+        () => this.#send(spec.control, [spec.value], `service: ${spec.text.toLowerCase()}`));
+      this.#addShortcut(spec.key, button);
+      this.#updaters.push((unit) => {
         button.disabled = !spec.enabled(unit);
       });
     }
   }
 
-  function addChoices(place, row, title) {
+  #addChoices(place, row, title) {
     const group = element("div", "choices");
     group.setAttribute("role", "group");
     group.setAttribute("aria-label", `${title}: ${row.label}`);
-    const buttons = row.choices.map((choice) =>
-      addButton(group, choice, () => send(row.control, [choice], `${row.label} ${choice}`)));
+    const buttons = row.choices.map((choice) => addButton(group, choice,
+      () => this.#send(row.control, [choice], `${row.label} ${choice}`)));
     place.append(element("span", "label", row.label), group);
     let current;
-    updaters.push((unit) => {
+    this.#updaters.push((unit) => {
       current = row.state(unit);
       buttons.forEach((button, i) => {
         button.setAttribute("aria-pressed", String(row.choices[i] === current));
@@ -136,38 +216,23 @@ export function createControls(host, send) {
     });
     if (row.key) {
       buttons[0].setAttribute("aria-keyshortcuts", row.key);
-      shortcuts.set(row.key, () => buttons[current === row.choices[0] ? 1 : 0].click());
+      this.shortcuts.set(row.key, () => buttons[current === row.choices[0] ? 1 : 0].click());
     }
   }
 
-  function makeInput(row) {
-    if (row.options) {
-      const select = element("select");
-      select.append(...row.options.map((option) => element("option", "", option)));
-      return select;
-    }
-    const input = element("input");
-    input.type = row.type || "text";
-    input.value = row.initial || "";
-    input.maxLength = 256;
-    input.spellcheck = false;
-    input.autocomplete = "off";
-    if (row.type === "number") {
-      input.min = 0;
-      input.max = 255;
-    }
-    return input;
+  #addLabelled(place, text, input) {
+    const label = element("label", "label", text);
+    input.id = `control-${++this.#serial}`;
+    label.htmlFor = input.id;
+    place.append(label, input);
   }
 
   // Fills another field of the group; nothing is sent.
-  function addPresets(place, row) {
-    const label = element("label", "label", row.label);
+  #addPresets(place, row) {
     const select = element("select", "wide");
-    select.id = `control-${++serial}`;
-    label.htmlFor = select.id;
-    place.append(label, select);
+    this.#addLabelled(place, row.label, select);
     let shown = "";
-    updaters.push((unit) => {
+    this.#updaters.push((unit) => {
       const names = row.presets(unit);
       if (shown !== names.join()) {
         shown = names.join();
@@ -176,7 +241,7 @@ export function createControls(host, send) {
       }
     });
     select.addEventListener("change", () => {
-      const field = inputs[row.fills];
+      const field = this.#inputs[row.fills];
       if (select.selectedIndex > 0) {
         field.value = select.value;
         field.dispatchEvent(new Event("input"));
@@ -187,7 +252,7 @@ export function createControls(host, send) {
   }
 
   // Shows the current value, except while the user writes another one.
-  function followState(input, row) {
+  #followState(input, row) {
     let known = null;
     const mark = () => input.classList.toggle("edited", known !== null && input.value !== known);
     input.addEventListener("input", mark);
@@ -197,7 +262,7 @@ export function createControls(host, send) {
         mark();
       }
     });
-    updaters.push((unit) => {
+    this.#updaters.push((unit) => {
       const value = row.state(unit);
       if (value !== undefined && value !== known) {
         if (known === null || input.value === known) {
@@ -209,82 +274,34 @@ export function createControls(host, send) {
     });
   }
 
-  function addField(place, row, title) {
-    const label = element("label", "label", row.label);
+  #addField(place, row, title) {
     const input = makeInput(row);
-    input.id = `control-${++serial}`;
-    label.htmlFor = input.id;
-    inputs[row.name] = input;
-    place.append(label, input);
-    if (!row.control) {
+    this.#addLabelled(place, row.label, input);
+    this.#inputs[row.name] = input;
+    if (row.state) {
+      this.#followState(input, row);
+    }
+    if (row.control) {
+      this.#addAction(place, row, title, input);
+    } else {
       input.className = "wide";
     }
-    if (row.state) {
-      followState(input, row);
-    }
-    if (!row.control) {
-      return;
-    }
+  }
+
+  // The button that sends a field's value, or those of the fields that the row names.
+  #addAction(place, row, title, input) {
     const act = () => {
-      const values = (row.with || []).map((name) => inputs[name].value);
-      send(row.control, row.with ? values : [input.value], row.with
+      const values = (row.with || []).map((name) => this.#inputs[name].value);
+      this.#send(row.control, row.with ? values : [input.value], row.with
         ? `${title}: ${values.join(" ")}` : `${title}: ${row.label} ${input.value}`);
     };
     const button = addButton(place, row.action || "Set", act);
     button.setAttribute("aria-label", `${row.action || "Set"} ${title}: ${row.label}`);
-    addShortcut(row.key, button);
+    this.#addShortcut(row.key, button);
     input.addEventListener("keydown", (event) => {
       if (event.key === "Enter") {
         act();
       }
     });
   }
-
-  for (const group of GROUPS) {
-    const fieldset = element("fieldset");
-    const legend = element("legend", "", group.title);
-    fieldset.append(legend);
-    fieldset.dataset.group = group.title;
-    if (group.note) {
-      const note = element("span", "note-text");
-      legend.append(note);
-      updaters.push((unit) => setText(note, group.note(unit)));
-    }
-    for (const row of group.rows) {
-      const place = element("div", row.buttons ? "row buttons" : "row");
-      if (row.buttons) {
-        addButtons(place, row);
-      } else if (row.choices) {
-        addChoices(place, row, group.title);
-      } else if (row.presets) {
-        addPresets(place, row);
-      } else {
-        addField(place, row, group.title);
-      }
-      fieldset.append(place);
-    }
-    fieldsets.push(fieldset);
-  }
-
-  const keys = element("details", "keys");
-  const list = element("dl");
-  for (const [key, what] of KEYS) {
-    list.append(element("dt", "", key), element("dd", "", what));
-  }
-  keys.append(element("summary", "", "Keys"), list);
-  host.append(...fieldsets, keys);
-
-  return {
-    update(unit) {
-      for (const updater of updaters) {
-        updater(unit);
-      }
-    },
-    setEnabled(enabled) {
-      for (const fieldset of fieldsets) {
-        fieldset.disabled = !enabled;
-      }
-    },
-    shortcuts,
-  };
 }

@@ -26,17 +26,17 @@ function row(entry) {
   return line;
 }
 
-export function createJournal() {
-  const body = byId("journal");
-  return {
-    load(entries) {
-      body.replaceChildren(...entries.map(row).reverse());
-    },
-    append(entries) {
-      body.prepend(...entries.map(row).reverse());
-      while (body.childElementCount > MAX_ROWS) {
-        body.lastChild.remove();
-      }
-    },
-  };
+export class Journal {
+  #body = byId("journal");
+
+  load(entries) {
+    this.#body.replaceChildren(...entries.map(row).reverse());
+  }
+
+  append(entries) {
+    this.#body.prepend(...entries.map(row).reverse());
+    while (this.#body.childElementCount > MAX_ROWS) {
+      this.#body.lastChild.remove();
+    }
+  }
 }

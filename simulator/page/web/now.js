@@ -10,87 +10,89 @@ const WAITING_STATES = new Set(["FsmRetryProcedure", "FsmStateCheckAndStoreTiv"]
 const ANNOUNCE_AFTER = 600;
 const TICK = matchMedia("(prefers-reduced-motion: reduce)").matches ? 1000 : 100;
 
-export function createNow() {
-  const state = byId("now-state");
-  const pass = byId("now-pass");
-  const reason = byId("now-reason");
-  const wait = byId("now-wait");
-  const left = byId("now-left");
-  const progress = byId("now-progress");
-  let waiting = null;
-  let timer = 0;
+export class Now {
+  #state = byId("now-state");
+  #pass = byId("now-pass");
+  #reason = byId("now-reason");
+  #wait = byId("now-wait");
+  #left = byId("now-left");
+  #progress = byId("now-progress");
+  #waiting = null;
+  #timer = 0;
 
-  function announce() {
-    clearTimeout(timer);
-    timer = setTimeout(() => {
-      byId("announce").textContent = `Client machine: ${state.textContent}. ` +
-        (waiting ? `${waiting.text}.` : pass.textContent);
+  constructor() {
+    setInterval(() => this.#tick(), TICK);
+  }
+
+  // `time` is what the server's clock showed when it sent this.
+  load(timeline, time) {
+    this.#endWait();
+    setText(this.#state, "not running");
+    setText(this.#pass, "none yet");
+    setText(this.#reason, "–");
+    for (const section of timeline.sections.filter((one) => one.events)) {
+      for (const [lane, text] of Object.entries(section.states)) {
+        this.#onState({ lane, text });
+      }
+      section.events.forEach((event) => this.#apply(event, time));
+    }
+  }
+
+  append(events, time) {
+    events.forEach((event) => this.#apply(event, time));
+    this.#announce();
+  }
+
+  #announce() {
+    clearTimeout(this.#timer);
+    this.#timer = setTimeout(() => {
+      byId("announce").textContent = `Client machine: ${this.#state.textContent}. ` +
+        (this.#waiting ? `${this.#waiting.text}.` : this.#pass.textContent);
     }, ANNOUNCE_AFTER);
   }
 
-  function endWait() {
-    waiting = null;
-    setText(wait, "–");
-    setText(left, "");
-    progress.value = 0;
+  #endWait() {
+    this.#waiting = null;
+    setText(this.#wait, "–");
+    setText(this.#left, "");
+    this.#progress.value = 0;
   }
 
-  function tick() {
-    if (!waiting || Number.isNaN(waiting.ends)) {
+  #tick() {
+    if (!this.#waiting || Number.isNaN(this.#waiting.ends)) {
       return;
     }
-    const rest = Math.max(0, waiting.ends - performance.now());
-    left.textContent = `${(rest / 1000).toFixed(1)} s left`;
-    progress.value = 1 - rest / waiting.length;
+    const rest = Math.max(0, this.#waiting.ends - performance.now());
+    this.#left.textContent = `${(rest / 1000).toFixed(1)} s left`;
+    this.#progress.value = 1 - rest / this.#waiting.length;
   }
-  setInterval(tick, TICK);
 
-  function onState(event) {
+  #onState(event) {
     if (event.lane === REASON && event.text !== "") {
-      setText(reason, event.text);
+      setText(this.#reason, event.text);
     } else if (event.lane === CLIENT) {
-      setText(state, event.text.replace(/^Fsm(State)?(?=[A-Z])/, "") || "not running");
+      setText(this.#state, event.text.replace(/^Fsm(State)?(?=[A-Z])/, "") || "not running");
       if (!WAITING_STATES.has(event.text)) {
-        endWait();
+        this.#endWait();
       }
     }
   }
 
-  // `time` is what the server's clock showed when it told.
-  function apply(event, time) {
+  #apply(event, time) {
     if (event.kind === "state") {
-      onState(event);
+      this.#onState(event);
     } else if (event.kind === "wait") {
       const ends = performance.now() + Date.parse(event.clock) + event.length - time;
-      waiting = { text: event.text, length: event.length, ends };
-      setText(wait, event.text);
-      tick();
+      this.#waiting = { text: event.text, length: event.length, ends };
+      setText(this.#wait, event.text);
+      this.#tick();
     } else if (event.kind === "passBegin") {
-      setText(pass, `${event.text} under way`);
-      setText(reason, "–");
+      setText(this.#pass, `${event.text} under way`);
+      setText(this.#reason, "–");
     } else if (event.kind === "passEnd") {
-      endWait();
-      setText(pass, `${event.pass.number}: ${event.pass.trigger} – ${event.pass.text}`);
-      setText(reason, event.pass.decision || "–");
+      this.#endWait();
+      setText(this.#pass, `${event.pass.number}: ${event.pass.trigger} – ${event.pass.text}`);
+      setText(this.#reason, event.pass.decision || "–");
     }
   }
-
-  return {
-    load(timeline, time) {
-      endWait();
-      setText(state, "not running");
-      setText(pass, "none yet");
-      setText(reason, "–");
-      for (const section of timeline.sections.filter((one) => one.events)) {
-        for (const [lane, text] of Object.entries(section.states)) {
-          onState({ lane, text });
-        }
-        section.events.forEach((event) => apply(event, time));
-      }
-    },
-    append(events, time) {
-      events.forEach((event) => apply(event, time));
-      announce();
-    },
-  };
 }

@@ -1,13 +1,13 @@
-import { clientFacts, createCard, factoryFacts } from "./cards.js";
-import { createControls } from "./controls.js";
+import { Card, clientFacts, factoryFacts } from "./cards.js";
+import { Controls } from "./controls.js";
 import { byId, element, setText } from "./dom.js";
-import { createJournal } from "./journal.js";
+import { Journal } from "./journal.js";
 import { createLanes } from "./lanes.js";
-import { createLog } from "./log_view.js";
-import { createNow } from "./now.js";
+import { LogView } from "./log_view.js";
+import { Now } from "./now.js";
 import { openStream, sendCommand } from "./stream.js";
 
-// After so many events the lanes begin anew with what the server has kept.
+// After so many events the lanes are loaded again with what the server has kept.
 const MAX_EVENTS = 20000;
 
 let chosen = Math.max(1, Number(location.hash.slice(1)) || 1);
@@ -19,13 +19,13 @@ let unit = { service: {}, vehicle: {}, backend: {} };
 
 const link = byId("link");
 const said = byId("said");
-const now = createNow();
-const journal = createJournal();
-const log = createLog((axis) => lanes?.showMoment(axis));
-const clientCard = createCard(byId("client-card"), "Stored certificate");
-const factoryCard = createCard(byId("factory-card"), "Factory certificate");
+const now = new Now();
+const journal = new Journal();
+const log = new LogView((axis) => lanes?.showMoment(axis));
+const clientCard = new Card(byId("client-card"), "Stored certificate");
+const factoryCard = new Card(byId("factory-card"), "Factory certificate");
 
-const controls = createControls(byId("controls"), async (control, values, what) => {
+const controls = new Controls(byId("controls"), async (control, values, what) => {
   const failure = await sendCommand(chosen, control, values);
   said.className = failure ? "said bad" : "said";
   setText(said, failure ? `Failed: ${failure} (${what})` : `Done: ${what}`);

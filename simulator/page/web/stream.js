@@ -1,5 +1,5 @@
-// What the server tells of one unit. Connects again for as long as it takes; each connection begins
-// with everything there is.
+// What the server reports of one unit. Connects again for as long as it takes; each connection begins
+// with everything known.
 
 const AGAIN_AFTER = 1000;
 
