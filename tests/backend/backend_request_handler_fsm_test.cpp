@@ -12,7 +12,6 @@
 
 namespace vintrel {
 
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::VirtualTimeDispatcher;
 
@@ -124,8 +123,8 @@ protected:
         EXPECT_NE(mHandler->GetStateName(), "FsmStateTerminated");
     }
 
-    bool Logged(EQELLogLevel level, const std::string& text) const {
-        return mLog.Contains(level, "BackendRequestHandler: " + text);
+    bool Logged(char level, const std::string& text) const {
+        return mLog.Contains(level + (" BackendRequestHandler: " + text));
     }
 
     CapturedLog mLog;
@@ -164,8 +163,8 @@ TEST_F(BackendRequestHandlerFsmTest, AWholeExchangeIsExactOnTheWire) {
     ExpectRunning();
     ClosePeer();
     ExpectEnd(ReturnCode::kSuccess, body);
-    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "HTTP response received successfully"));
-    const std::vector<std::string> debug = mLog.Lines(EQELLogLevel::kDebug);
+    EXPECT_TRUE(Logged('I', "HTTP response received successfully"));
+    const std::vector<std::string> debug = mLog.Lines('D');
     EXPECT_THAT(debug, testing::Contains(testing::HasSubstr("Sent Header \n-----\nPUT /api?x")));
     EXPECT_THAT(debug, testing::Contains(testing::AllOf(testing::HasSubstr("Received Response"),
                                                         testing::HasSubstr("100 Continue"))));
@@ -178,15 +177,15 @@ TEST_F(BackendRequestHandlerFsmTest, TheHeaderOfTheInterimResponseServesAnIncomp
     Answer("HTTP/1.1 100 Continue\r\nContent-Type: " + std::string(kErrorType) + "\r\n\r\n");
     ClosePeer();
     ExpectEnd(ReturnCode::kHttpError);
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unexpected HTTP response: 4095!"));
-    EXPECT_FALSE(Logged(EQELLogLevel::kInfo, "Unknown type of payload received"));
+    EXPECT_TRUE(Logged('E', "Unexpected HTTP response: 4095!"));
+    EXPECT_FALSE(Logged('I', "Unknown type of payload received"));
 }
 
 TEST_F(BackendRequestHandlerFsmTest, WithoutAConnectorItDoesNotStart) {
     EXPECT_FALSE(mHandler->StartFsm(mDispatcher, mTarget, kTargetEvent, "body", nullptr, {}));
     mDispatcher->AdvanceBy(std::chrono::minutes(1));
     EXPECT_TRUE(mTarget->events.empty());
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "zemConnectorFsm is null"));
+    EXPECT_TRUE(Logged('E', "zemConnectorFsm is null"));
 }
 
 /// A communicator that does not start.
@@ -214,7 +213,7 @@ TEST_F(BackendRequestHandlerFsmTest, ASocketOrCommunicatorThatIsNoneEndsTheExcha
         mConnector->EndAttempt(*mDispatcher, status, communicator);
         mDispatcher->RunPending();
         ExpectEnd(code);
-        EXPECT_TRUE(Logged(EQELLogLevel::kError, line));
+        EXPECT_TRUE(Logged('E', line));
     }
 }
 
@@ -247,7 +246,7 @@ TEST_F(BackendRequestHandlerFsmTest, AnUnknownEventEndsTheExchange) {
     mDispatcher->RaiseEvent(nullptr, mHandler, 9, 0, nullptr);
     mDispatcher->RunPending();
     ExpectEnd(ReturnCode::kInternalError);
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unknown event 9!"));
+    EXPECT_TRUE(Logged('E', "Unknown event 9!"));
 }
 
 TEST_F(BackendRequestHandlerFsmTest, AResponseWithoutEndStopsAt16MiB) {
@@ -297,8 +296,8 @@ TEST_P(FinalResponses, DecideTheResult) {
     Answer(bytes);
     ClosePeer();
     ExpectEnd(code, response);
-    EXPECT_EQ(mLog.Lines(EQELLogLevel::kError).size(), error.empty() ? 0U : 1U);
-    EXPECT_TRUE(error.empty() || Logged(EQELLogLevel::kError, error));
+    EXPECT_EQ(mLog.Lines('E').size(), error.empty() ? 0U : 1U);
+    EXPECT_TRUE(error.empty() || Logged('E', error));
 }
 
 const std::vector<FinalResponse> kFinalResponses = {

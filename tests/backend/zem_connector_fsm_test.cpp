@@ -12,8 +12,6 @@
 
 namespace vintrel {
 
-using qel_logging::EQELLogLevel;
-
 using testing_support::CapturedLog;
 using testing_support::VirtualTimeDispatcher;
 using zem_connector::SessionStatus;
@@ -102,8 +100,8 @@ protected:
 
     bool Connect() { return mMachine->Connect("host", 443, mClient, kClientEvent); }
 
-    bool Logged(EQELLogLevel level, const std::string& text) const {
-        return mLog.Contains(level, "ZemConnectorFsm: " + text);
+    bool Logged(char level, const std::string& text) const {
+        return mLog.Contains(level + (" ZemConnectorFsm: " + text));
     }
 
     CapturedLog mLog;
@@ -120,10 +118,10 @@ TEST_F(ZemConnectorFsmTest, AnAttemptThatTheLibraryRefusesDoesNotUseUpItsId) {
     StartReadyToConnect();
     mScript.accept = false;
     EXPECT_FALSE(Connect());
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "SocketConnect() failed!"));
+    EXPECT_TRUE(Logged('E', "SocketConnect() failed!"));
     mScript.accept = true;
     EXPECT_TRUE(Connect());
-    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "SocketConnectCb_0_ started."));
+    EXPECT_TRUE(Logged('I', "SocketConnectCb_0_ started."));
     EXPECT_EQ(mScript.calls.back(), std::string("socket ") + kOperation + " host:443");
     SocketPair pair;
     Call([&] { EndFirst(pair.Give()); });
@@ -136,7 +134,7 @@ TEST_F(ZemConnectorFsmTest, EachReportTellsTheWholeState) {
     ZemConnectorFsm::SCConnectionStateUpdate update;
     update.connectionState = static_cast<SCConnectionState>(9);
     Call([&] { mMachine->ZemSCConnectionState(update); });
-    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "'' Connection State changed to Unknown"));
+    EXPECT_TRUE(Logged('I', "'' Connection State changed to Unknown"));
     ASSERT_EQ(mTarget->events.size(), 1U);
     EXPECT_EQ(mTarget->events[0].id, kTargetEvent);
     EXPECT_EQ(mTarget->events[0].info, 2);
@@ -152,9 +150,8 @@ TEST_F(ZemConnectorFsmTest, AUrlThatFailedIsCheckedForItsOperationToo) {
     Call([&] { mMachine->ZemSCInvocationURL({1, "elsewhere", "x"}); });
     ASSERT_EQ(mTarget->events.size(), 1U);
     EXPECT_FALSE(mTarget->events[0].As<ZemConnectorFsmIf::InvocationUrlEventData>().success);
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Error received for the URL!"));
-    EXPECT_TRUE(
-        Logged(EQELLogLevel::kError, "Received URL for incorrect OperationTypeId: 'elsewhere'!"));
+    EXPECT_TRUE(Logged('E', "Error received for the URL!"));
+    EXPECT_TRUE(Logged('E', "Received URL for incorrect OperationTypeId: 'elsewhere'!"));
 }
 
 TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
@@ -195,7 +192,7 @@ TEST_F(ZemConnectorFsmTest, AResultThatComesAgainIsDroppedAndItsSocketClosedUnle
     EXPECT_EQ(mLog.Count("close() failed"), 0U);
     mMachine->RaiseCallbackEvent(4, 77);
     mDispatcher->RunPending();
-    EXPECT_TRUE(Logged(EQELLogLevel::kWarning, "Socket result dropped, no such attempt: 77"));
+    EXPECT_TRUE(Logged('W', "Socket result dropped, no such attempt: 77"));
 }
 
 TEST_F(ZemConnectorFsmTest, AttemptsEndIndependently) {
@@ -205,9 +202,9 @@ TEST_F(ZemConnectorFsmTest, AttemptsEndIndependently) {
     SocketPair pair;
     Call([&] { mScript.sockets[1]->ZemSocketResult({0, pair.Give()}); });
     Call([&] { mScript.sockets[0]->ZemSocketResult({5, -1}); });
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SocketConnectCb_1_: Connection established"));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError, "SocketConnectCb_0_: Connection failed: 5"));
-    EXPECT_TRUE(Logged(EQELLogLevel::kInfo, "SocketConnectCb_1_ ended."));
+    EXPECT_TRUE(mLog.Contains("I SocketConnectCb_1_: Connection established"));
+    EXPECT_TRUE(mLog.Contains("E SocketConnectCb_0_: Connection failed: 5"));
+    EXPECT_TRUE(Logged('I', "SocketConnectCb_1_ ended."));
 
     ASSERT_EQ(mClient->events.size(), 2U);
     EXPECT_EQ(mClient->events[0].id, kClientEvent);
@@ -234,15 +231,14 @@ TEST_F(ZemConnectorFsmTest, TheEndClosesSocketsThatNobodyHasTaken) {
     EXPECT_TRUE(late.OtherEndClosed());
     EXPECT_TRUE(mClient->events.empty());
     Call([&] { mScript.sockets[1]->ZemSocketResult({0, std::numeric_limits<int>::max()}); });
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
-                              "SocketConnectCb_1_: Failed to close the SocketFileDescriptor!"));
+    EXPECT_TRUE(mLog.Contains("E SocketConnectCb_1_: Failed to close the SocketFileDescriptor!"));
 }
 
 TEST_F(ZemConnectorFsmTest, AnUnknownEventEndsTheMachine) {
     StartReadyToConnect();
     mDispatcher->RaiseEvent(nullptr, mMachine, 5, 0, nullptr);
     mDispatcher->RunPending();
-    EXPECT_TRUE(Logged(EQELLogLevel::kError, "Unknown event 5!"));
+    EXPECT_TRUE(Logged('E', "Unknown event 5!"));
     EXPECT_EQ(mMachine->GetStateName(), "FsmStateTerminated");
 }
 

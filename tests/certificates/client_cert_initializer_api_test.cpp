@@ -38,15 +38,15 @@ TEST_F(ClientCertInitializerApiTest, RefusedArgumentsNeverReachTheStore) {
     EXPECT_EQ(mApi->get_root_cert_bundle("TIV"), "");
     EXPECT_EQ(mApi->set_client_cert_and_move_key("chain", "", ""), MockTeeError::kInvalidCall);
     EXPECT_EQ(mApi->set_client_cert_and_move_key("chain", "A", ""), MockTeeError::kInvalidCall);
-    EXPECT_THAT(LogText(log), ElementsAre("E generate_private_key: invalid certId",
-                                          "E generate_csr: invalid certId",
-                                          "E generate_signature: Content is empty",
-                                          "E generate_signature: invalid certId: 'TIV_CSR'",
-                                          "E get_public_key: invalid certId: TIV_TMP",
-                                          "E get_client_cert: invalid certId: 'KORU'",
-                                          "E get_root_cert_bundle: invalid trustStoreId: 'TIV'",
-                                          "E InstallCertificate: srcKeyId is empty",
-                                          "E InstallCertificate: destKeyId is empty"));
+    EXPECT_THAT(log.Lines(), ElementsAre("E generate_private_key: invalid certId",
+                                         "E generate_csr: invalid certId",
+                                         "E generate_signature: Content is empty",
+                                         "E generate_signature: invalid certId: 'TIV_CSR'",
+                                         "E get_public_key: invalid certId: TIV_TMP",
+                                         "E get_client_cert: invalid certId: 'KORU'",
+                                         "E get_root_cert_bundle: invalid trustStoreId: 'TIV'",
+                                         "E InstallCertificate: srcKeyId is empty",
+                                         "E InstallCertificate: destKeyId is empty"));
     EXPECT_THAT(mLibrary.mCalls, IsEmpty());
 }
 
@@ -71,7 +71,7 @@ TEST_F(ClientCertInitializerApiTest, GeneratingReplacesAnExistingKey) {
                             "generateKeyPair TIV/TIV_CSR 2", "makeKeyId TIV/TIV_CSR",
                             "checkKeyId TIV/TIV_CSR", "deleteKeyPair TIV/TIV_CSR",
                             "generateKeyPair TIV/TIV_CSR 2"));
-    EXPECT_THAT(LogText(log),
+    EXPECT_THAT(log.Lines(),
                 ElementsAre("I generate_private_key: key ID already exists, deleting"));
 }
 
@@ -88,7 +88,7 @@ TEST_F(ClientCertInitializerApiTest, ClearingWithNothingToClearIsASuccess) {
     mLibrary.Script("deleteKeyPair", {1, 4});
     CapturedLog log;
     EXPECT_EQ(mApi->set_client_cert_and_move_key("", "ignored", "TIV"), MockTeeError::kSuccess);
-    EXPECT_THAT(LogText(log), ElementsAre("I DeleteKeyPair: no keypair to delete"));
+    EXPECT_THAT(log.Lines(), ElementsAre("I DeleteKeyPair: no keypair to delete"));
 }
 
 TEST_F(ClientCertInitializerApiTest, ResultCodesMapToErrorNumbers) {

@@ -47,11 +47,11 @@ TEST_F(CryptoApiInstanceTest, DestructionCleansUpAndLogsOnlyAFailure) {
     CapturedLog log;
     { CryptoApiInstance instance; }
     EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 1);
-    EXPECT_THAT(LogText(log), ElementsAre("I Crypto API initialized successfully"));
+    EXPECT_THAT(log.Lines(), ElementsAre("I Crypto API initialized successfully"));
 
     mLibrary.Script("cleanupCryptoLib", {1, 5});
     { CryptoApiInstance instance; }
-    EXPECT_EQ(LogText(log).back(), "E Failed to cleanup Crypto Library API");
+    EXPECT_EQ(log.Lines().back(), "E Failed to cleanup Crypto Library API");
 }
 
 TEST_F(CryptoApiInstanceDeathTest, TheLibraryIsCleanedUpOnceAtExitAfterTheStoresButBeforeTheLog) {

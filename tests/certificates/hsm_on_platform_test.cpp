@@ -11,7 +11,6 @@
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "certificates/hsm.h"
-#include "certificates/log_text.h"
 #include "orv_sec_crypto/store_administration.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
@@ -274,9 +273,9 @@ TEST_F(HsmOnPlatformTest, ARenewalLeavesTheAcceptedPairAloneUntilItIsStored) {
     CapturedLog log;
     Hsm inTwoYears([] { return kNow + 2 * kYear; });
     EXPECT_EQ(inTwoYears.CheckTrustStoreTivValidity(kVin), StatusCode::Ok);
-    EXPECT_TRUE(log.Contains(qel_logging::EQELLogLevel::kInfo,
-                             "X509CryptoApiValidator: The TIV Certificate expires at 9999/12/31 "
-                             "23:59:59 UTC"));
+    EXPECT_TRUE(
+        log.Contains("I X509CryptoApiValidator: The TIV Certificate expires at 9999/12/31 "
+                     "23:59:59 UTC"));
 
     EXPECT_FALSE(mHsm.DeleteTivCertificateFromTrustStore());
     EXPECT_FALSE(mHsm.DeleteTivCertificateFromTrustStore());
@@ -291,7 +290,7 @@ TEST_F(HsmOnPlatformTest, ACertificateWhosePrivateKeyIsNotInTheStoreFailsTheProo
     Plant("public_key", testing_support::PublicKeyDer(another));
     CapturedLog log;
     EXPECT_EQ(mHsm.CheckTrustStoreTivValidity(kVin), StatusCode::KeyMismatch);
-    EXPECT_THAT(testing_support::LogText(log).back(), HasSubstr("Signature verification failed"));
+    EXPECT_THAT(log.Lines().back(), HasSubstr("Signature verification failed"));
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ TEST_F(HsmTest, ASoundStoredCertificateIsOk) {
     EXPECT_EQ(mHsm.CheckTrustStoreTivValidity("VIN"), StatusCode::Ok);
     const std::string prefix = "I X509CryptoApiValidator: ";
     EXPECT_THAT(
-        LogText(log),
+        log.Lines(),
         ElementsAre("I CN derived from the VIN: VIN:C003", "I CN from the Certificate: VIN:C003",
                     "I The CN from the Certificate and the CN derived from VIN match",
                     "I CheckCertificatePublicKey: The Certificate and the Key match",
@@ -63,7 +63,7 @@ TEST_F(HsmTest, NamesMatchByteForByte) {
         CapturedLog log;
         EXPECT_EQ(mHsm.CheckTrustStoreTivValidity("VIN"), StatusCode::CommonNameMismatch);
         EXPECT_TRUE(mHsm.CheckTivCertificate("received", "VIN"));
-        EXPECT_EQ(LogText(log).back(),
+        EXPECT_EQ(log.Lines().back(),
                   "I The CN from the Certificate and the CN derived from VIN do not match");
     }
     // No VIN can't be signed as a proof of possession; a received certificate needs no such proof.
@@ -81,7 +81,7 @@ TEST_F(HsmTest, GenerateCsrTouchesThePendingKeyOnly) {
     for (const std::string& call : mLibrary.mCalls) {
         EXPECT_NE(call.find("TIV/TIV_CSR"), std::string::npos) << call;
     }
-    EXPECT_THAT(LogText(log),
+    EXPECT_THAT(log.Lines(),
                 ElementsAre("E Provided VIN is empty", "I The Keys were generated successfully",
                             "I The CSR was generated successfully"));
 }
@@ -99,7 +99,7 @@ TEST_F(HsmTest, TheVinIsWhatStandsBeforeTheFirstColonOfTheBaseCertificatesName) 
     const std::string returning = "I GetKoruVin: Returning VIN: '";
     const std::string failed = "E GetKoruVin: VIN parsing failed from certificate common name: ";
     EXPECT_THAT(
-        LogText(log),
+        log.Lines(),
         ElementsAre(
             returning + "VIN' from certificate common name: 'VIN:XYZ', certificate ID: 'BASE'",
             returning + "A' from certificate common name: 'A:B:C', certificate ID: 'BASE'",

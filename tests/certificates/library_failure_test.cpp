@@ -265,7 +265,7 @@ protected:
         mLibrary.FailCall(failing, outcome, [&log] { log.Clear(); });
         try {
             const std::string result = operation.mRun();
-            return {result, LogText(log)};
+            return {result, log.Lines()};
         } catch (const std::runtime_error& error) {
             return {"", {std::string("! ") + error.what()}};
         }

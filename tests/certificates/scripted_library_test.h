@@ -1,12 +1,9 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include <gmock/gmock.h>
 
-#include "certificates/log_text.h"
 #include "certificates/scripted_crypto_library.h"
+#include "testing/captured_log.h"
 
 namespace testing_support {
 
@@ -16,10 +13,6 @@ protected:
     using CapturedLog = testing_support::CapturedLog;
 
     ScriptedLibraryTest() { mLibrary.Reset(); }
-
-    static std::vector<std::string> LogText(const CapturedLog& log) {
-        return testing_support::LogText(log);
-    }
 
     ScriptedCryptoLibrary& mLibrary = ScriptedCryptoLibrary::Get();
 };

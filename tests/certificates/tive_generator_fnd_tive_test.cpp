@@ -29,7 +29,7 @@ TEST_F(TiveGeneratorTest, TheContainerIsSignedWithTheBaseKeyAndCarriesNoAuxiliar
         ElementsAre("createTrustStoreManager ", "lookupForKORUStore ", "lookupTrustStore TIV",
                     "makeKeyId KORU/ECU_BASE_CERT",
                     "CreateCertificateChainEncoder 1 KORU/ECU_BASE_CERT false", "encode csr||0||"));
-    EXPECT_THAT(LogText(log),
+    EXPECT_THAT(log.Lines(),
                 ElementsAre("I TiveGenerator: The TIVE Container was created successfully"));
 }
 

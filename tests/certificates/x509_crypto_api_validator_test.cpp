@@ -43,7 +43,7 @@ TEST_F(X509CryptoApiValidatorTest, EmptyArgumentsNeverReachTheLibrary) {
     EXPECT_FALSE(mValidator->ValidateCertificatePath({"leaf"}, "", "", {}));
     EXPECT_FALSE(mValidator->ValidateCertificatePath({}, "root", "", {}));
     EXPECT_TRUE(mValidator->ValidateCertificatePath({}, "root", "name", {}));
-    EXPECT_THAT(LogText(log),
+    EXPECT_THAT(log.Lines(),
                 ElementsAre("E CheckCertificatePublicKey: Invalid public key",
                             "E StoreTempCertificate: certificate is empty",
                             "E CheckCertificatePublicKey: StoreTempCertificate failed",
@@ -62,8 +62,8 @@ TEST_F(X509CryptoApiValidatorTest, ValidMeansNowAndForAYear) {
         mLibrary.mNotAfter = notAfter;
         CapturedLog log;
         const bool isValid = mValidator->CheckCertificateValidityTime("leaf", At(kNow));
-        EXPECT_EQ(isValid, LogText(log).back() == "I The Certificate is currently valid");
-        return LogText(log);
+        EXPECT_EQ(isValid, log.Lines().back() == "I The Certificate is currently valid");
+        return log.Lines();
     };
     const auto times = [](const std::string& from, const std::string& until) {
         const std::string prefix = "I X509CryptoApiValidator: ";
@@ -101,7 +101,7 @@ TEST_F(X509CryptoApiValidatorTest, WithANullStoreTheChecksThatNeedItFail) {
     CapturedLog log;
     EXPECT_FALSE(mValidator->CheckCertificatePublicKey("leaf", "public key of TIV/TIV_TMP"));
     EXPECT_FALSE(mValidator->VerifySignature("leaf", {'c'}, {'s'}, "any"));
-    EXPECT_EQ(LogText(log).back(), "E VerifySignature: StoreTempCertificate failed");
+    EXPECT_EQ(log.Lines().back(), "E VerifySignature: StoreTempCertificate failed");
     EXPECT_TRUE(mValidator->ValidateCertificatePath({"leaf"}, "root", "name", {}));
 }
 

@@ -243,14 +243,13 @@ void ClientLife::Mark() {
 }
 
 std::vector<std::string> ClientLife::OwnLines() const {
-    static const std::string letters = "OFEWIDV";
     std::vector<std::string> lines;
-    for (const CapturedLog::Line& line : log.Lines()) {
-        const bool own = StartsWith(line.text, kOwnPrefix);
-        const std::string text = own ? line.text.substr(kOwnPrefix.size()) : "";
+    for (const std::string& line : log.Lines()) {
+        const bool own = StartsWith(line.substr(2), kOwnPrefix);
+        const std::string text = own ? line.substr(2 + kOwnPrefix.size()) : "";
         // These two are every machine's.
         if (own && text != "StopFsm" && !StartsWith(text, kTransition)) {
-            lines.push_back(letters.at(static_cast<std::size_t>(line.level)) + (" " + text));
+            lines.push_back(line.substr(0, 2) + text);
         }
     }
     return lines;
@@ -258,7 +257,7 @@ std::vector<std::string> ClientLife::OwnLines() const {
 
 std::vector<std::string> ClientLife::Entered() const {
     std::vector<std::string> states;
-    for (const std::string& text : log.Lines(qel_logging::EQELLogLevel::kInfo)) {
+    for (const std::string& text : log.Lines('I')) {
         if (StartsWith(text, kOwnPrefix + kTransition)) {
             states.push_back(text.substr(kOwnPrefix.size() + kTransition.size()));
         }
@@ -290,7 +289,7 @@ std::vector<std::string> ClientLife::Story() const {
         story.push_back("+ " + client_table::EventName(raised.event) +
                         (delay.count() == 0 ? "" : " in " + std::to_string(delay.count()) + " ms"));
     }
-    if (log.Contains(qel_logging::EQELLogLevel::kInfo, "EventDispatcher ExitDispatching")) {
+    if (log.Contains("I EventDispatcher ExitDispatching")) {
         story.emplace_back("exit");
     }
     return story;

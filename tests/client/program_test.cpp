@@ -14,7 +14,6 @@
 
 namespace {
 
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 
 bool gStarts = true;
@@ -83,28 +82,28 @@ TEST(ProgramTest, TheEndOfDispatchingGivesStatusAndLine) {
     CapturedLog log;
     gOnEvent = Exit;
     EXPECT_EQ(RunWith({"prog"}), 0);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kInfo, "Vintrel Client started."));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kInfo, "Vintrel Client version: 2.20.9-support-0.7.2"));
+    EXPECT_TRUE(log.Contains("I Vintrel Client started."));
+    EXPECT_TRUE(log.Contains("I Vintrel Client version: 2.20.9-support-0.7.2"));
 
     gOnEvent = [](fsm::EventDispatcher& dispatcher) { dispatcher.ExitDispatching(false); };
     EXPECT_EQ(RunWith({"prog"}), 0);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Dispatcher Error!"));
+    EXPECT_TRUE(log.Contains("E Dispatcher Error!"));
 
     gOnEvent = [](fsm::EventDispatcher&) { throw std::runtime_error("broken"); };
     EXPECT_EQ(RunWith({"prog"}), 1);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Dispatcher Error, exception: broken"));
+    EXPECT_TRUE(log.Contains("E Dispatcher Error, exception: broken"));
 
     gOnEvent = [](fsm::EventDispatcher&) { throw 1; };
     EXPECT_EQ(RunWith({"prog"}), 1);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Dispatcher Error! Unknown exception!"));
+    EXPECT_TRUE(log.Contains("E Dispatcher Error! Unknown exception!"));
 }
 
 TEST(ProgramTest, AFailedStartIsFatalInTheLogAndStatusZero) {
     gStarts = false;
     CapturedLog log;
     EXPECT_EQ(RunWith({"prog"}), 0);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kFatal, "Failed to start Vintrel Client!"));
-    EXPECT_FALSE(log.Contains(EQELLogLevel::kInfo, "Vintrel Client started."));
+    EXPECT_TRUE(log.Contains("F Failed to start Vintrel Client!"));
+    EXPECT_FALSE(log.Contains("I Vintrel Client started."));
     EXPECT_TRUE(gDispatcherOutlives) << "the client goes before the dispatcher";
 }
 

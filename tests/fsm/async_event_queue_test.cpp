@@ -25,7 +25,6 @@ namespace {
 
 bool gPipesFail = false;
 
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::TracedData;
@@ -83,9 +82,8 @@ TEST_F(AsyncEventQueueTest, EventsComeInOrderOneInEachRound) {
     dispatcher->RunPending();
     EXPECT_EQ(machine->events, (Events{{1, 0}, {1, 1}, {1, 2}}));
     EXPECT_TRUE(log.Contains(
-        EQELLogLevel::kVerbose,
-        "D/AsyncEventQueue EVENT async dispatch #2 -> Recorder, eventId 1 eventInfo 2"));
-    const auto lines = log.Lines(EQELLogLevel::kVerbose);
+        "V D/AsyncEventQueue EVENT async dispatch #2 -> Recorder, eventId 1 eventInfo 2"));
+    const auto lines = log.Lines('V');
     const std::string start = "D/AsyncEventQueue EVENT async raised #0 by 0x";
     ASSERT_EQ(lines.at(0).substr(0, start.size()), start);
     EXPECT_EQ(lines.at(0).substr(start.size() + 16), " -> Recorder, eventId 1 eventInfo 0");
@@ -108,13 +106,12 @@ TEST_F(AsyncEventQueueTest, AStateMethodMayRaiseAndAskForTheExit) {
 
     log.Clear();
     machine->RaiseAsyncEvent(4, 0, nullptr);
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kFatal, "RecorderGetAsyncEventQueue: No AsyncEventQueue"));
+    EXPECT_TRUE(log.Contains("F RecorderGetAsyncEventQueue: No AsyncEventQueue"));
 }
 
 TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
     const std::size_t capacity = FillPipe();
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kError).empty());
+    EXPECT_TRUE(log.Lines('E').empty());
     bool destroyed = false;
     machine->RaiseAsyncEvent(2, 0, std::make_unique<TracedData>([&] {
                                  // A destructor may come back: no lock is held.
@@ -122,7 +119,7 @@ TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
                              }));
     EXPECT_TRUE(destroyed);
     EXPECT_EQ(
-        log.Lines(EQELLogLevel::kError),
+        log.Lines('E'),
         (std::vector<std::string>{"D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"}));
     dispatcher->RunPending();
     EXPECT_EQ(machine->events.size(), capacity);
@@ -162,9 +159,9 @@ TEST_F(AsyncEventQueueTest, MachinesMayEndWhileAnEventIsUnderWay) {
     };
     dispatcher->RunPending();
     EXPECT_TRUE(alive.expired());
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kWarning,
-                             "Recorder: no event expected in state FsmStateTerminated, eventId: 2, "
-                             "eventInfo: 0"));
+    EXPECT_TRUE(
+        log.Contains("W Recorder: no event expected in state FsmStateTerminated, eventId: 2, "
+                     "eventInfo: 0"));
 }
 
 TEST_F(AsyncEventQueueTest, ClearingTakesAsManyBytesAsEvents) {
@@ -190,7 +187,7 @@ TEST_F(AsyncEventQueueTest, ClearingTakesAsManyBytesAsEvents) {
     dispatcher->RunPending();
     EXPECT_EQ(machine->events, (Events{{2, 0}, {6, 0}})) << "a destructor may raise";
     EXPECT_FALSE(machine->ClearAsyncEvents());
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kError).empty()) << "no byte is left over";
+    EXPECT_TRUE(log.Lines('E').empty()) << "no byte is left over";
 }
 
 TEST_F(AsyncEventQueueTest, StrangeBytesInThePipeAreReported) {
@@ -202,7 +199,7 @@ TEST_F(AsyncEventQueueTest, StrangeBytesInThePipeAreReported) {
     ASSERT_EQ(write(writeEnd, &event, 1), 1);
     dispatcher->RunPending();
     const std::string prefix = "D/AsyncEventQueue StateDispatchEvents reading pipe, ";
-    EXPECT_EQ(log.Lines(EQELLogLevel::kError),
+    EXPECT_EQ(log.Lines('E'),
               (std::vector<std::string>{prefix + "but no event", prefix + "unknown command: 7",
                                         prefix + "but no event"}));
 }
@@ -213,7 +210,7 @@ TEST_F(AsyncEventQueueTest, AfterTheStopRaisingFailsAndNothingIsDelivered) {
     queue->Stop();
     queue->RaiseAsyncEvent(machine, 2, 0, nullptr);
     EXPECT_EQ(
-        log.Lines(EQELLogLevel::kError),
+        log.Lines('E'),
         (std::vector<std::string>{"D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"}));
     dispatcher->RunPending();
     EXPECT_TRUE(machine->events.empty());
@@ -226,7 +223,7 @@ TEST_F(AsyncEventQueueTest, WithoutAStopThePipeIsClosedAllTheSame) {
     machine.reset();
     dispatcher.reset();
     EXPECT_EQ(LowestFreeDescriptor(), readEnd);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug, "D/AsyncEventQueue: ~AsyncEventQueue"));
+    EXPECT_TRUE(log.Contains("D D/AsyncEventQueue: ~AsyncEventQueue"));
     EXPECT_TRUE(alive.expired());
 }
 
@@ -238,12 +235,10 @@ TEST(AsyncEventQueueWithoutPipeTest, StaysShutAndClosesNothing) {
     machine->Start(dispatcher);
     gPipesFail = false;
 
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kInfo,
-                             "D/AsyncEventQueue: State transition to FsmStateTerminated"));
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kError).empty());
+    EXPECT_TRUE(log.Contains("I D/AsyncEventQueue: State transition to FsmStateTerminated"));
+    EXPECT_TRUE(log.Lines('E').empty());
     machine->RaiseAsyncEvent(1, 0, nullptr);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError,
-                             "D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"));
+    EXPECT_TRUE(log.Contains("E D/AsyncEventQueue RaiseAsyncEvent error writing pipe: -1"));
     machine->StopFsm();
     EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "what was never opened is never closed";
 }
@@ -251,7 +246,7 @@ TEST(AsyncEventQueueWithoutPipeTest, StaysShutAndClosesNothing) {
 TEST(AsyncEventQueueWithoutPipeTest, NeedsADispatcher) {
     const CapturedLog log;
     EXPECT_FALSE(std::make_shared<fsm::AsyncEventQueue>("Q")->Initialize(nullptr));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kFatal, "QSetupFsm: No EventDispatcher"));
+    EXPECT_TRUE(log.Contains("F QSetupFsm: No EventDispatcher"));
 }
 
 /// Foreign threads raise and clear all the time, while machine and dispatcher come and go.

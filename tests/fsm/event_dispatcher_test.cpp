@@ -35,7 +35,6 @@ extern "C" int NotedPoll(pollfd* pollFds, nfds_t count, int timeoutMillisec) {
 namespace {
 
 using fsm::EventDispatcher;
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::TracedData;
@@ -119,7 +118,7 @@ TEST_F(EventDispatcherTest, DescriptorsGoBeforeEventsAndBothAreLogged) {
         "Disp EVENT dispatch <IOEVENT> -> First, eventId 10 eventInfo POLLIN  (0x00000001)",
         "Disp EVENT dispatch <IOEVENT> -> First, eventId 11 eventInfo POLLIN  (0x00000001)",
         "Disp EVENT dispatch <EVENT QUEUE> -> First, eventId 1 eventInfo 2"};
-    EXPECT_EQ(log.Lines(EQELLogLevel::kVerbose), expected);
+    EXPECT_EQ(log.Lines('V'), expected);
 }
 
 TEST_F(EventDispatcherTest, AHandlerThatRaisesEndsTheStepAndOneThatDoesNotGoesOn) {
@@ -188,7 +187,7 @@ TEST_F(EventDispatcherTest, TheExitStopsTheWalkAndLeavesTheQueue) {
     EXPECT_TRUE(dispatcher->DispatchEvents());
     EXPECT_EQ(first->events, (Events{{10, 1}}));
     EXPECT_TRUE(second->events.empty());
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kInfo, "Disp ExitDispatching"));
+    EXPECT_TRUE(log.Contains("I Disp ExitDispatching"));
 
     pipeA.Drain();
     first->onEvent = [this](int, int) { dispatcher->ExitDispatching(false); };
@@ -203,8 +202,7 @@ TEST_F(EventDispatcherTest, AFailedPollIsOneLineAndAnotherRound) {
     dispatcher->fails = 1;
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_TRUE(first->events.empty());
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kDebug, "Disp poll result -1 errno: " + std::to_string(EINTR)));
+    EXPECT_TRUE(log.Contains("D Disp poll result -1 errno: " + std::to_string(EINTR)));
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_EQ(first->events.size(), 2U);
 }
@@ -245,8 +243,7 @@ TEST_F(EventDispatcherTest, TwoMachinesMayWatchOneDescriptorEachInItsOwnWay) {
 TEST_F(EventDispatcherTest, ADisabledNegativeDescriptorWatchesNobodyElses) {
     Watch(first, ~pipeA.Reader(), 10);
     EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kFatal,
-                     "Disp AddIoDescriptor: IO descriptor must not be negative : FSM First"));
+        log.Contains("F Disp AddIoDescriptor: IO descriptor must not be negative : FSM First"));
     first->ConfigureIoDescriptor(~pipeA.Reader(), EventDispatcher::kIoDisable, true);
     first->RaiseEvent(1, 0, nullptr);
     EXPECT_TRUE(dispatcher->DispatchStep());
@@ -303,7 +300,7 @@ TEST_F(EventDispatcherTest, MisuseIsLoggedAtFatalLevelAndHasNoEffect) {
     const std::string number = std::to_string(fd);
     EXPECT_TRUE(dispatcher->IsFsmRegistered(first));
     EXPECT_FALSE(dispatcher->IsFsmRegistered(stranger));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug, "Disp IsFsmRegistered: Stranger"));
+    EXPECT_TRUE(log.Contains("D Disp IsFsmRegistered: Stranger"));
     dispatcher->RemoveFsm(stranger);
     dispatcher->AddIoDescriptor(stranger, fd, 0);
     dispatcher->RemoveIoDescriptor(stranger, fd);
@@ -325,7 +322,7 @@ TEST_F(EventDispatcherTest, MisuseIsLoggedAtFatalLevelAndHasNoEffect) {
         "Disp AddIoDescriptor: FSM First cannot add IO descriptor again",
         configure + "First unknown event type in ioData set: 4",
         configure + "First unknown event type in PollStruct set: 4"};
-    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), expected);
+    EXPECT_EQ(log.Lines('F'), expected);
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_EQ(first->events, (Events{{10, 1}}));
 }

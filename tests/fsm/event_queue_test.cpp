@@ -12,7 +12,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::TracedData;
@@ -129,10 +128,10 @@ TEST_F(EventQueueTest, RaisesAreLoggedAndOneWithoutReceiverIsRefused) {
     const std::vector<std::string> expected{
         "Queue EVENT raised NOFSM -> Recorder, eventId 1 eventInfo 2",
         "Queue EVENT raised Recorder -> Recorder, eventId 3 eventInfo 4 msec -5"};
-    EXPECT_EQ(log.Lines(EQELLogLevel::kVerbose), expected);
+    EXPECT_EQ(log.Lines('V'), expected);
 
     queue.RaiseEvent(machine, nullptr, 1, 0, nullptr);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kFatal, "Queue RaiseEvent: no receiver"));
+    EXPECT_TRUE(log.Contains("F Queue RaiseEvent: no receiver"));
     EXPECT_EQ(PopAll(), (std::vector<int>{3, 1}));
 }
 

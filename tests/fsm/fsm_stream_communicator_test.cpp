@@ -22,7 +22,6 @@ namespace {
 
 using fsm::FsmEventDataStreamCommunicator;
 using fsm::FsmStreamCommunicatorIf;
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::VirtualTimeDispatcher;
@@ -122,24 +121,21 @@ TEST_F(FsmStreamCommunicatorTest, AnUnfinishedReadIsDiscardedWithAWarning) {
     EXPECT_TRUE(communicator->SetupReadN(10));
     FromPeer("abc");
     EXPECT_TRUE(communicator->SetupReadN(5));
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kWarning, "Comm: RxBuffer not empty, discarding 3 bytes"));
+    EXPECT_TRUE(log.Contains("W Comm: RxBuffer not empty, discarding 3 bytes"));
     EXPECT_TRUE(communicator->SetupMonitoring());
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kWarning, "Comm: RxBuffer not empty, discarding 5 bytes"))
+    EXPECT_TRUE(log.Contains("W Comm: RxBuffer not empty, discarding 5 bytes"))
         << "the size asked for";
     log.Clear();
     EXPECT_TRUE(communicator->SetupReadContinued(5));
     EXPECT_TRUE(communicator->SetupIdle());
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kWarning).empty());
+    EXPECT_TRUE(log.Lines('W').empty());
 
     EXPECT_TRUE(communicator->SetupReadN(10));
     FromPeer("ab");
     ClosePeer();
     EXPECT_EQ(reports, (Reports{{0, ""}}));
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kWarning, "Comm: RxBuffer not empty, discarding 2 bytes"));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug, "Comm: OnTerminate"));
+    EXPECT_TRUE(log.Contains("W Comm: RxBuffer not empty, discarding 2 bytes"));
+    EXPECT_TRUE(log.Contains("D Comm: OnTerminate"));
 }
 
 TEST_F(FsmStreamCommunicatorTest, MonitoringSeesTheHangupButReadsNothing) {
@@ -161,8 +157,7 @@ TEST_F(FsmStreamCommunicatorTest, AFullSocketWouldBlockUntilItIsWritable) {
         written += result > 0 ? static_cast<std::size_t>(result) : 0;
     }
     EXPECT_EQ(reason, FsmStreamCommunicatorIf::eWouldBlock);
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kDebug, "Comm: send() error: " + std::to_string(EAGAIN)));
+    EXPECT_TRUE(log.Contains("D Comm: send() error: " + std::to_string(EAGAIN)));
     EXPECT_TRUE(communicator->SetupMonitoring());
     EXPECT_TRUE(communicator->ConfigureWritableEvent(true));
     dispatcher->RunPending();
@@ -199,17 +194,16 @@ TEST_F(FsmStreamCommunicatorTest, AReadErrorIsReportedWithItsNumber) {
     Deliver(0, POLLIN);
     EXPECT_EQ(reports, (Reports{{6, ""}}));
     EXPECT_EQ(error, ENOTSOCK);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Comm: FsmStateReadN eReadError -1 errno " +
-                                                       std::to_string(ENOTSOCK)));
+    EXPECT_TRUE(
+        log.Contains("E Comm: FsmStateReadN eReadError -1 errno " + std::to_string(ENOTSOCK)));
     EXPECT_EQ(communicator->GetStateName(), "FsmStateReadN");
     EXPECT_TRUE(communicator->SetupReadOnce(4));
     Deliver(0, POLLIN);
-    EXPECT_TRUE(log.Contains(
-        EQELLogLevel::kError,
-        "Comm: FsmStreamCommunicatorOnceOrCont eReadError -1 errno " + std::to_string(ENOTSOCK)));
+    EXPECT_TRUE(log.Contains("E Comm: FsmStreamCommunicatorOnceOrCont eReadError -1 errno " +
+                             std::to_string(ENOTSOCK)));
     EXPECT_EQ(communicator->GetStateName(), "FsmStateIdle");
     communicator->StopFsm();
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Comm: shutdown() failed"));
+    EXPECT_TRUE(log.Contains("E Comm: shutdown() failed"));
     EXPECT_FALSE(IsOpen(socket)) << "closed all the same";
     close(quiet[0]);
     close(quiet[1]);
@@ -235,9 +229,8 @@ TEST_F(FsmStreamCommunicatorTest, FlagsOtherThanReadableAreSortedOut) {
         ASSERT_EQ(reports.size(), 1U);
         EXPECT_EQ(reports[0].first, info) << flags;
     }
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kWarning, "Other: HandleOtherIOFlags IO error POLLERR "));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Other: HandleOtherIOFlags FSM Error 2"));
+    EXPECT_TRUE(log.Contains("W Other: HandleOtherIOFlags IO error POLLERR "));
+    EXPECT_TRUE(log.Contains("E Other: HandleOtherIOFlags FSM Error 2"));
 }
 
 TEST_F(FsmStreamCommunicatorTest, WithoutATargetItEndsAllTheSame) {
@@ -247,7 +240,7 @@ TEST_F(FsmStreamCommunicatorTest, WithoutATargetItEndsAllTheSame) {
     EXPECT_EQ(communicator->GetDispatcher(), nullptr);
     EXPECT_FALSE(IsOpen(socket));
     EXPECT_TRUE(reports.empty());
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kFatal).empty());
+    EXPECT_TRUE(log.Lines('F').empty());
 }
 
 TEST_F(FsmStreamCommunicatorTest, EventsThatAStateDoesNotKnowAreRefused) {
@@ -266,20 +259,19 @@ TEST_F(FsmStreamCommunicatorTest, EventsThatAStateDoesNotKnowAreRefused) {
         "Comm: FsmStateReadN unknown event+info 3 1",
         "Comm: FsmStreamCommunicatorOnceOrCont unknown event+info 3 1 3",
         "Comm: FsmStateReceiveIoDescriptor unknown event+info 3 1"};
-    EXPECT_EQ(log.Lines(EQELLogLevel::kError), expected);
+    EXPECT_EQ(log.Lines('E'), expected);
     EXPECT_EQ(communicator->GetStateName(), "FsmStateIdle") << "left in every case";
     EXPECT_TRUE(reports.empty());
 }
 
 TEST_F(FsmStreamCommunicatorTest, SetupsAreRefusedForNoBytesAndWhenNotActive) {
     EXPECT_FALSE(communicator->SetupReadN(0));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError, "Comm: can't setup to Read size of 0"));
+    EXPECT_TRUE(log.Contains("E Comm: can't setup to Read size of 0"));
     EXPECT_EQ(communicator->GetStateName(), "FsmStateIdle");
     communicator->StopFsm();
     EXPECT_FALSE(IsOpen(socket));
     EXPECT_FALSE(communicator->SetupReadOnce(1));
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kError, "Comm: can't setup in state Not Started or Terminated"));
+    EXPECT_TRUE(log.Contains("E Comm: can't setup in state Not Started or Terminated"));
     EXPECT_FALSE(communicator->SetupMonitoring() || communicator->SetupIdle() ||
                  communicator->SetupReceiveIoDescriptor() ||
                  communicator->ConfigureWritableEvent(true) || communicator->SendIoDescriptor(0));
@@ -326,8 +318,7 @@ TEST_F(FsmStreamCommunicatorTest, ADescriptorIsPassedToThePeer) {
     dispatcher->RunPending();
     EXPECT_EQ(reports.back().first, 6) << "a closing peer is a read error here";
     EXPECT_EQ(error, 0);
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError,
-                             "Receiver: FsmStateReceiveIoDescriptor eReadError 0 errno 0"));
+    EXPECT_TRUE(log.Contains("E Receiver: FsmStateReceiveIoDescriptor eReadError 0 errno 0"));
     receiver->StopFsm();
     for (const int fd : taken) {
         close(fd);
@@ -354,7 +345,7 @@ TEST_F(FsmStreamCommunicatorTest, TheSocketCanBeSnatchedOrPassedOn) {
 
     FsmStreamCommunicatorIf::Create(snatched, "Unstarted").reset();
     EXPECT_FALSE(IsOpen(snatched)) << "it is the owner from its construction on";
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug, "Unstarted: ~FsmStreamCommunicator"));
+    EXPECT_TRUE(log.Contains("D Unstarted: ~FsmStreamCommunicator"));
 }
 
 }  // namespace

@@ -13,12 +13,11 @@
 
 namespace {
 
-using qel_logging::EQELLogLevel;
 using testing_support::CapturedLog;
 using testing_support::Recorder;
 using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
-using Line = CapturedLog::Line;
+using Lines = std::vector<std::string>;
 
 class FsmTest : public testing::Test {
 protected:
@@ -32,35 +31,32 @@ TEST_F(FsmTest, TheFrameOfALifeIsLogged) {
     machine->Start(dispatcher);
     machine->StopFsm();
     machine.reset();
-    const std::vector<Line> expected{
-        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateNotStarted"},
-        {EQELLogLevel::kInfo, "AddFsm: Recorder"},
-        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateRecording"},
-        {EQELLogLevel::kDebug, "Recorder: StopFsm"},
-        {EQELLogLevel::kInfo, "Dispatcher RemoveFsm: Recorder"},
-        {EQELLogLevel::kInfo, "Recorder: State transition to FsmStateTerminated"},
-        {EQELLogLevel::kDebug, "Recorder: ~Fsm"}};
+    const Lines expected{"I Recorder: State transition to FsmStateNotStarted",
+                         "I AddFsm: Recorder",
+                         "I Recorder: State transition to FsmStateRecording",
+                         "D Recorder: StopFsm",
+                         "I Dispatcher RemoveFsm: Recorder",
+                         "I Recorder: State transition to FsmStateTerminated",
+                         "D Recorder: ~Fsm"};
     EXPECT_EQ(log.Lines(), expected);
     log.Clear();
     dispatcher.reset();
-    const std::vector<Line> end{{EQELLogLevel::kInfo, "~EventDispatcher"},
-                                {EQELLogLevel::kDebug, "~EventQueue"}};
-    EXPECT_EQ(log.Lines(), end);
+    EXPECT_EQ(log.Lines(), (Lines{"I ~EventDispatcher", "D ~EventQueue"}));
 }
 
 TEST_F(FsmTest, TheFrameStatesReportTheirEvents) {
     dispatcher->RaiseEvent(nullptr, machine, 1, -2, nullptr);
     dispatcher->RunPending();
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kError,
-                             "Recorder: Error: no event expected in state FsmStateNotStarted, "
-                             "eventId: 1, eventInfo: -2"));
+    EXPECT_TRUE(
+        log.Contains("E Recorder: Error: no event expected in state FsmStateNotStarted, "
+                     "eventId: 1, eventInfo: -2"));
     machine->Start(dispatcher);
     machine->RaiseEvent(3, 4, nullptr);
     machine->StopFsm();
     dispatcher->RunPending();
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kWarning,
-                             "Recorder: no event expected in state FsmStateTerminated, "
-                             "eventId: 3, eventInfo: 4"));
+    EXPECT_TRUE(
+        log.Contains("W Recorder: no event expected in state FsmStateTerminated, "
+                     "eventId: 3, eventInfo: 4"));
     EXPECT_TRUE(machine->events.empty());
 }
 
@@ -72,7 +68,7 @@ TEST_F(FsmTest, StoppingTwiceOrUnstartedIsSilent) {
     };
     log.Clear();
     machine->StopFsm();
-    EXPECT_EQ(log.Lines(), (std::vector<Line>{{EQELLogLevel::kDebug, "Recorder: StopFsm"}}));
+    EXPECT_EQ(log.Lines(), Lines{"D Recorder: StopFsm"});
 
     machine->Start(dispatcher);
     machine->StopFsm();
@@ -98,8 +94,7 @@ TEST_F(FsmTest, AMachineThatOnlyTheDispatcherOwnsSurvivesItsOwnStop) {
     machine.reset();
     raw->StopFsm();
     EXPECT_TRUE(alive.expired());
-    EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kInfo, "Recorder: State transition to FsmStateTerminated"));
+    EXPECT_TRUE(log.Contains("I Recorder: State transition to FsmStateTerminated"));
 }
 
 TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
@@ -114,7 +109,7 @@ TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
 
     target->RaiseEvent(nullptr, 1, 1, nullptr);
     EXPECT_FALSE(dispatcher->NextDelay().has_value()) << "no target, no report";
-    EXPECT_TRUE(log.Lines(EQELLogLevel::kFatal).empty());
+    EXPECT_TRUE(log.Lines('F').empty());
     target->StopFsm();
 }
 
@@ -160,8 +155,7 @@ TEST_F(FsmTest, APayloadIsTakenOnceAndAsTheClassItHas) {
     dispatcher->RunPending();
     EXPECT_EQ(taker->taken, (std::vector<int>{7, -1, 8, -1, -1, -1}));
     EXPECT_EQ(foreignDestroyed, 1);
-    EXPECT_EQ(log.Lines(EQELLogLevel::kError),
-              (std::vector<std::string>(4, "Taker: Event without its payload")));
+    EXPECT_EQ(log.Lines('E'), Lines(4, "Taker: Event without its payload"));
     taker->StopFsm();
 }
 
@@ -174,22 +168,21 @@ TEST_F(FsmTest, WithoutADispatcherNothingButAFatalLineHappens) {
     machine->RaiseAsyncEvent(1, 0, nullptr);
     EXPECT_FALSE(machine->ClearAsyncEvents());
     EXPECT_EQ(machine->GetAsyncEventQueue(), nullptr);
-    const std::vector<std::string> expected{"RecorderSetupFsm: No EventDispatcher",
-                                            "RecorderRaiseEvent: No EventDispatcher",
-                                            "RecorderRaiseEvent: No EventDispatcher",
-                                            "RecorderRaiseTimerEvent: No EventDispatcher",
-                                            "RecorderConfigureIoDescriptor: No EventDispatcher",
-                                            "RecorderGetAsyncEventQueue: No EventDispatcher",
-                                            "RecorderGetAsyncEventQueue: No EventDispatcher",
-                                            "RecorderGetAsyncEventQueue: No EventDispatcher"};
-    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), expected);
+    const Lines expected{"RecorderSetupFsm: No EventDispatcher",
+                         "RecorderRaiseEvent: No EventDispatcher",
+                         "RecorderRaiseEvent: No EventDispatcher",
+                         "RecorderRaiseTimerEvent: No EventDispatcher",
+                         "RecorderConfigureIoDescriptor: No EventDispatcher",
+                         "RecorderGetAsyncEventQueue: No EventDispatcher",
+                         "RecorderGetAsyncEventQueue: No EventDispatcher",
+                         "RecorderGetAsyncEventQueue: No EventDispatcher"};
+    EXPECT_EQ(log.Lines('F'), expected);
 
     log.Clear();
     machine->Start(dispatcher);
     machine->RaiseAsyncEvent(1, 0, nullptr);
     EXPECT_EQ(machine->GetAsyncEventQueue(), nullptr);
-    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal),
-              (std::vector<std::string>(2, "RecorderGetAsyncEventQueue: No AsyncEventQueue")));
+    EXPECT_EQ(log.Lines('F'), Lines(2, "RecorderGetAsyncEventQueue: No AsyncEventQueue"));
 }
 
 TEST_F(FsmTest, TheEndOfTheDispatcherReleasesMachinesThatReportToTheirOwners) {

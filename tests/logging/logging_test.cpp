@@ -42,10 +42,7 @@ TEST(QELLoggingTest, EachFunctionWritesAtItsOwnLevel) {
     QELLogging::LogInfo(QELLogEntry() << 4);
     QELLogging::LogDebug(QELLogEntry("5"));
     QELLogging::LogVerbose("");
-    const std::vector<CapturedLog::Line> expected{
-        {EQELLogLevel::kFatal, "1"}, {EQELLogLevel::kError, "2"}, {EQELLogLevel::kWarning, "3"},
-        {EQELLogLevel::kInfo, "4"},  {EQELLogLevel::kDebug, "5"}, {EQELLogLevel::kVerbose, ""}};
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(), (std::vector<std::string>{"F 1", "E 2", "W 3", "I 4", "D 5", "V "}));
 }
 
 class StderrLogTest : public testing::Test {
@@ -111,7 +108,7 @@ TEST(QELLoggingAralogImplTest, NothingIsEnabledBeforeTheRegistration) {
     backEnd.InitLogging("VT", EQELLogLevel::kDebug);
     backEnd.CreateLogger("EXTRA");
     backEnd.LogFatal("written");
-    EXPECT_EQ(log.Lines(EQELLogLevel::kFatal), std::vector<std::string>{"written"});
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{"F written"});
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 
 namespace {
 
-using qel_logging::EQELLogLevel;
 using Settings = std::unordered_map<std::string, std::string>;
 
 class IniFileReaderTest : public ::testing::Test {
@@ -56,8 +55,7 @@ TEST_F(IniFileReaderTest, EveryKindOfLineIsReadAsItsRuleSays) {
         EXPECT_EQ(Read(row.content, row.removeWhitespace), row.lineCount) << row.content;
         EXPECT_EQ(*mSettings, row.settings) << row.content;
     }
-    EXPECT_TRUE(
-        mLog.Contains(EQELLogLevel::kDebug, "IniFileReader: Settings read from file " + mPath));
+    EXPECT_TRUE(mLog.Contains("D IniFileReader: Settings read from file " + mPath));
 }
 
 TEST_F(IniFileReaderTest, AMapWithEntriesTakesOnlyItsOwnKeys) {
@@ -83,9 +81,8 @@ TEST_F(IniFileReaderTest, ABadLineEndsTheReading) {
         mSettings->clear();
         EXPECT_EQ(Read("a=1\n" + row.line + "\nb=2\n"), -1);
         EXPECT_EQ(*mSettings, (Settings{{"a", "1"}})) << "what came before the line stays";
-        EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError, "IniFileReader: " + row.message));
-        EXPECT_TRUE(
-            mLog.Contains(EQELLogLevel::kError, "IniFileReader: Error reading file " + mPath));
+        EXPECT_TRUE(mLog.Contains("E IniFileReader: " + row.message));
+        EXPECT_TRUE(mLog.Contains("E IniFileReader: Error reading file " + mPath));
 
         *mSettings = {{"a", "old"}};
         EXPECT_EQ(Read("a=1\n" + row.line), -1);
@@ -95,8 +92,8 @@ TEST_F(IniFileReaderTest, ABadLineEndsTheReading) {
 
 TEST_F(IniFileReaderTest, AMissingFileIsAnErrorWithItsReason) {
     EXPECT_EQ(ini_file_reader::IniFileReader().ReadIniFile(mPath, mSettings), -1);
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError, "IniFileReader: Reading file " + mPath +
-                                                        " failed: No such file or directory"));
+    EXPECT_TRUE(mLog.Contains("E IniFileReader: Reading file " + mPath +
+                              " failed: No such file or directory"));
 }
 
 }  // namespace

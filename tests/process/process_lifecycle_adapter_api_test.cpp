@@ -17,7 +17,6 @@ namespace {
 
 using process_lifecycle_adapter::ProcessLifecycleAdapterApiImpl;
 using process_lifecycle_adapter::ProcessState;
-using qel_logging::EQELLogLevel;
 
 constexpr const char* kClass = "ProcessLifecycleAdapterApiImpl::";
 
@@ -52,8 +51,7 @@ TEST_F(ProcessLifecycleAdapterApiTest, AConfiguredComponentReportsItsLifeToThePl
     mApi.Initialize("unit");
     EXPECT_EQ(mApi.GetIAmAliveTime(), 6);
     mApi.IAmAlive();
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
-                              "IAmAlive called, the mSupervisionEntity has not been created"));
+    EXPECT_TRUE(mLog.Contains("E IAmAlive called, the mSupervisionEntity has not been created"));
     mApi.Start();
     mApi.IAmAlive();
     mApi.Terminating();
@@ -63,12 +61,11 @@ TEST_F(ProcessLifecycleAdapterApiTest, AConfiguredComponentReportsItsLifeToThePl
               "WATCHDOG=1\nX_PHM_INSTANCE=instance\nX_PHM_SUPERVISION_ENTITY=65535\n"
               "X_PHM_CHECKPOINT=0");
     EXPECT_EQ(mManager.Receive(), "STOPPING=1");
-    EXPECT_TRUE(
-        mLog.Contains(EQELLogLevel::kWarning, "Config path " + mDirectory.File("unit-phm.ini")));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kDebug, "Create Phm_client instance"));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kVerbose,
-                              std::string(kClass) + "IAmAlive, call CheckpointReached, supervision "
-                                                    "id=65535, checkpoint id=0"));
+    EXPECT_TRUE(mLog.Contains("W Config path " + mDirectory.File("unit-phm.ini")));
+    EXPECT_TRUE(mLog.Contains("D Create Phm_client instance"));
+    EXPECT_TRUE(mLog.Contains("V " + std::string(kClass) +
+                              "IAmAlive, call CheckpointReached, supervision "
+                              "id=65535, checkpoint id=0"));
 }
 
 TEST_F(ProcessLifecycleAdapterApiTest, AFaultyConfigurationGivesItsWarningAndNoSupervision) {
@@ -95,14 +92,12 @@ TEST_F(ProcessLifecycleAdapterApiTest, AFaultyConfigurationGivesItsWarningAndNoS
         Configure(row.config);
         api.Initialize("unit");
         EXPECT_EQ(api.GetIAmAliveTime(), 0) << row.config;
-        EXPECT_EQ(mLog.Contains(EQELLogLevel::kWarning,
-                                "Configuration parameter " + row.warning + " for component unit"),
+        EXPECT_EQ(mLog.Contains("W Configuration parameter " + row.warning + " for component unit"),
                   !row.warning.empty())
             << row.config;
         api.Start();
         EXPECT_TRUE(mLog.Contains(
-            EQELLogLevel::kError,
-            "ProcessLifecycleAdapter::Reading application configuration failed for unit"));
+            "E ProcessLifecycleAdapter::Reading application configuration failed for unit"));
     }
 }
 
@@ -121,11 +116,10 @@ TEST_F(ProcessLifecycleAdapterApiTest, ABrokenServiceManagerIsLoggedAndSurvived)
     mApi.Initialize("unit");
     mApi.Start();
     mApi.IAmAlive();
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError, "ReportApplicationState to kRunning failed."));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kDebug,
-                              std::string(kClass) +
-                                  "IAmAlive, CheckpointReached exception: cannot report the "
-                                  "checkpoint: No such file or directory"));
+    EXPECT_TRUE(mLog.Contains("E ReportApplicationState to kRunning failed."));
+    EXPECT_TRUE(mLog.Contains("D " + std::string(kClass) +
+                              "IAmAlive, CheckpointReached exception: cannot report the "
+                              "checkpoint: No such file or directory"));
 }
 
 TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAnswerTheManager) {
@@ -149,28 +143,26 @@ TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAns
     std::vector<std::uint8_t> answer(confirmations.size());
     ASSERT_TRUE(manager->Read(answer));
     EXPECT_EQ(std::string(answer.begin(), answer.end()), confirmations);
+    EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
+                              "StateChangeRequested, Invalid state requested: kOff"));
     EXPECT_TRUE(
-        mLog.Contains(EQELLogLevel::kError,
-                      std::string(kClass) + "StateChangeRequested, Invalid state requested: kOff"));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
-                              std::string(kClass) + "StateChangeRequested new state: kPrepSD"));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, std::string(kClass) + "StateChanged: 2 seq: 4"));
+        mLog.Contains("I " + std::string(kClass) + "StateChangeRequested new state: kPrepSD"));
+    EXPECT_TRUE(mLog.Contains("I " + std::string(kClass) + "StateChanged: 2 seq: 4"));
 }
 
 TEST_F(ProcessLifecycleAdapterApiTest, AConfirmationNeedsAKnownStateAndAComponentClient) {
     mApi.StateChanged(static_cast<ProcessState>(3), 1);
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
-                              std::string(kClass) + "StateChanged: Invalid state: 3"));
+    EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) + "StateChanged: Invalid state: 3"));
     mApi.StateChanged(ProcessState::kOn, 1);
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
-                              std::string(kClass) + "StateChanged: Component Client uninitialized, "
-                                                    "cannot notify new state"));
+    EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
+                              "StateChanged: Component Client uninitialized, "
+                              "cannot notify new state"));
     ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1);
     mApi.Initialize("sub/unit", &mStateCallback);
     ::unsetenv("ARA_STM_DIR");
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kError,
-                              std::string(kClass) + "Initialize could not create ComponentClient: "
-                                                    "'sub/unit' is no component name"));
+    EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
+                              "Initialize could not create ComponentClient: "
+                              "'sub/unit' is no component name"));
 }
 
 }  // namespace

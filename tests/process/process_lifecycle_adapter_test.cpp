@@ -17,7 +17,6 @@ namespace {
 using process_lifecycle_adapter::ProcessLifecycleAdapterApiIf;
 using process_lifecycle_adapter::ProcessLifecycleAdapterImpl;
 using process_lifecycle_adapter::ProcessState;
-using qel_logging::EQELLogLevel;
 using testing::An;
 using testing::InSequence;
 using testing::NiceMock;
@@ -80,7 +79,7 @@ TEST_F(ProcessLifecycleAdapterTest, AHealthyApplicationIsReportedAliveUntilItIsN
     });
     mAdapter->Initialize("unit", &mApplication);
     ExpectReady(mDone);
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kDebug, "ProcessKeepAliveSignalling, aliveTime =1"));
+    EXPECT_TRUE(mLog.Contains("D ProcessKeepAliveSignalling, aliveTime =1"));
     EXPECT_EQ(mLog.Count("ProcessKeepAliveSignalling, call IAmAlive()"), 1U);
 }
 
@@ -143,8 +142,7 @@ TEST_F(ProcessLifecycleAdapterTest, AnotherInitializeEndsTheThreadOfTheFirst) {
 
 TEST_F(ProcessLifecycleAdapterTest, SigtermBeforeInitializeIsAWarning) {
     mAdapter->Terminate();
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kWarning,
-                              "Cannot notify Terminating, adapter not instantiated"));
+    EXPECT_TRUE(mLog.Contains("W Cannot notify Terminating, adapter not instantiated"));
     EXPECT_NO_THROW(mAdapter->StateChanged(ProcessState::kOn, 1));
 }
 
@@ -172,11 +170,10 @@ TEST(ProcessLifecycleAdapterHandleTest, TheRealAdapterEndsOnSigterm) {
     adapter.Initialize("component-without-a-file", nullptr);
     ::raise(SIGTERM);
     ASSERT_EQ(terminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_TRUE(log.Contains("W Config path /etc/component-without-a-file-phm.ini"));
     EXPECT_TRUE(
-        log.Contains(EQELLogLevel::kWarning, "Config path /etc/component-without-a-file-phm.ini"));
-    EXPECT_TRUE(log.Contains(EQELLogLevel::kDebug,
-                             "ProcessLifecycleAdapterApiImpl::Terminating, "
-                             "ReportApplicationState kTerminating"));
+        log.Contains("D ProcessLifecycleAdapterApiImpl::Terminating, "
+                     "ReportApplicationState kTerminating"));
 }
 
 }  // namespace

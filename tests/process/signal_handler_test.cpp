@@ -19,7 +19,6 @@
 
 namespace {
 
-using qel_logging::EQELLogLevel;
 using signal_handler::SignalHandler;
 
 constexpr std::chrono::seconds kHangGuard{30};
@@ -41,7 +40,7 @@ TEST_F(SignalHandlerTest, SigtermCallsTheFunctionOnceAfterSigpipeWasOnlyLogged) 
     }
     EXPECT_EQ(mLog.Count("SignalHandler: Signal 13 caught"), 1U);
     EXPECT_EQ(mLog.Count("SignalHandler: Signal 15 caught"), 1U);
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SignalHandler: SIGTERM received."));
+    EXPECT_TRUE(mLog.Contains("I SignalHandler: SIGTERM received."));
     EXPECT_EQ(mLog.Count("SignalHandler: STOP message received."), 0U);
 }
 
@@ -50,7 +49,7 @@ TEST_F(SignalHandlerTest, DestructionStopsTheThreadAndALaterHandlerWorks) {
         const SignalHandler unused([] { FAIL() << "nobody sent a signal"; });
     };
     makeUnused();
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, "SignalHandler: STOP message received."));
+    EXPECT_TRUE(mLog.Contains("I SignalHandler: STOP message received."));
     EXPECT_EXIT((makeUnused(), ::raise(SIGTERM)), testing::KilledBySignal(SIGTERM), "");
 
     SignalHandler handler([this] { mTerminated.set_value(); });

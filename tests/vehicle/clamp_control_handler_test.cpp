@@ -18,7 +18,6 @@
 #include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
 #include "vehicle/clamp_control_wexa_impl.h"
-#include "vehicle/log_lines.h"
 
 namespace {
 
@@ -108,8 +107,6 @@ namespace nuro_common {
 
 using service_access_test::EventRecorder;
 using ::testing::ElementsAre;
-using vehicle_test::Lines;
-using vehicle_test::WaitForLine;
 
 class HandlerCallback : public ClampControlHandlerCbIf {
 public:
@@ -155,14 +152,13 @@ TEST_F(ClampControlHandlerTest, NotificationsAreLoggedAndHandedUp) {
     EXPECT_THAT(mCallback.mEvents.Events(), ElementsAre("connected", "disconnected", "Clamp15 on",
                                                         "Clamp15 off", "subscribed"));
     const std::string connection =
-        "debug ClampControlHandler: Clamp Control Service connection state has changed to ";
-    const std::string state =
-        "debug ClampControlHandler: Received a Clamp Control state notification";
-    const auto lines = Lines(mLog);
+        "D ClampControlHandler: Clamp Control Service connection state has changed to ";
+    const std::string state = "D ClampControlHandler: Received a Clamp Control state notification";
+    const auto lines = mLog.Lines();
     ASSERT_EQ(10U, lines.size());
     EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.begin() + 5),
                 ElementsAre(connection + "1", connection + "0", state, state,
-                            "debug ClampControlHandler: Received a Clamp Control subscribed "
+                            "D ClampControlHandler: Received a Clamp Control subscribed "
                             "notification"));
 }
 
@@ -172,15 +168,15 @@ TEST_F(ClampControlHandlerTest, ARefusalIsTriedAgainUntilTheServiceAccepts) {
     {
         ClampControlHandler handler(&mCallback);
         EXPECT_TRUE(handler.SubscribeNB());
-        WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+        EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
     }
     EXPECT_THAT(Calls(5),
                 ElementsAre("subscribe", "subscribe", "unsubscribe id", "no callback", "stop"));
-    EXPECT_THAT(Lines(mLog),
-                ElementsAre("error ClampControlHandler: FAILED to subscribe to Clamp Control!",
-                            "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!",
-                            "info ClampControlHandler: Subscribed to Clamp Control",
-                            "info ClampControlHandlerNB: Subscribed to Clamp Control"));
+    EXPECT_THAT(mLog.Lines(),
+                ElementsAre("E ClampControlHandler: FAILED to subscribe to Clamp Control!",
+                            "E ClampControlHandlerNB: FAILED to subscribe to Clamp Control!",
+                            "I ClampControlHandler: Subscribed to Clamp Control",
+                            "I ClampControlHandlerNB: Subscribed to Clamp Control"));
 }
 
 TEST_F(ClampControlHandlerTest, AnExceptionEndsTheAttemptsUntilTheNextSubscription) {
@@ -188,9 +184,9 @@ TEST_F(ClampControlHandlerTest, AnExceptionEndsTheAttemptsUntilTheNextSubscripti
     mScript.Answer([] { return "id"; });
     ClampControlHandler handler(&mCallback);
     handler.SubscribeNB();
-    WaitForLine(mLog, "warning ClampControlHandlerNB: Exception while subscribing: no way");
+    EXPECT_TRUE(mLog.WaitFor("W ClampControlHandlerNB: Exception while subscribing: no way"));
     handler.SubscribeNB();
-    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
     EXPECT_THAT(Calls(2), ElementsAre("subscribe", "subscribe"));
 }
 
@@ -209,7 +205,7 @@ TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
         release.set_value();
         again.get();
         Calls(2);
-        WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+        EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
     }
     EXPECT_THAT(Calls(5),
                 ElementsAre("subscribe", "subscribe", "unsubscribe second", "no callback", "stop"));
@@ -234,7 +230,7 @@ TEST_F(ClampControlHandlerTest, DestructionEndsAttemptsThatAreRefused) {
     {
         ClampControlHandler handler(&mCallback);
         handler.SubscribeNB();
-        WaitForLine(mLog, "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!");
+        EXPECT_TRUE(mLog.WaitFor("E ClampControlHandlerNB: FAILED to subscribe to Clamp Control!"));
     }
     const auto calls = Calls(3);
     EXPECT_EQ("no callback", calls[calls.size() - 2]);
@@ -259,10 +255,9 @@ TEST_F(ClampControlWexaImplTest, OnlyTheFirstSubscribeStartsTheClient) {
     EXPECT_TRUE(clampControl.Subscribe());
     EXPECT_FALSE(clampControl.Subscribe());
     EXPECT_THAT(Calls(2), ElementsAre("callback", "start"));
-    EXPECT_THAT(
-        Lines(mLog),
-        ElementsAre("info ClampControlWexaImpl:Subscribe", "info ClampControlWexaImpl:Subscribe",
-                    "info ClampControlWexaImpl: Already subscribed to Clamp 15"));
+    EXPECT_THAT(mLog.Lines(),
+                ElementsAre("I ClampControlWexaImpl:Subscribe", "I ClampControlWexaImpl:Subscribe",
+                            "I ClampControlWexaImpl: Already subscribed to Clamp 15"));
 }
 
 TEST_F(ClampControlWexaImplTest, AStateThatComesWithinTheStartIsDropped) {
@@ -285,8 +280,8 @@ TEST_F(ClampControlWexaImplTest, EachNewConnectionSubscribesAndALostOneDoesNothi
         Calls(3);
     }
     EXPECT_THAT(Calls(4), ElementsAre("callback", "start", "subscribe", "subscribe"));
-    const std::string text = "info ClampControlWexaImpl: Wexa service connection state changed to ";
-    EXPECT_THAT(Lines(mLog), ::testing::IsSupersetOf({text + "1", text + "0", text + "1"}));
+    const std::string text = "I ClampControlWexaImpl: Wexa service connection state changed to ";
+    EXPECT_THAT(mLog.Lines(), ::testing::IsSupersetOf({text + "1", text + "0", text + "1"}));
 }
 
 TEST_F(ClampControlWexaImplTest, AttemptsGoOnWhateverTheConnectionDoesOnTheSubscribeThread) {
@@ -300,7 +295,7 @@ TEST_F(ClampControlWexaImplTest, AttemptsGoOnWhateverTheConnectionDoesOnTheSubsc
     auto clampControl = std::make_unique<vintrel::ClampControlWexaImpl>(mClamp);
     clampControl->Subscribe();
     mScript.NotifyConnected(true);
-    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
     clampControl.reset();
     EXPECT_THAT(Calls(8), ElementsAre("callback", "start", "subscribe", "subscribe", "subscribe",
                                       "unsubscribe id", "no callback", "stop"));

@@ -9,7 +9,6 @@
 #include "client/clamp_control_if.h"
 #include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
-#include "vehicle/log_lines.h"
 #include "vehicle/vehicle_services.h"
 
 namespace vintrel {
@@ -19,9 +18,7 @@ using service_access_test::EventRecorder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using vehicle_test::Lines;
 using vehicle_test::VehicleServices;
-using vehicle_test::WaitForLine;
 
 class ClampControlTest : public ::testing::Test, public ClampControlCbIf {
 protected:
@@ -48,7 +45,7 @@ TEST_F(ClampControlTest, TheStateIsReportedAtOnceAtEachChangeAndAfterEachReconne
     services.Server().SetClampState(false);
     services.Server().SetServiceAvailable("ClampControl", true);
     EXPECT_THAT(mStates.Wait(4), ElementsAre("off", "on", "on", "off"));
-    EXPECT_THAT(Lines(mLog), Contains("info ClampControlWexaImpl: Subscribed to Clamp 15"));
+    EXPECT_THAT(mLog.Lines(), Contains("I ClampControlWexaImpl: Subscribed to Clamp 15"));
 }
 
 TEST_F(ClampControlTest, AnUnknownStateIsNotReported) {
@@ -57,7 +54,7 @@ TEST_F(ClampControlTest, AnUnknownStateIsNotReported) {
     services.Server().Start();
     auto clampControl = ClampControlIf::Create(*this);
     clampControl->Subscribe();
-    WaitForLine(mLog, "info ClampControlHandlerNB: Subscribed to Clamp Control");
+    EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
     services.Server().SetClampState(true);
     services.Server().SetClampState(std::nullopt);
     EXPECT_EQ(1U, services.Server().ClampSubscriptionCount());
@@ -74,7 +71,7 @@ TEST_F(ClampControlTest, ARefusedSubscriptionSucceedsOnceTheServiceAccepts) {
     services.Server().Start();
     const auto clampControl = ClampControlIf::Create(*this);
     clampControl->Subscribe();
-    WaitForLine(mLog, "error ClampControlHandlerNB: FAILED to subscribe to Clamp Control!");
+    EXPECT_TRUE(mLog.WaitFor("E ClampControlHandlerNB: FAILED to subscribe to Clamp Control!"));
     services.Server().SetClampSubscriptionAnswer(SubscriptionAnswer::kAccept);
     EXPECT_THAT(mStates.Wait(1), ElementsAre("on"));
 }
@@ -86,7 +83,7 @@ TEST_F(ClampControlTest, DestructionEndsThoughTheServiceNeverAnswers) {
     services.Server().Start();
     auto clampControl = ClampControlIf::Create(*this);
     clampControl->Subscribe();
-    WaitForLine(mLog, "info ClampControlWexaImpl: Wexa service connection state changed to 1");
+    EXPECT_TRUE(mLog.WaitFor("I ClampControlWexaImpl: Wexa service connection state changed to 1"));
     clampControl.reset();
     EXPECT_TRUE(mStates.Events().empty());
 }
@@ -99,7 +96,7 @@ TEST_F(ClampControlTest, WithoutAUsableConfigurationItRunsAndSaysSo) {
         EXPECT_TRUE(clampControl->Subscribe());
         EXPECT_FALSE(clampControl->Subscribe());
     }
-    EXPECT_THAT(Lines(mLog),
+    EXPECT_THAT(mLog.Lines(),
                 Contains(HasSubstr("clamp control is out of reach: client configuration " +
                                    services.ConfigPath()))
                     .Times(3));

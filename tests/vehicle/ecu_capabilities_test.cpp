@@ -21,7 +21,6 @@ using namespace std::chrono_literals;
 using diagnosticinfo_host::DiagnosticInfoServer;
 using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
 using orv::tee::DiagnosticInfoServices;
-using qel_logging::EQELLogLevel;
 
 constexpr std::chrono::seconds kHangGuard{5};
 
@@ -91,12 +90,8 @@ TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {
     EXPECT_EQ(values.hardwareVersion, "H01");
     EXPECT_EQ(values.partNumber, "VN035000A01");
 
-    std::vector<std::string> lines;
-    for (const auto& line : mLog.Lines()) {
-        if (line.level == EQELLogLevel::kInfo && lines.size() < 3) {
-            lines.push_back(line.text);
-        }
-    }
+    auto lines = mLog.Lines('I');
+    lines.resize(3);
     EXPECT_THAT(lines, testing::ElementsAre("DiagnosticInfoServices::Start",
                                             "DiagnosticInfoService service found",
                                             "Subscribing to DiagnosticInfo"));
@@ -105,8 +100,7 @@ TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {
           "DiagnosticInfoProxy::HandleDiagnosticEvent updated: 1", "DiagnosticInfoProxy::GetData",
           "DiagnosticInfoProxy::GetData vector elements: 1", "Get data from entry",
           "Received swVersion: '0209' stored", "Received hwVersion: 'H01' stored"}) {
-        EXPECT_TRUE(mLog.WaitFor(line)) << line;
-        EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo, line)) << line;
+        EXPECT_TRUE(mLog.WaitFor(std::string("I ") + line)) << line;
     }
 
     PublishAndAwait({Record("0210", "", "VN035000A02")},
@@ -123,12 +117,12 @@ TEST_F(EcuCapabilitiesTest, PlaceholdersAreSkippedAndOtherRunsOfHyphensStored) {
     PublishAndAwait({Record("----", "---", "-----------")},
                     "Received partNumber: '-----------' is unknown and storing skipped, current "
                     "partNumber: 'VN035000A01'");
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
-                              "Received swVersion: '----' is unknown and storing skipped, current "
-                              "swVersion: '0209'"));
-    EXPECT_TRUE(mLog.Contains(EQELLogLevel::kInfo,
-                              "Received hwVersion: '---' is unknown and storing skipped, current "
-                              "hwVersion: 'H01'"));
+    EXPECT_TRUE(
+        mLog.Contains("I Received swVersion: '----' is unknown and storing skipped, current "
+                      "swVersion: '0209'"));
+    EXPECT_TRUE(
+        mLog.Contains("I Received hwVersion: '---' is unknown and storing skipped, current "
+                      "hwVersion: 'H01'"));
     EXPECT_EQ(services.GetEcuSwVersion(), "0209");
     EXPECT_EQ(services.GetEcuHwVersion(), "H01");
     EXPECT_EQ(services.GetEcuPartNumber(), "VN035000A01");
@@ -147,8 +141,7 @@ TEST_F(EcuCapabilitiesTest, LaterRecordsOfASampleOverwriteWhatTheyHold) {
     second.swVersion = Bytes(std::string("b\0b", 3));
     PublishAndAwait({Record("a", "H01", "part"), second, Address(0xC003)},
                     "Received diagnosticAddress: 'C003' stored");
-    EXPECT_TRUE(
-        mLog.Contains(EQELLogLevel::kInfo, "DiagnosticInfoProxy::GetData vector elements: 3"));
+    EXPECT_TRUE(mLog.Contains("I DiagnosticInfoProxy::GetData vector elements: 3"));
     EXPECT_EQ(services.GetEcuSwVersion(), std::string("b\0b", 3));
     EXPECT_EQ(services.GetEcuHwVersion(), "H01");
     EXPECT_EQ(services.GetEcuPartNumber(), "part");

@@ -12,7 +12,6 @@
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/immobilizer_client.h"
-#include "vehicle/log_lines.h"
 #include "vehicle/vehicle_services.h"
 
 namespace vintrel {
@@ -22,7 +21,6 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using vehicle_test::Lines;
 using vehicle_test::VehicleServices;
 
 class ImmobilizerTest : public ::testing::Test,
@@ -62,29 +60,28 @@ TEST_F(ImmobilizerTest, TheVinIsHandedOnUnchanged) {
         EXPECT_TRUE(immobilizer->GetVin());
         EXPECT_EQ("VIN " + vin, mEvents.Wait(++count).back());
     }
-    EXPECT_THAT(Lines(mLog), Contains("info Immobilizer: VIN received successfully").Times(4));
-    EXPECT_THAT(Lines(mLog),
-                ::testing::IsSupersetOf(
-                    {"info Immobilizer Client: Service connected",
-                     "info Immobilizer: Service Connection state changed to Connected"}));
-    EXPECT_THAT(Lines(mLog), ::testing::Not(Contains(HasSubstr("WQUBAEXAMPLE00001"))));
+    EXPECT_THAT(mLog.Lines(), Contains("I Immobilizer: VIN received successfully").Times(4));
+    EXPECT_THAT(
+        mLog.Lines(),
+        ::testing::IsSupersetOf({"I Immobilizer Client: Service connected",
+                                 "I Immobilizer: Service Connection state changed to Connected"}));
+    EXPECT_THAT(mLog.Lines(), ::testing::Not(Contains(HasSubstr("WQUBAEXAMPLE00001"))));
 }
 
 TEST_F(ImmobilizerTest, EveryUselessAnswerIsAnEmptyVinAndOneErrorLine) {
     VehicleServices services;
     const auto immobilizer = Connected(services);
-    const std::string absent =
-        "error Immobilizer Client: success callback returned empty vin element";
-    const std::string status = "error Immobilizer Client: ErrorCb, response status: ";
-    const std::string unreadable = "error Immobilizer Client: ErrorCb: ";
+    const std::string absent = "E Immobilizer Client: success callback returned empty vin element";
+    const std::string status = "E Immobilizer Client: ErrorCb, response status: ";
+    const std::string unreadable = "E Immobilizer Client: ErrorCb: ";
     std::size_t count = 1;
     const auto expectFailure = [&](const std::string& line) {
         EXPECT_TRUE(immobilizer->GetVin());
         EXPECT_EQ("VIN ", mEvents.Wait(++count).back());
-        const auto lines = Lines(mLog);
+        const auto lines = mLog.Lines();
         ASSERT_GE(lines.size(), 2U);
         EXPECT_THAT(lines[lines.size() - 2], StartsWith(line));
-        EXPECT_EQ("error Immobilizer: FAILED to get VIN from Immobilizer Service!", lines.back());
+        EXPECT_EQ("E Immobilizer: FAILED to get VIN from Immobilizer Service!", lines.back());
     };
     expectFailure(absent);
     for (const auto* body :
@@ -113,7 +110,7 @@ TEST_F(ImmobilizerTest, ASilentServiceIsAnEmptyVinAfterTheTimeLimit) {
     const auto immobilizer = Connected(services);
     EXPECT_TRUE(immobilizer->GetVin());
     EXPECT_THAT(mEvents.Wait(2), ElementsAre("connected", "VIN "));
-    EXPECT_THAT(Lines(mLog), Contains("error Immobilizer Client: ErrorCb: no answer in time"));
+    EXPECT_THAT(mLog.Lines(), Contains("E Immobilizer Client: ErrorCb: no answer in time"));
 }
 
 TEST_F(ImmobilizerTest, WithoutTheServiceNothingIsAskedAndNothingFollows) {
@@ -123,9 +120,9 @@ TEST_F(ImmobilizerTest, WithoutTheServiceNothingIsAskedAndNothingFollows) {
     services.Server().SetServiceAvailable("Immobilizer", false);
     EXPECT_THAT(mEvents.Wait(2), ElementsAre("connected", "disconnected"));
     EXPECT_FALSE(immobilizer->GetVin());
-    EXPECT_EQ("error Immobilizer: Not connected to Immobilizer Service!", Lines(mLog).back());
-    EXPECT_THAT(Lines(mLog),
-                Contains("info Immobilizer: Service Connection state changed to Disconnected"));
+    EXPECT_EQ("E Immobilizer: Not connected to Immobilizer Service!", mLog.Lines().back());
+    EXPECT_THAT(mLog.Lines(),
+                Contains("I Immobilizer: Service Connection state changed to Disconnected"));
     services.Server().Stop();
     services.Server().SetServiceAvailable("Immobilizer", true);
     services.Server().Start();
@@ -142,7 +139,7 @@ TEST_F(ImmobilizerTest, AQueryWithoutServiceOrAfterStopIsAnEmptyVin) {
     client.AssignCallback(this);
     client.GetImmobilizerVin();
     EXPECT_THAT(mEvents.Events(), ElementsAre("VIN "));
-    EXPECT_EQ("error Immobilizer Client: Not ready", Lines(mLog).back());
+    EXPECT_EQ("E Immobilizer Client: Not ready", mLog.Lines().back());
 
     services.Server().Start();
     client.Start();
@@ -151,7 +148,7 @@ TEST_F(ImmobilizerTest, AQueryWithoutServiceOrAfterStopIsAnEmptyVin) {
     client.Stop();
     client.GetImmobilizerVin();
     EXPECT_THAT(mEvents.Events(), ElementsAre("VIN ", "connected", "VIN "));
-    EXPECT_EQ("error Immobilizer Client: LumoAccess exception", Lines(mLog).back());
+    EXPECT_EQ("E Immobilizer Client: LumoAccess exception", mLog.Lines().back());
 }
 
 TEST_F(ImmobilizerTest, DestructionEndsAQueryUnderWayOnceAndForAll) {
@@ -170,16 +167,16 @@ TEST_F(ImmobilizerTest, AnEventThatCantBeUnderstoodIsLogged) {
     services.Server().SendRawEvent("{");
     services.Server().SetServiceAvailable("Immobilizer", false);
     mEvents.Wait(2);
-    EXPECT_THAT(Lines(mLog),
-                Contains(StartsWith("error Immobilizer Client: ServiceListener Error: ")));
+    EXPECT_THAT(mLog.Lines(),
+                Contains(StartsWith("E Immobilizer Client: ServiceListener Error: ")));
 }
 
 TEST_F(ImmobilizerTest, WithoutAUsableConfigurationItIsNeverConnected) {
     VehicleServices services;
     services.WriteConfig("{");
     auto immobilizer = ImmobilizerIf::Create(*this);
-    EXPECT_THAT(Lines(mLog), ElementsAre(StartsWith("error  Exception: client configuration " +
-                                                    services.ConfigPath())));
+    EXPECT_THAT(mLog.Lines(), ElementsAre(StartsWith("E  Exception: client configuration " +
+                                                     services.ConfigPath())));
     EXPECT_TRUE(immobilizer->ImmobilizerInit());
     EXPECT_FALSE(immobilizer->GetVin());
     immobilizer.reset();

@@ -45,7 +45,6 @@ extern "C" int Wait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t
 
 namespace {
 
-using qel_logging::EQELLogLevel;
 using service_access_test::EventRecorder;
 using socks_rux::SocksTlsAlertClientImpl;
 using testing::InSequence;
@@ -96,8 +95,8 @@ class TlsAlertsTest : public testing::Test {
 protected:
     ~TlsAlertsTest() override { SharedSocksClient().reset(); }
 
-    bool HasLine(EQELLogLevel level, const std::string& text) const {
-        return mLog.Contains(level, "TlsAlerts: " + text);
+    bool HasLine(char level, const std::string& text) const {
+        return mLog.Contains(level + (" TlsAlerts: " + text));
     }
 
     testing_support::CapturedLog mLog;
@@ -110,12 +109,12 @@ protected:
 TEST_F(TlsAlertsTest, StartListensAndTellsTheFilterAndTheResult) {
     EXPECT_CALL(*mSocks, StartListening(&mAlerts)).WillOnce(Return(0U)).WillOnce(Return(2U));
     mAlerts.Start(&mClient);
-    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 44"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 200"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "Setting Filter for 51"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Connected to Socks-RUX!"));
+    EXPECT_TRUE(HasLine('D', "Setting Filter for 44"));
+    EXPECT_TRUE(HasLine('D', "Setting Filter for 200"));
+    EXPECT_TRUE(HasLine('D', "Setting Filter for 51"));
+    EXPECT_TRUE(HasLine('I', "Connected to Socks-RUX!"));
     mAlerts.Start(&mClient);
-    EXPECT_TRUE(HasLine(EQELLogLevel::kError, "Failed to connect to Socks-RUX!"));
+    EXPECT_TRUE(HasLine('E', "Failed to connect to Socks-RUX!"));
 }
 
 TEST_F(TlsAlertsTest, OnlyTheThreeCodesOfTheFilterReachTheClient) {
@@ -124,17 +123,17 @@ TEST_F(TlsAlertsTest, OnlyTheThreeCodesOfTheFilterReachTheClient) {
         EXPECT_CALL(mClient, TlsAlertNotifyCb("op", static_cast<ETlsAlertCode>(code)));
         mAlerts.SocksTlsAlertOccured("op", static_cast<ETlsAlertCode>(code));
     }
-    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=51"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "TLS alert accepted"));
+    EXPECT_TRUE(HasLine('I', "Received Alert: OperationId='op', TlsAlertCode=51"));
+    EXPECT_TRUE(HasLine('D', "TLS alert accepted"));
     mLog.Clear();
     // 300 differs from 44 in its higher bits only, which the line does not show.
     for (const unsigned int code : {42U, 300U}) {
         mAlerts.SocksTlsAlertOccured("op", static_cast<ETlsAlertCode>(code));
     }
-    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=42"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kInfo, "Received Alert: OperationId='op', TlsAlertCode=44"));
-    EXPECT_TRUE(HasLine(EQELLogLevel::kDebug, "TLS alert ignored"));
-    EXPECT_FALSE(HasLine(EQELLogLevel::kDebug, "TLS alert accepted"));
+    EXPECT_TRUE(HasLine('I', "Received Alert: OperationId='op', TlsAlertCode=42"));
+    EXPECT_TRUE(HasLine('I', "Received Alert: OperationId='op', TlsAlertCode=44"));
+    EXPECT_TRUE(HasLine('D', "TLS alert ignored"));
+    EXPECT_FALSE(HasLine('D', "TLS alert accepted"));
 }
 
 TEST_F(TlsAlertsTest, AnAlertAfterStopIsLostWithAWarning) {
@@ -143,7 +142,7 @@ TEST_F(TlsAlertsTest, AnAlertAfterStopIsLostWithAWarning) {
     EXPECT_CALL(mClient, TlsAlertNotifyCb).Times(0);
     mAlerts.Stop();
     mAlerts.SocksTlsAlertOccured("op", ETlsAlertCode::kCertificateRevoked);
-    EXPECT_TRUE(HasLine(EQELLogLevel::kWarning, "Callback not set, TLS Alert is ignored"));
+    EXPECT_TRUE(HasLine('W', "Callback not set, TLS Alert is ignored"));
 }
 
 class SocksTlsAlertClientTest : public testing::Test {

@@ -78,8 +78,8 @@ TEST_F(CryptoLibTest, CleanupFromAStaticDestructorIsSafe) {
 TEST_F(CryptoLibTest, UnprovisionedUnitHasNoKeyManagementStoreAndMakesNoKeys) {
     const auto provider = initCryptoLib().GetObject();
     ASSERT_NE(provider, nullptr);
-    EXPECT_TRUE(mLog.Contains(qel_logging::EQELLogLevel::kWarning,
-                              Path("store.db") + ": there was no store, an empty one is made"));
+    EXPECT_TRUE(
+        mLog.Contains("W " + Path("store.db") + ": there was no store, an empty one is made"));
     const auto manager = provider->createTrustStoreManager().GetObject();
     EXPECT_EQ(manager->lookupForKORUStore().GetCode(), CryptoResultCode::kNotFound);
     const auto store = manager->createTrustStore("TIV").GetObject();

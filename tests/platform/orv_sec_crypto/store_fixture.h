@@ -68,15 +68,7 @@ protected:
     }
 
     /// What the library logged at error level.
-    std::vector<std::string> Errors() const {
-        std::vector<std::string> errors;
-        for (const auto& line : mLog.Lines()) {
-            if (line.level == qel_logging::EQELLogLevel::kError) {
-                errors.push_back(line.text);
-            }
-        }
-        return errors;
-    }
+    std::vector<std::string> Errors() const { return mLog.Lines('E'); }
 
     testing_support::CapturedLog mLog;
     testing_support::TemporaryDirectory mTemporary;

@@ -10,14 +10,13 @@
 
 namespace testing_support {
 
-using qel_logging::EQELLogLevel;
-
 CapturedLog::CapturedLog() {
     qel_logging::QELLogging::InitLogging("TEST");
     mPrevious =
         ara_log_host::ExchangeSink({[this](ara::log::LogLevel level, const std::string& text) {
                                         const std::lock_guard<std::mutex> lock(mMutex);
-                                        mLines.push_back({static_cast<EQELLogLevel>(level), text});
+                                        mLines.push_back({"?FEWIDV"[static_cast<int>(level)], ' '});
+                                        mLines.back() += text;
                                         mArrived.notify_all();
                                     },
                                     ara::log::LogLevel::kVerbose});
@@ -26,32 +25,30 @@ CapturedLog::CapturedLog() {
 CapturedLog::~CapturedLog() {
     ara_log_host::ExchangeSink(std::move(mPrevious));
     if (testing::Test::HasFailure()) {
-        for (const Line& line : mLines) {
-            PrintTo(line, &std::cerr);
-            std::cerr << '\n';
+        for (const std::string& line : mLines) {
+            std::cerr << line << '\n';
         }
     }
 }
 
-std::vector<CapturedLog::Line> CapturedLog::Lines() const {
+std::vector<std::string> CapturedLog::Lines() const {
     const std::lock_guard<std::mutex> lock(mMutex);
     return mLines;
 }
 
-std::vector<std::string> CapturedLog::Lines(EQELLogLevel level) const {
-    const std::lock_guard<std::mutex> lock(mMutex);
+std::vector<std::string> CapturedLog::Lines(char level) const {
     std::vector<std::string> texts;
-    for (const Line& line : mLines) {
-        if (line.level == level) {
-            texts.push_back(line.text);
+    for (const std::string& line : Lines()) {
+        if (line.front() == level) {
+            texts.push_back(line.substr(2));
         }
     }
     return texts;
 }
 
-bool CapturedLog::Contains(EQELLogLevel level, const std::string& text) const {
+bool CapturedLog::Contains(const std::string& line) const {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return std::find(mLines.begin(), mLines.end(), Line{level, text}) != mLines.end();
+    return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
 }
 
 std::size_t CapturedLog::Count(const std::string& text) const {
@@ -62,7 +59,7 @@ std::size_t CapturedLog::Count(const std::string& text) const {
 std::size_t CapturedLog::CountLocked(const std::string& text) const {
     return static_cast<std::size_t>(std::count_if(
         mLines.begin(), mLines.end(),
-        [&text](const Line& line) { return line.text.find(text) != std::string::npos; }));
+        [&text](const std::string& line) { return line.find(text) != std::string::npos; }));
 }
 
 bool CapturedLog::WaitFor(const std::string& text, std::size_t times,
@@ -74,10 +71,6 @@ bool CapturedLog::WaitFor(const std::string& text, std::size_t times,
 void CapturedLog::Clear() {
     const std::lock_guard<std::mutex> lock(mMutex);
     mLines.clear();
-}
-
-void PrintTo(const CapturedLog::Line& line, std::ostream* stream) {
-    *stream << "[" << static_cast<int>(line.level) << "] " << line.text;
 }
 
 }  // namespace testing_support
