@@ -22,7 +22,7 @@ public:
     ClampControlClient(const ClampControlClient&) = delete;
     ClampControlClient& operator=(const ClampControlClient&) = delete;
 
-    /// Begins to talk to the service. If the configuration can't be used, that is logged, and the
+    /// Begins to talk to the service. If the configuration is unusable, that is logged, and the
     /// client never gets connected.
     virtual void Start();
 
@@ -35,8 +35,8 @@ public:
     virtual void AssignCallback(ClampControlCallbackIf* callback);
 
     /// Subscribes to the clamp state. Blocks until the service has answered, but no longer than the
-    /// configured time limit; returns at once when the connection is lost or not there. Returns
-    /// the id of the subscription, empty if there is none.
+    /// configured time limit; returns at once when the connection is lost or not there. Returns the
+    /// id of the subscription, empty if there is none.
     virtual std::string SubscribeClampState();
 
     /// Ends a subscription. Does not block. An unknown id is ignored.

@@ -16,23 +16,27 @@ someip::Deployment DefaultDeployment();
 /// Server side of orv::services::diagnosticinfo::DiagnosticInfo. Any thread.
 class DiagnosticInfoServer {
 public:
-    /// Binds the endpoint and offers nothing yet. Throws std::runtime_error if the address is not
-    /// to be had, and std::out_of_range if the deployment's first service is not there or lacks the
-    /// event identificationData.
+    /// Binds the endpoint and offers nothing yet. Throws std::runtime_error if the address is
+    /// unavailable, and std::out_of_range if the deployment has no service or its first one lacks
+    /// the event identificationData.
     explicit DiagnosticInfoServer(const someip::Deployment& deployment = DefaultDeployment());
 
-    /// What clients must have in their deployment file, but for their own address in place of this.
+    /// What clients must have in their deployment file, apart from the address, which is their own.
+    /// Owned by the server.
     const someip::Deployment& Deployment() const { return mServer.OwnDeployment(); }
 
+    /// Offers the service from now on.
     void Offer() { mServer.Offer(); }
+    /// Withdraws the offer and ends all subscriptions; the field keeps its value.
     void StopOffer() { mServer.StopOffer(); }
 
     /// Sets the field's value and publishes it. Throws std::length_error if it does not fit into a
     /// datagram.
     void Publish(const IdentificationData& records);
-    /// The same with a payload as it is, be it valid or not.
+    /// Publishes a payload unchanged, valid or not. Throws as Publish does.
     void PublishRaw(std::vector<std::uint8_t> payload);
 
+    /// Clients that are subscribed at the moment.
     std::size_t SubscriberCount() const { return mServer.SubscriberCount(mEventId); }
 
 private:

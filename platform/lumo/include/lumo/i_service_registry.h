@@ -11,12 +11,12 @@
 
 namespace lumo {
 
-/// Tells which services there are. Any thread.
+/// Reports which services are available. Any thread.
 class IServiceRegistry {
 public:
     virtual ~IServiceRegistry() = default;
 
-    /// Registers a listener for the service of this class. All functions of the listener are to be
+    /// Registers a listener for the service of this class. All functions of the listener must be
     /// set; what they refer to must live until ElementRegistry::unsubscribeFromAll() has returned.
     /// Throws std::runtime_error if the registry was stopped.
     template <typename Service>

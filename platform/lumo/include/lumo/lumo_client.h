@@ -9,9 +9,10 @@ namespace lumo {
 /// Base of the clients of services.
 class LumoClient {
 public:
+    /// `services` is not null.
     explicit LumoClient(std::shared_ptr<LumoClientServices> services);
 
-    /// To register for services; called once, by the owner.
+    /// Registers for services; called once, by the owner, on its thread.
     virtual void start() = 0;
 
     virtual ~LumoClient();

@@ -6,15 +6,15 @@
 
 namespace lumo {
 
-/// Functions by which the user of a service learns of it. They run on a thread of the library, one
-/// at a time and in the order of the events.
+/// Callbacks that report the state of a service to its user. They run on a thread of the library,
+/// one at a time and in the order of the events.
 template <typename Service>
 struct ServiceListener {
-    /// The service is there; also at once, if it is there when the listener is registered.
+    /// The service is available; also called at once if it is so when the listener is registered.
     std::function<void(std::shared_ptr<Service>)> connected;
-    /// The service, or the connection to it, is gone.
+    /// The service is no longer available, or the connection to it is lost.
     std::function<void()> disconnected;
-    /// The access layer received something that it can't understand.
+    /// The access layer received a malformed message.
     std::function<void(const std::exception&)> error;
 };
 

@@ -19,22 +19,23 @@ namespace service_access {
 
 class ClientSession;
 
-/// Whom the sessions of a server ask and tell.
+/// What the sessions of a server need of it. Called on the thread of the socket.
 class SessionOwner {
 public:
     virtual ~SessionOwner() = default;
 
-    /// The answer to a request, or nothing if there shall be none.
+    /// The answer to a request, or nothing if it is to stay unanswered.
     virtual std::optional<InfoAnswer> AnswerRequest(std::string_view target) = 0;
     virtual void EventsOpened(ClientSession& session) = 0;
-    /// Throws std::exception if the message is malformed; the client is then cut off.
+    /// Throws std::exception if the message is malformed; the connection is then closed.
     virtual void MessageReceived(ClientSession& session, const std::string& text) = 0;
     /// The session is over; the last call.
     virtual void SessionEnded(const std::shared_ptr<ClientSession>& session) = 0;
 };
 
 /// One accepted connection: a request, or the event channel that one was upgraded to. All on the
-/// thread of the socket. A client that takes its time with a request or an answer is cut off.
+/// thread of the socket. A client that is slow with a request or in reading an answer is
+/// disconnected.
 class ClientSession : public std::enable_shared_from_this<ClientSession> {
 public:
     /// `owner` must outlive the session.
@@ -46,16 +47,16 @@ public:
     /// Reads and serves the request.
     void Start();
 
-    /// Sends a text on the event channel; nothing if the client does not listen to events. A client
-    /// that lets 1024 texts wait is cut off.
+    /// Sends a text on the event channel; no effect if the client has opened none. A client for
+    /// which 1024 texts wait is disconnected.
     void Send(std::string text);
 
-    /// Cuts the client off.
+    /// Closes the connection.
     void Drop();
 
     bool ListensToEvents() const { return mListensToEvents; }
 
-    /// The ids of the subscriptions that live on this channel, kept for the owner.
+    /// The ids of the active subscriptions of this channel, kept for the owner.
     std::set<std::string>& Subscriptions() { return mSubscriptions; }
     const std::set<std::string>& Subscriptions() const { return mSubscriptions; }
 

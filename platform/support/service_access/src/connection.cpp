@@ -195,7 +195,7 @@ void Connection::Impl::Handle(const ElementChange& message) {
 void Connection::Impl::Handle(const SubscriptionAccepted& message) {
     const auto service = EndWait(message.request, message.subscription);
     if (!service) {
-        // Nobody waits for it any more, so nobody could ever end it.
+        // Its caller has given up and will not learn the id, so the subscription is ended here.
         Unsubscribe(message.subscription);
         return;
     }

@@ -95,8 +95,8 @@ void EventChannel::Opened(const StreamPtr& stream) {
     Read(stream);
 }
 
-/// A server that accepts and hangs up at once is neither called at the shortest interval for ever
-/// nor logged at each attempt: only a stream that has lasted counts as a success.
+/// Only a stream that has lasted counts as a success. Otherwise a server that accepts and closes at
+/// once would be tried at the shortest interval, with a line in the log for each attempt.
 void EventChannel::WaitUntilSteady(const StreamPtr& stream) {
     mUnsteady = true;
     mSteadyTimer.expires_after(mBackoff.Upcoming());

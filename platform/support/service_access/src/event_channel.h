@@ -21,16 +21,17 @@ public:
 
     virtual void ChannelOpened() = 0;
     virtual void MessageReceived(const std::string& text) = 0;
-    /// The server has sent something that is no message, or one that is too long. A loss follows.
+    /// The server has sent a malformed message, or one that is too long. ChannelLost follows.
     virtual void MessageUnreadable(const std::string& reason) = 0;
-    /// Also after an attempt to connect that has failed.
+    /// Also called after a failed attempt to connect.
     virtual void ChannelLost() = 0;
     /// False while no further message is wanted.
     virtual bool MayRead() const = 0;
 };
 
 /// The event channel to a server: a WebSocket that connects by itself, and again when it is lost,
-/// after waits that double up to a bound. It pings a silent server and gives up a dead one.
+/// after waits that double up to a bound. It pings a silent server and closes the connection when
+/// no answer comes.
 ///
 /// All operations and the listener are called on the thread that runs `io`.
 class EventChannel {
@@ -45,11 +46,11 @@ public:
     /// Begins to connect.
     void Open();
 
-    /// Lost without a trace when the channel is not open or 256 messages wait.
+    /// Discards the text without notice when the channel is not open or 256 messages wait.
     void Send(std::string text);
 
-    /// Sends what waits, says goodbye to the server and calls `closed`, after 250 ms at the latest.
-    /// The listener is not called any more.
+    /// Sends what waits, closes the WebSocket and calls `closed`, after 250 ms at the latest. The
+    /// listener is not called any more.
     void Close(std::function<void()> closed);
 
 private:
@@ -77,7 +78,8 @@ private:
     std::function<void()> mClosed;
     bool mClosing = false;
     bool mOutageLogged = false;
-    /// Whether the stream, or the last one, has yet to last for some time.
+    /// The current stream, or the last one, has not yet been open for long enough to count as a
+    /// success.
     bool mUnsteady = false;
 };
 

@@ -14,25 +14,26 @@ struct InfoAnswer {
     std::string body;
 };
 
-/// The services of the vehicle as requests see them: which are known, which are there, and what
-/// their records are. One thread.
+/// Answers requests for the services of the vehicle: which are known, which are available, and what
+/// their records are. Not to be shared between threads.
 class InfoService {
 public:
     InfoService();
 
-    /// Makes the service known for good; false if it is (or is not) available already.
+    /// Sets whether the service is available; it is known from now on in either case. False if this
+    /// changes nothing.
     bool SetAvailable(const std::string& name, bool available);
     const std::set<std::string>& Available() const { return mAvailable; }
 
-    /// The immobilizer's record holds this, or no vehicle identification number.
+    /// The immobilizer's record from now on: with this vehicle identification number, or without.
     void ReportVin(std::optional<std::string> vin);
-    /// The immobilizer answers as given.
+    /// The immobilizer's answer from now on.
     void ReportAnswer(InfoAnswer answer);
-    /// The immobilizer does not answer.
+    /// The immobilizer answers no request from now on.
     void ReportNothing();
 
     /// The answer to a request for `target`, the path and the query part of a URL. Nothing if the
-    /// request stays without one.
+    /// request is to stay unanswered.
     std::optional<InfoAnswer> Answer(std::string_view target) const;
 
 private:

@@ -127,8 +127,8 @@ void QueryClient::Send(const std::shared_ptr<Exchange>& exchange) {
 }
 
 void QueryClient::ReadAnswer(const std::shared_ptr<Exchange>& exchange) {
-    // The header on its own first: when both come at once, a read of the whole message loses the
-    // parser's objection to the length of the body.
+    // The header is read on its own: when header and body come at once, a read of the whole message
+    // does not report a body that exceeds the parser's limit.
     http::async_read_header(
         exchange->socket, exchange->buffer, exchange->parser,
         [this, exchange](const ErrorCode& headerError, std::size_t) {

@@ -11,19 +11,19 @@ namespace {
 
 constexpr std::size_t kMaxServices = 256;
 
-void TellAvailable(const ServiceObserver& observer) {
+void CallAvailable(const ServiceObserver& observer) {
     if (observer.available) {
         observer.available();
     }
 }
 
-void TellUnavailable(const ServiceObserver& observer) {
+void CallUnavailable(const ServiceObserver& observer) {
     if (observer.unavailable) {
         observer.unavailable();
     }
 }
 
-void TellSubscribed(const ServiceObserver& observer) {
+void CallSubscribed(const ServiceObserver& observer) {
     if (observer.subscribed) {
         observer.subscribed();
     }
@@ -37,7 +37,7 @@ void ServiceDirectory::AddObserver(const std::string& service, ServiceObserver o
     const std::lock_guard lock(mMutex);
     mObservers[service].push_back(entry);
     if (mAvailable.count(service) != 0) {
-        Post(entry, TellAvailable);
+        Post(entry, CallAvailable);
     }
 }
 
@@ -59,7 +59,7 @@ void ServiceDirectory::SetAvailable(const std::string& service, bool available) 
     const std::lock_guard lock(mMutex);
     if (!available) {
         if (mAvailable.erase(service) != 0) {
-            Notify(service, TellUnavailable);
+            Notify(service, CallUnavailable);
         }
         return;
     }
@@ -68,20 +68,20 @@ void ServiceDirectory::SetAvailable(const std::string& service, bool available) 
         return;
     }
     if (mAvailable.insert(service).second) {
-        Notify(service, TellAvailable);
+        Notify(service, CallAvailable);
     }
 }
 
 void ServiceDirectory::SetNoneAvailable() {
     const std::lock_guard lock(mMutex);
     for (const auto& service : std::exchange(mAvailable, {})) {
-        Notify(service, TellUnavailable);
+        Notify(service, CallUnavailable);
     }
 }
 
 void ServiceDirectory::Subscribed(const std::string& service) {
     const std::lock_guard lock(mMutex);
-    Notify(service, TellSubscribed);
+    Notify(service, CallSubscribed);
 }
 
 void ServiceDirectory::ElementChanged(const std::string& service, const std::string& element,

@@ -14,27 +14,27 @@
 
 namespace service_access {
 
-/// Which services there are at the moment, and who is told about them. Observers are called on the
-/// callback thread, in the order of the calls made here. Any thread.
+/// The services that are available at the moment, and the observers of changes. Observers are
+/// called on the callback thread, in the order of the calls made here. Any thread.
 class ServiceDirectory {
 public:
     /// `callbacks` must outlive this object.
     explicit ServiceDirectory(CallbackThread& callbacks) : mCallbacks(callbacks) {}
 
-    /// The observer is told at once if the service is there already.
+    /// The observer is notified at once if the service is available already.
     void AddObserver(const std::string& service, ServiceObserver observer);
 
     /// When this returns, no observer is called any more, apart from the one from which it is
     /// called.
     void RemoveObservers();
 
-    /// A repeated report is no news. More than 256 services are an error.
+    /// A repeated report notifies nobody. The 257th service is reported as an error.
     void SetAvailable(const std::string& service, bool available);
-    /// The connection that the services were known by is lost.
+    /// The connection is lost, and all services with it.
     void SetNoneAvailable();
     void Subscribed(const std::string& service);
     void ElementChanged(const std::string& service, const std::string& element, bool value);
-    /// Logs the error and tells it to all observers.
+    /// Logs the error and reports it to all observers.
     void Error(const std::string& text);
 
 private:

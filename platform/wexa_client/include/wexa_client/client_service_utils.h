@@ -13,7 +13,7 @@ class ClientServiceUtils {
 public:
     /// Makes a connection by the configuration file at `configPath`, or at the path that the
     /// environment variable WEXA_CLIENT_CONFIG holds. It connects with the first listener. Throws
-    /// std::runtime_error if the file can't be used.
+    /// std::runtime_error if the file is missing or invalid.
     static std::shared_ptr<ClientServiceBase> CreateClientServiceBase(
         const std::string& configPath);
 

@@ -21,8 +21,9 @@ private:
     std::shared_ptr<someip::ServiceClient> mClient;
 };
 
-/// Called on a thread of the middleware at each change of availability: with the instances that are
-/// there, or with an empty list when the service has gone. Calls of one search don't overlap.
+/// Called on a thread of the middleware at each change of availability: with the available
+/// instances, or with an empty list when the service is no longer available. Calls of one search do
+/// not overlap.
 using FindServiceHandler = std::function<void(const std::vector<ServiceHandle>& handles)>;
 
 }  // namespace ara::com

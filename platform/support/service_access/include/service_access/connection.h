@@ -9,14 +9,15 @@
 
 namespace service_access {
 
-/// What a user of a service is told; any function may be empty. All run on the connection's
+/// Callbacks for the user of a service; any of them may be empty. All run on the connection's
 /// callback thread, one at a time, in the order in which things happened.
 struct ServiceObserver {
-    /// The service is there; also right after the observer was added if it is there already.
+    /// The service is available; also called right after the observer was added if it is so
+    /// already.
     std::function<void()> available;
-    /// The service, or the connection to the server, is gone, and all subscriptions with it.
+    /// The service is no longer available, or the connection is lost. All subscriptions have ended.
     std::function<void()> unavailable;
-    /// The server sent something that can't be understood; the connection goes on, anew if need be.
+    /// The server sent a malformed message. The connection stays, or is made again.
     std::function<void(const std::exception&)> error;
     /// A subscription to an element of the service was accepted.
     std::function<void()> subscribed;
@@ -25,7 +26,7 @@ struct ServiceObserver {
 };
 
 /// The outcome of a query. Either `failure` is empty and the server answered with `status` and
-/// `body`, or `failure` tells why there is no answer.
+/// `body`, or `failure` is the reason why there is no answer.
 struct QueryResult {
     unsigned status = 0;
     std::string body;
@@ -36,8 +37,8 @@ struct QueryResult {
 ///
 /// Once started it connects by itself, and again when the connection is lost, after a wait that
 /// doubles from failure to failure and starts small again after a success. It has one thread for
-/// the sockets and one for the callbacks. A callback may take its time; events queue up within
-/// bounds, then the server has to wait.
+/// the sockets and one for the callbacks. A callback may block; events queue up to a limit, beyond
+/// which nothing more is read from the server.
 ///
 /// Every operation may be called from any thread, from within a callback too.
 class Connection {
@@ -52,7 +53,7 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    /// Begins to connect; does nothing the second time or after Stop.
+    /// Begins to connect; has no effect when called again or after Stop.
     void Start();
 
     /// Ends everything within bounded time, apart from the duration of a callback that runs.

@@ -75,7 +75,7 @@ void ClientNode::Impl::NetworkChanged() {
         return;
     }
     CloseTransport();
-    // Has its line if the network is not to be had.
+    // Logs if the network is unavailable.
     mRetry = Clock::now();
     SetTimer();
 }
@@ -152,7 +152,7 @@ bool ClientNode::Impl::OpenTransport() {
             },
             [weak](const std::string& problem) {
                 if (const auto self = weak.lock()) {
-                    // The state machines are not to be called back from inside their calls.
+                    // Posted: a state machine must not be called back from inside its own call.
                     Post(self, [problem](Impl& node) { node.TransportFailed(problem); });
                 }
             });

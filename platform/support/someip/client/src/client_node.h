@@ -19,7 +19,7 @@
 
 namespace someip {
 
-/// Everything but the constructor runs on the strand.
+/// What a ClientNode does. Everything but the constructor runs on the strand.
 class ClientNode::Impl : public std::enable_shared_from_this<ClientNode::Impl>,
                          public ClientService::Node {
 public:
@@ -72,20 +72,21 @@ private:
     const std::string mPath;
     std::shared_ptr<posix::DirectoryWatch> mWatch;
     std::shared_ptr<NetworkWatch> mNetworkWatch;
-    /// The last file that could be read.
+    /// From the last readable file.
     std::optional<Deployment> mDeployment;
-    /// The file has changed while a service was there, which is not to be disturbed.
+    /// The file has changed while a service was available; it is read when none is any more, so
+    /// that no subscription is interrupted.
     bool mIsStale{false};
     std::shared_ptr<SdTransport> mTransport;
     std::shared_ptr<DropLog> mDrops;
-    /// When to try again what a change of the file does not tell: a directory or a network that
-    /// comes.
+    /// When to try again to watch the directory or to open the network, whose return is not
+    /// reported.
     std::optional<TimePoint> mRetry;
     std::vector<std::shared_ptr<ClientService>> mServices;
     std::mt19937 mRandom;
     LastingProblem mFileProblem;
     LastingProblem mOpenProblem;
-    /// Over when a message arrives: to open the network anew may help or not.
+    /// Ends when a message arrives, since a reopened network need not work.
     LastingProblem mSendProblem;
     bool mClosed{false};
 };

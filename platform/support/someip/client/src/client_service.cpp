@@ -10,7 +10,7 @@ namespace someip {
 
 namespace {
 
-/// After this a watcher that is slow gets what it has not been told for its slowness.
+/// After this a watcher that was too slow for a change is notified of the current state.
 constexpr std::chrono::milliseconds kLaggingWait{500};
 
 template <typename T>
@@ -56,7 +56,7 @@ void ClientService::Undeploy(const std::string& problem) {
 
 void ClientService::Add(const std::shared_ptr<AvailabilityWatcher>& watcher) {
     mWatchers.push_back(watcher);
-    TellWatchers();
+    NotifyWatchers();
 }
 
 void ClientService::Add(const std::shared_ptr<EventSubscriber>& subscriber, TimePoint now) {
@@ -93,15 +93,15 @@ void ClientService::Tick(TimePoint now) {
     if (mRequired) {
         mRequired->Tick(now);
     }
-    TellWatchers();
+    NotifyWatchers();
 }
 
 std::optional<TimePoint> ClientService::NextDeadline(TimePoint now) const {
     const auto next = mRequired ? mRequired->NextDeadline() : std::nullopt;
-    const bool untold =
+    const bool pending =
         std::any_of(mWatchers.begin(), mWatchers.end(),
-                    [this](const auto& watcher) { return watcher->told != mAvailable; });
-    return untold ? Earlier(next, now + kLaggingWait) : next;
+                    [this](const auto& watcher) { return watcher->notified != mAvailable; });
+    return pending ? Earlier(next, now + kLaggingWait) : next;
 }
 
 void ClientService::Multicast(const std::vector<SdEntry>& entries) {
@@ -117,8 +117,8 @@ std::chrono::milliseconds ClientService::RandomBetween(std::chrono::milliseconds
     return mNode.RandomBetween(min, max);
 }
 
-void ClientService::Complain(const std::string& text) {
-    mDrops.Dropped(text, Clock::now());
+void ClientService::EntryRejected(const std::string& reason) {
+    mDrops.Dropped(reason, Clock::now());
 }
 
 std::optional<Endpoint> ClientService::EventEndpoint(const Endpoint& provider) {
@@ -163,7 +163,7 @@ void ClientService::AvailabilityChanged(bool available) {
     if (mAvailable != available) {
         mAvailable = available;
         mNode.AvailabilityChanged();
-        TellWatchers();
+        NotifyWatchers();
     }
 }
 
@@ -175,12 +175,12 @@ void ClientService::SubscriptionRefused(std::uint16_t eventgroup) {
     Log().Warn(mName + " refuses the subscription to eventgroup " + std::to_string(eventgroup));
 }
 
-void ClientService::TellWatchers() {
+void ClientService::NotifyWatchers() {
     for (const auto& watcher : mWatchers) {
-        if (watcher->told == mAvailable || watcher->IsLagging()) {
+        if (watcher->notified == mAvailable || watcher->IsLagging()) {
             continue;
         }
-        watcher->told = mAvailable;
+        watcher->notified = mAvailable;
         Deliver(watcher, [watcher, available = mAvailable] { watcher->handler(available); });
     }
 }

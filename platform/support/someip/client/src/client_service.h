@@ -16,12 +16,12 @@
 
 namespace someip {
 
-/// One service of a client's node, with those who wait for it. All but DroppedMessages on the
-/// node's strand.
+/// One service that a node's clients use, with its watchers and subscribers. All but
+/// DroppedMessages on the node's strand.
 class ClientService : public std::enable_shared_from_this<ClientService>,
                       private RequiredService::Environment {
 public:
-    /// The node as its services see it. Called from inside a service's operations.
+    /// What a service needs of its node. Called from inside a service's operations.
     class Node {
     public:
         virtual ~Node() = default;
@@ -29,7 +29,7 @@ public:
         virtual void Send(const Endpoint& peer, const std::vector<SdEntry>& entries) = 0;
         virtual std::chrono::milliseconds RandomBetween(std::chrono::milliseconds min,
                                                         std::chrono::milliseconds max) = 0;
-        /// A socket on the node's address that hears `peer` only. Throws std::system_error.
+        /// A socket on the node's address that receives from `peer` only. Throws std::system_error.
         virtual std::shared_ptr<DatagramSocket> OpenEventSocket(
             const Endpoint& peer, DatagramSocket::Receiver receiver,
             DatagramSocket::FailureHandler failed) = 0;
@@ -44,9 +44,9 @@ public:
     bool IsAvailable() const { return mAvailable; }
     std::uint64_t DroppedMessages() const { return mDrops.Count(); }
 
-    /// Begins to look for the service, or goes on if it is the same as before.
+    /// Begins to search for the service; no effect if `service` and `timing` are unchanged.
     void Deploy(const ServiceDeployment& service, const SdTiming& timing, TimePoint now);
-    /// The service is not to be had; `problem` says why, for one line in the log.
+    /// Ends the search and all subscriptions. `problem`, if not empty, is the reason for the log.
     void Undeploy(const std::string& problem);
 
     void Add(const std::shared_ptr<AvailabilityWatcher>& watcher);
@@ -62,14 +62,14 @@ private:
     void Send(const Endpoint& peer, const std::vector<SdEntry>& entries) override;
     std::chrono::milliseconds RandomBetween(std::chrono::milliseconds min,
                                             std::chrono::milliseconds max) override;
-    void Complain(const std::string& text) override;
+    void EntryRejected(const std::string& reason) override;
     std::optional<Endpoint> EventEndpoint(const Endpoint& provider) override;
     void AvailabilityChanged(bool available) override;
     void OfferLapsed() override;
     void SubscriptionRefused(std::uint16_t eventgroup) override;
 
     void CloseEventSocket();
-    void TellWatchers();
+    void NotifyWatchers();
     std::optional<std::uint16_t> EventgroupOf(const std::string& event) const;
     std::set<std::uint16_t> WantedEventgroups() const;
     void Receive(const std::uint8_t* data, std::size_t size);
@@ -88,7 +88,7 @@ private:
     Endpoint mEventPeer;
     std::vector<std::shared_ptr<AvailabilityWatcher>> mWatchers;
     std::vector<std::shared_ptr<EventSubscriber>> mSubscribers;
-    /// Why the service is not to be had.
+    /// Why the service is unavailable.
     LastingProblem mProblem;
 };
 

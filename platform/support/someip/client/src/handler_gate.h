@@ -7,12 +7,13 @@
 
 namespace someip {
 
-/// Lets a handler run on other threads until it is closed. After `Close` has returned, the handler
-/// neither runs nor will run; only when `Close` is called from the handler itself does that one
-/// run go on to its end.
+/// Admits calls of a handler until it is closed. After `Close` has returned, the handler neither
+/// runs nor will run, except that a handler which calls `Close` itself finishes its own run. Any
+/// thread.
 class HandlerGate {
 public:
-    /// Runs `handler` unless the gate is closed. Calls must not overlap.
+    /// Runs `handler` unless the gate is closed; logs an exception out of it. Calls must not
+    /// overlap.
     void Run(const std::function<void()>& handler);
 
     /// Waits for a run on another thread. May be called several times and from several threads.

@@ -16,10 +16,10 @@ namespace someip {
 
 using Strand = boost::asio::strand<boost::asio::io_context::executor_type>;
 
-/// Calls that may wait for a handler that is slow.
+/// Calls that may wait for a slow handler.
 constexpr int kMaxPending = 64;
 
-/// A handler with the strand that puts its calls in a row.
+/// What all registrations have: the gate that ends them, and the strand that serialises the calls.
 struct RegisteredHandler {
     explicit RegisteredHandler(boost::asio::io_context& context)
         : strand(boost::asio::make_strand(context)) {}
@@ -34,8 +34,8 @@ struct RegisteredHandler {
 struct AvailabilityWatcher : RegisteredHandler {
     using RegisteredHandler::RegisteredHandler;
     ServiceClient::AvailabilityHandler handler;
-    /// What the handler has been told, or is about to be.
-    bool told{false};
+    /// The availability of which the handler was last notified, or is about to be.
+    bool notified{false};
 };
 
 struct EventSubscriber : RegisteredHandler {
@@ -44,7 +44,7 @@ struct EventSubscriber : RegisteredHandler {
     ServiceClient::PayloadHandler handler;
 };
 
-/// Hands `call` to the handler's strand; the gate decides there whether it still runs.
+/// Posts `call` to the handler's strand, where it runs unless the gate is closed by then.
 void Deliver(const std::shared_ptr<RegisteredHandler>& registered, std::function<void()> call);
 
 }  // namespace someip

@@ -20,12 +20,12 @@ ClientNode::~ClientNode() {
     try {
         Impl::Post(mImpl, [](Impl& node) { node.Close(); });
     } catch (const std::exception&) {
-        // Only for want of memory; a node that can't be closed must not outlive its pool.
+        // Out of memory. A node that stays open would outlive its pool.
         std::terminate();
     }
 }
 
-/// Keeps all that a posted call needs.
+/// Owns what a posted call needs, so that a call may run after its ServiceClient's end.
 class ServiceClient::Service {
 public:
     Service(std::shared_ptr<WorkerPool> pool, std::shared_ptr<ClientNode::Impl> node,
@@ -90,7 +90,7 @@ ServiceClient::~ServiceClient() {
         mService->Post(
             [](auto& implementation, const auto& service) { implementation.Remove(service); });
     } catch (const std::exception&) {
-        // Only for want of memory; what can't be removed would be served for ever.
+        // Out of memory. A service that stays registered would be served until the process ends.
         std::terminate();
     }
 }

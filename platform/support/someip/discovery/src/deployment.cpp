@@ -30,7 +30,7 @@ constexpr std::uint64_t kMaxRepetitions = 10;
     throw std::runtime_error("SOME/IP deployment: " + what);
 }
 
-/// A number, or a text such as "0x8001", since ids are commonly written so.
+/// A number, or a text such as "0x8001", since ids are commonly written in hexadecimal.
 std::uint64_t Number(const json& value, const std::string& key, std::uint64_t min,
                      std::uint64_t max) {
     std::uint64_t number = 0;
@@ -76,7 +76,7 @@ constexpr std::uint64_t kMax8 = std::numeric_limits<std::uint8_t>::max();
 constexpr std::uint64_t kMax16 = std::numeric_limits<std::uint16_t>::max();
 constexpr std::uint64_t kMax24 = 0xFFFFFF;
 constexpr std::uint64_t kMax32 = std::numeric_limits<std::uint32_t>::max();
-/// The highest id stands for any service or instance.
+/// The highest id is the wildcard for services and instances.
 constexpr std::uint64_t kMaxId = kMax16 - 1;
 
 std::chrono::milliseconds DelayOr(const json& object, const char* key,
@@ -85,7 +85,7 @@ std::chrono::milliseconds DelayOr(const json& object, const char* key,
         NumberOr(object, key, 0, kMaxMilliseconds, static_cast<std::uint64_t>(fallback.count())));
 }
 
-/// A pause between cyclic messages, which must not be nothing.
+/// A pause between cyclic messages, which must not be zero.
 std::chrono::milliseconds PauseOr(const json& object, const char* key,
                                   std::chrono::milliseconds fallback) {
     return std::chrono::milliseconds(NumberOr(object, key, kMinPause, kMaxMilliseconds,

@@ -7,7 +7,7 @@ namespace someip {
 
 namespace {
 
-/// Peers that may wait for an Offer of their own; the next multicast one serves them all.
+/// Peers that may wait for a unicast Offer; the next multicast one reaches the others.
 constexpr std::size_t kMaxAnswers = 64;
 
 }  // namespace
@@ -59,7 +59,7 @@ void ProvidedService::Handle(const ReceivedSdMessage& message, TimePoint now) {
             if (auto answer = HandleSubscribe(entry, message.sender, now, isNew)) {
                 answers.push_back(std::move(*answer));
             }
-            // One message brings the values once, however often it subscribes.
+            // The values are sent once per message, however many Subscribe entries it has.
             if (isNew && std::find(subscribed.begin(), subscribed.end(),
                                    std::make_pair(entry.endpoints.front(), entry.eventgroupId)) ==
                              subscribed.end()) {
@@ -84,7 +84,7 @@ void ProvidedService::HandleFind(const SdEntry& entry, const ReceivedSdMessage& 
         (entry.majorVersion == mService.interfaceVersion ||
          entry.majorVersion == kAnyMajorVersion) &&
         (entry.minorVersion == mService.minorVersion || entry.minorVersion == kAnyMinorVersion);
-    // In the initial delay the first Offer is about to come anyway.
+    // Within the initial delay the first Offer is due soon.
     if (!meansThis || mOffers == 0 || mAnswers.size() >= kMaxAnswers) {
         return;
     }
@@ -124,15 +124,15 @@ std::optional<SdEntry> ProvidedService::HandleSubscribe(const SdEntry& entry,
         return std::nullopt;
     }
     if (reason != nullptr) {
-        mEnvironment.Complain("a Subscribe of " + ToText(sender) + " is refused: " + reason);
+        mEnvironment.EntryRejected("a Subscribe of " + ToText(sender) + " is refused: " + reason);
         answer.ttl = 0;
         return answer;
     }
     auto subscription = Find(entry);
     if (subscription == mSubscriptions.end()) {
         if (mSubscriptions.size() >= kMaxSubscriptions) {
-            mEnvironment.Complain("a Subscribe of " + ToText(sender) +
-                                  " is refused: too many subscriptions");
+            mEnvironment.EntryRejected("a Subscribe of " + ToText(sender) +
+                                       " is refused: too many subscriptions");
             answer.ttl = 0;
             return answer;
         }

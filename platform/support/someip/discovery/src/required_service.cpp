@@ -7,9 +7,10 @@ namespace someip {
 
 namespace {
 
-/// A subscription is renewed this often within its time to live,
+/// How often a subscription is renewed within its time to live.
 constexpr int kRenewals = 2;
-/// and an answer is waited for no longer than this part of it, so that it survives a lost message.
+/// The wait for an answer is at most the time to live divided by this, so that a subscription
+/// survives a lost message.
 constexpr int kAnswerWaits = 4;
 
 }  // namespace
@@ -72,8 +73,8 @@ void RequiredService::Unsubscribe(std::uint16_t eventgroup) {
 void RequiredService::Handle(const ReceivedSdMessage& message, TimePoint now) {
     const bool fromProvider = mOffer && mOffer->sdPeer.address == message.sender.address;
     if (message.rebooted && fromProvider) {
-        ForgetSubscriptions();
-        // Holds only if this very message says so again.
+        ResetSubscriptions();
+        // The Offer ends unless this message renews it.
         mOffer->expiry = now;
     }
     for (const SdEntry& entry : message.content.entries) {
@@ -95,7 +96,7 @@ void RequiredService::HandleOffer(const SdEntry& entry, const ReceivedSdMessage&
     const bool otherSender = mOffer && mOffer->sdPeer.address != message.sender.address;
     if (entry.ttl == 0) {
         if (mOffer && !otherSender) {
-            Lose();
+            DropOffer();
         }
         return;
     }
@@ -103,12 +104,12 @@ void RequiredService::HandleOffer(const SdEntry& entry, const ReceivedSdMessage&
         return;
     }
     if (otherSender) {
-        ComplainOfRival(message.sender);
+        RejectOtherProvider(message.sender);
         return;
     }
     const bool isNew = !mOffer;
     if (mOffer && mOffer->provider != entry.endpoints.front()) {
-        ForgetSubscriptions();
+        ResetSubscriptions();
     }
     mOffer = Offer{message.sender, entry.endpoints.front(), ExpiryOf(entry.ttl, now)};
     mNextFind.reset();
@@ -127,11 +128,11 @@ void RequiredService::HandleOffer(const SdEntry& entry, const ReceivedSdMessage&
     }
 }
 
-void RequiredService::ComplainOfRival(const Endpoint& sender) {
-    if (mRival != sender) {
-        mRival = sender;
-        mEnvironment.Complain("the Offer of " + ToText(sender) + " stands beside that of " +
-                              ToText(mOffer->sdPeer));
+void RequiredService::RejectOtherProvider(const Endpoint& sender) {
+    if (mOtherProvider != sender) {
+        mOtherProvider = sender;
+        mEnvironment.EntryRejected("the Offer of " + ToText(sender) + " stands beside that of " +
+                                   ToText(mOffer->sdPeer));
     }
 }
 
@@ -149,7 +150,7 @@ bool RequiredService::IsAcceptable(const SdEntry& entry, const Endpoint& sender)
         problem = "leads to port 0";
     }
     if (problem != nullptr) {
-        mEnvironment.Complain("the Offer of " + ToText(sender) + " " + problem);
+        mEnvironment.EntryRejected("the Offer of " + ToText(sender) + " " + problem);
         return false;
     }
     return true;
@@ -162,7 +163,7 @@ void RequiredService::HandleAnswer(const SdEntry& entry, TimePoint now) {
     }
     Subscription& subscription = found->second;
     if (entry.ttl == 0) {
-        if (!std::exchange(subscription.refusalTold, true)) {
+        if (!std::exchange(subscription.refusalReported, true)) {
             mEnvironment.SubscriptionRefused(entry.eventgroupId);
         }
         subscription.sent = false;
@@ -175,20 +176,20 @@ void RequiredService::HandleAnswer(const SdEntry& entry, TimePoint now) {
         return;
     }
     subscription.acknowledged = true;
-    subscription.refusalTold = false;
+    subscription.refusalReported = false;
     subscription.due.reset();
     if (Ttl() != kTtlUntilReboot) {
         subscription.due = now + std::chrono::milliseconds(mTiming.ttl) / kRenewals;
     }
 }
 
-void RequiredService::Lose() {
+void RequiredService::DropOffer() {
     mOffer.reset();
-    ForgetSubscriptions();
+    ResetSubscriptions();
     mEnvironment.AvailabilityChanged(false);
 }
 
-void RequiredService::ForgetSubscriptions() {
+void RequiredService::ResetSubscriptions() {
     for (auto& [eventgroup, subscription] : mSubscriptions) {
         subscription = Subscription();
     }
@@ -197,7 +198,7 @@ void RequiredService::ForgetSubscriptions() {
 void RequiredService::Tick(TimePoint now) {
     if (mOffer && IsDue(mOffer->expiry, now)) {
         mEnvironment.OfferLapsed();
-        Lose();
+        DropOffer();
         Search(now);
     }
     if (IsDue(mNextFind, now)) {

@@ -6,7 +6,7 @@ namespace someip {
 
 namespace {
 
-/// Entry of `peer`, for which the one with the smallest `age` makes room.
+/// Entry of `peer`; a new one replaces the one with the smallest `age` when the table is full.
 template <typename Peers, typename Age>
 auto& EntryOf(Peers& peers, const Endpoint& peer, Age age) {
     if (peers.size() >= kMaxSdPeers && peers.count(peer) == 0) {
@@ -45,7 +45,7 @@ bool RebootDetector::HasRebooted(const Endpoint& sender, bool multicast, const S
     const bool rebooted =
         last && stamp.reboot && (!last->reboot || last->sessionId >= stamp.sessionId);
     if (rebooted) {
-        // The other way's numbers have started anew with it.
+        // The counters of both ways have restarted.
         peer.multicast.reset();
         peer.unicast.reset();
     }

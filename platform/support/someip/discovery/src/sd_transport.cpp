@@ -121,7 +121,7 @@ void SdTransport::Fail(const std::string& problem) {
 void SdTransport::Multicast(const std::vector<SdEntry>& entries) {
     const auto problem = SendStamped(mGroupEndpoint, entries, mSessions.NextMulticast());
     if (problem) {
-        // The interface has gone, and the membership in the group with it.
+        // The interface is down or removed, which ends the membership in the group.
         Fail("no multicast to " + ToText(mGroupEndpoint) + ": " + *problem);
     }
 }

@@ -11,7 +11,7 @@ namespace someip {
 
 AddressClaim::AddressClaim(const Endpoint& endpoint)
     : mSocket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    // An abstract name, which goes with its socket: a zero byte stands before it.
+    // An abstract name, marked by a leading zero byte, is released with its socket.
     const std::string name = "someip-sd-" + ToText(endpoint);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

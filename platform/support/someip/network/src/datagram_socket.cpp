@@ -15,7 +15,7 @@ namespace {
 
 using boost::asio::ip::udp;
 
-/// A descriptor of a non-blocking socket until somebody takes it over.
+/// Owner of a non-blocking socket's descriptor until it is released.
 class RawSocket {
 public:
     RawSocket() : mDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
@@ -65,7 +65,7 @@ private:
     posix::UniqueFd mDescriptor;
 };
 
-/// Room for some of the largest datagrams; the system may grant less.
+/// Holds several of the largest datagrams; the system may grant less.
 constexpr int kReceiveBuffer = 1024 * 1024;
 
 ip_mreqn GroupRequest(std::uint32_t group, int interfaceIndex) {
@@ -110,7 +110,7 @@ std::shared_ptr<DatagramSocket> DatagramSocket::JoinGroup(
     Receiver receiver, FailureHandler failed) {
     RawSocket raw;
     raw.Set(SOL_SOCKET, SO_REUSEADDR, 1, "multicast group");
-    // Without this the socket also hears what others on this machine joined elsewhere.
+    // Without this the socket also receives what other sockets joined on other interfaces.
     raw.Set(IPPROTO_IP, IP_MULTICAST_ALL, 0, "multicast group");
     raw.Bind(group);
     raw.Set(IPPROTO_IP, IP_ADD_MEMBERSHIP, GroupRequest(group.address, interfaceIndex),
@@ -157,7 +157,7 @@ void DatagramSocket::Received(const boost::system::error_code& error, std::size_
     if (!mReceiver) {
         return;
     }
-    // A peer's host may say that nobody listens there; that is for the layer above to find out.
+    // An ICMP answer of the peer's host. The layer above detects by itself that the peer is gone.
     const bool refused = error == boost::asio::error::connection_refused;
     if (error && !refused) {
         const FailureHandler failed = std::exchange(mFailed, nullptr);
@@ -166,7 +166,7 @@ void DatagramSocket::Received(const boost::system::error_code& error, std::size_
         return;
     }
     if (!refused) {
-        // The receiver may close the socket, and with it the function that it is.
+        // A copy: the receiver may close the socket, which destroys mReceiver.
         const Receiver receiver = mReceiver;
         receiver(mBuffer.data(), size, FromAsio(mSender));
     }

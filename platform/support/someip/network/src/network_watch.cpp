@@ -45,8 +45,8 @@ void NetworkWatch::Wait() {
                            if (error || !self->mChanged) {
                                return;
                            }
-                           // What has changed is looked up anew; that messages were lost
-                           // (ENOBUFS) is a change like any other.
+                           // The handler looks up the current state itself, so lost messages
+                           // (ENOBUFS) count as a change, too.
                            std::array<char, 8192> ignored{};
                            const int socket = self->mSocket.native_handle();
                            while (::recv(socket, ignored.data(), ignored.size(), 0) >= 0 ||

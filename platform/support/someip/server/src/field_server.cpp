@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kRetryInterval{500};
 
 }  // namespace
 
-/// The pool has one thread; everything but construction and Run's callers is on it.
+/// The pool has one thread, on which everything runs but the constructor, the destructor and Run.
 class FieldServer::Impl : private ProvidedService::Environment {
 public:
     /// Runs `work` on the server's thread and waits for it.
@@ -126,7 +126,7 @@ private:
                 SetTimer();
             },
             [this](const std::string& problem) {
-                // The state machine is not to be called back from inside its calls.
+                // Posted: the state machine must not be called back from inside its own call.
                 boost::asio::post(mPool.Context(), [this, problem] { TransportFailed(problem); });
             });
     }
@@ -211,7 +211,9 @@ private:
         return std::chrono::milliseconds(distribution(mRandom));
     }
 
-    void Complain(const std::string& text) override { mDrops->Dropped(text, Clock::now()); }
+    void EntryRejected(const std::string& reason) override {
+        mDrops->Dropped(reason, Clock::now());
+    }
 
     void Subscribed(const Endpoint& receiver, std::uint16_t eventgroup) override {
         for (const auto& [name, event] : mService.events) {

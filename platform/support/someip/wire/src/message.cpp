@@ -6,7 +6,7 @@ namespace someip {
 
 namespace {
 
-/// The length field counts from behind itself: client id to the end of the payload.
+/// The length field counts what follows it: client id to the end of the payload.
 constexpr std::size_t kUncountedHeaderBytes = 8;
 
 bool IsKnown(MessageType type) {

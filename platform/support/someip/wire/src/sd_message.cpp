@@ -56,7 +56,7 @@ void WriteEndpoint(Serializer& out, const Endpoint& endpoint) {
     out.WriteU16(endpoint.port);
 }
 
-/// Nothing for an option of another kind.
+/// Returns nothing for an option of another kind.
 std::optional<Endpoint> ReadOption(Deserializer& in, std::size_t size) {
     const std::size_t end = in.EndPosition(size);
     std::optional<Endpoint> endpoint;

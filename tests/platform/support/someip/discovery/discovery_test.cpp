@@ -84,7 +84,7 @@ public:
                                             std::chrono::milliseconds max) override {
         return (min + max) / 2;
     }
-    void Complain(const std::string& text) override { Note("complaint: " + text); }
+    void EntryRejected(const std::string& reason) override { Note("complaint: " + reason); }
 
     void Note(const std::string& what) {
         const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(now - TimePoint());

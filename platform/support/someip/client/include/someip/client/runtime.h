@@ -13,7 +13,8 @@ namespace someip {
 /// each deployment file, and one client for each service instance in use. Any thread.
 class Runtime {
 public:
-    /// The process's runtime; it starts with the first holder and ends with the last.
+    /// The process's runtime, which its holders own: it starts with the first of them and ends with
+    /// the last.
     static std::shared_ptr<Runtime> Instance();
 
     Runtime();

@@ -12,13 +12,15 @@ namespace someip {
 
 class ServiceClient;
 
-/// What the clients of one deployment file share: its network, with one end of service discovery.
-/// Looks at the file when it changes. Any thread.
+/// What the clients of one deployment file share: its network and one end of service discovery.
+/// Reads the file again when it changes. Any thread.
 class ClientNode {
 public:
+    /// Begins to read the file, on a thread of `pool`, which is not null. A missing or invalid file
+    /// is logged and read when it changes.
     ClientNode(std::shared_ptr<WorkerPool> pool, std::string deploymentPath);
 
-    /// Ends what its clients have left. They must have been destroyed.
+    /// Closes the network. The clients must have been destroyed.
     ~ClientNode();
 
     ClientNode(const ClientNode&) = delete;
@@ -32,20 +34,21 @@ private:
     std::shared_ptr<Impl> mImpl;
 };
 
-/// Client of one service instance over UDP: finds it by service discovery, says when it comes and
-/// goes, and delivers its events.
+/// Client of one service instance over UDP: finds it by service discovery, reports its availability
+/// and delivers its events.
 ///
 /// Any thread may call any operation, also from inside a handler. Handlers run on the pool's
-/// threads; the calls for one registration come one after the other.
+/// threads; the calls for one registration do not overlap.
 class ServiceClient {
 public:
-    /// A handler's registration; its end is the handler's end.
+    /// A handler's registration. Its destruction closes it.
     class Registration {
     public:
         virtual ~Registration() = default;
 
         /// After this has returned, the handler neither runs nor will run; called from the handler
-        /// itself it does not wait for that run. Every further call does nothing but wait, too.
+        /// itself it does not wait for that run. Further calls wait in the same way and have no
+        /// other effect.
         virtual void Close() = 0;
     };
 
@@ -65,7 +68,8 @@ public:
     std::shared_ptr<Registration> WatchAvailability(AvailabilityHandler handler);
 
     /// The handler is called with each value of the event; for a field with the current value
-    /// first, which those that have subscribed to the same eventgroup before get once more.
+    /// first, which earlier subscribers to the same eventgroup receive once more. An event that the
+    /// deployment lacks is logged.
     std::shared_ptr<Registration> SubscribeEvent(const std::string& event, PayloadHandler handler);
 
     const std::string& Name() const { return mName; }

@@ -63,7 +63,7 @@ struct ServiceDeployment {
     std::uint8_t interfaceVersion{1};
     /// Offered; a client accepts any.
     std::uint32_t minorVersion{0};
-    /// UDP port of the provider, 0 for a free one. Clients learn it from the Offer.
+    /// UDP port of the provider, 0 for a free one. Clients get it from the Offer.
     std::uint16_t port{0};
     /// By the event's or field's name.
     std::map<std::string, EventDeployment> events;
@@ -81,7 +81,7 @@ struct Deployment {
     }
 };
 
-/// Instance text that stands for the first instance in the file.
+/// Instance text for the first instance in the file.
 constexpr const char* kAnyInstance = "Any";
 
 /// The service with this name, and with this instance id in decimal digits or kAnyInstance. Null if
@@ -92,9 +92,9 @@ const ServiceDeployment* FindService(const Deployment& deployment, const std::st
 /// Value of SOMEIP_DEPLOYMENT, or /var/run/qel/config/someip/Deployment.json.
 std::string DefaultDeploymentPath();
 
-/// Throws std::runtime_error with a text for the user if the text is no deployment.
+/// Throws std::runtime_error, with a message for the user, if the text is no valid deployment.
 Deployment ParseDeployment(const std::string& json);
-/// The same for a file of at most 1 MiB.
+/// The same for a file of at most 1 MiB. Throws, too, if it is missing, unreadable or larger.
 Deployment ReadDeployment(const std::string& path);
 
 /// Text that ParseDeployment reads back to the same deployment.
@@ -104,8 +104,8 @@ std::string FormatDeployment(const Deployment& deployment);
 enum class LoopbackEnd : std::uint8_t { kProvider, kClient };
 
 /// Network of one end on the loopback interface: its address and multicast group are made of the
-/// process id, so that the pairs of any number of processes don't hear each other. Two ends have no
-/// load to spread, so nothing is delayed at random.
+/// process id, which keeps the pairs of different processes apart. Nothing is delayed at random,
+/// since two ends have no load to spread.
 NetworkDeployment LoopbackNetwork(LoopbackEnd end);
 
 }  // namespace someip

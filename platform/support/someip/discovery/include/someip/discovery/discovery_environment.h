@@ -20,12 +20,12 @@ struct ReceivedSdMessage {
     SdMessage content;
     Endpoint sender;
     bool multicast{false};
-    /// The sender has started anew since its message before.
+    /// The sender has restarted since its previous message.
     bool rebooted{false};
 };
 
-/// What the state machines of discovery need of the world. Called from inside their operations
-/// only, and must not call them back.
+/// What the state machines of discovery need of their surroundings. Called from inside their
+/// operations only, and must not call them back.
 class DiscoveryEnvironment {
 public:
     virtual ~DiscoveryEnvironment() = default;
@@ -38,11 +38,11 @@ public:
     virtual std::chrono::milliseconds RandomBetween(std::chrono::milliseconds min,
                                                     std::chrono::milliseconds max) = 0;
 
-    /// An entry that is not taken, for the log and its count.
-    virtual void Complain(const std::string& text) = 0;
+    /// An entry was rejected; `reason` is for the log, which counts them.
+    virtual void EntryRejected(const std::string& reason) = 0;
 };
 
-/// The end of a time to live that begins now; nothing if it ends with the sender's reboot only.
+/// The end of a time to live that begins now; nothing if it lasts until the sender's reboot.
 inline std::optional<TimePoint> ExpiryOf(std::uint32_t ttl, TimePoint now) {
     if (ttl == kTtlUntilReboot) {
         return std::nullopt;
@@ -50,7 +50,7 @@ inline std::optional<TimePoint> ExpiryOf(std::uint32_t ttl, TimePoint now) {
     return now + std::chrono::seconds(ttl);
 }
 
-/// The earlier one; one that is not there never comes.
+/// The earlier of the two; an empty one counts as never.
 inline std::optional<TimePoint> Earlier(const std::optional<TimePoint>& a,
                                         const std::optional<TimePoint>& b) {
     if (!a || !b) {

@@ -11,16 +11,17 @@
 namespace someip {
 
 /// Server side of the discovery of one service instance, with the subscriptions of its clients
-/// (PRS_SOMEIPSD). Knows neither sockets nor threads; time is handed in.
+/// (PRS_SOMEIPSD). Independent of sockets and threads; the time is a parameter. Not to be shared
+/// between threads.
 ///
 /// It offers the service with initial delay, repetitions and then cyclically, answers Find entries
 /// after the response delay, and answers each Subscribe with Ack or Nack. The service is the only
-/// one at its endpoint, so a Subscribe for another one is refused, too.
+/// one at its endpoint, so a Subscribe for any other service is refused.
 class ProvidedService {
 public:
     class Environment : public DiscoveryEnvironment {
     public:
-        /// The client at `receiver` has been told that it is subscribed: its first values are due.
+        /// The subscription of the client at `receiver` was acknowledged: its first values are due.
         virtual void Subscribed(const Endpoint& receiver, std::uint16_t eventgroup) = 0;
     };
 
@@ -30,19 +31,22 @@ public:
     ProvidedService(Environment& environment, ServiceDeployment service, SdTiming timing,
                     Endpoint endpoint);
 
+    /// Begins to offer the service; no effect if it is offered already.
     void Offer(TimePoint now);
-    /// Tells all clients and ends their subscriptions.
+    /// Sends StopOffer and ends all subscriptions.
     void StopOffer();
 
+    /// A message of service discovery has arrived.
     void Handle(const ReceivedSdMessage& message, TimePoint now);
 
     /// Does what is due.
     void Tick(TimePoint now);
 
-    /// When Tick is to be called next. The end of a subscription needs no call.
+    /// When Tick must be called next; nothing if only a call changes something. A subscription
+    /// expires without a call.
     std::optional<TimePoint> NextDeadline() const;
 
-    /// Where an eventgroup's events are to go.
+    /// The endpoints that are subscribed to an eventgroup.
     std::set<Endpoint> Receivers(std::uint16_t eventgroup, TimePoint now);
 
 private:
@@ -55,7 +59,7 @@ private:
     };
 
     struct PendingAnswer {
-        /// Nothing: a peer that can't receive unicast, so all are told.
+        /// Empty for a peer that cannot receive unicast, which is answered by multicast.
         std::optional<Endpoint> peer;
         TimePoint due;
     };
@@ -76,9 +80,9 @@ private:
     const SdTiming mTiming;
     const Endpoint mEndpoint;
     std::set<std::uint16_t> mEventgroups;
-    /// There while the service is to be offered.
+    /// When the next Offer is due; empty while the service is not offered.
     std::optional<TimePoint> mNextOffer;
-    /// Offers that were sent by multicast since the service is to be offered.
+    /// Offers sent by multicast since Offer was called, up to one beyond the repetitions.
     unsigned mOffers{0};
     std::vector<PendingAnswer> mAnswers;
     std::vector<Subscription> mSubscriptions;

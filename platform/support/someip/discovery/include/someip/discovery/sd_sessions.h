@@ -10,7 +10,7 @@
 
 namespace someip {
 
-/// Peers that are remembered at a time; the one that was silent for longest goes first.
+/// Peers that are remembered at a time; the one that was silent for longest is replaced.
 constexpr std::size_t kMaxSdPeers = 256;
 
 /// Session id and reboot flag of one message of service discovery.
@@ -23,8 +23,9 @@ struct SdStamp {
     }
 };
 
-/// Stamps what leaves (PRS_SOMEIPSD, session handling): one row of numbers for the multicast group
-/// and one for each peer; from 1 to 0xFFFF, where the reboot flag ends, and from 1 again.
+/// Stamps outgoing messages (PRS_SOMEIPSD, session handling) with one counter for the multicast
+/// group and one for each peer, from 1 to 0xFFFF and from 1 again; the first wrap clears the reboot
+/// flag. Not to be shared between threads.
 class SdSessions {
 public:
     SdStamp NextMulticast();
@@ -42,11 +43,11 @@ private:
     std::uint64_t mUses{0};
 };
 
-/// Finds out from the stamps of what arrives that a peer has started anew (PRS_SOMEIPSD, reboot
-/// detection), separately for multicast and unicast.
+/// Detects from the stamps of incoming messages that a peer has restarted (PRS_SOMEIPSD, reboot
+/// detection), separately for multicast and unicast. Not to be shared between threads.
 class RebootDetector {
 public:
-    /// Takes note of a message; true if its sender has rebooted since the one before.
+    /// Records a message's stamp; true if its sender has rebooted since its previous message.
     bool HasRebooted(const Endpoint& sender, bool multicast, const SdStamp& stamp);
 
 private:

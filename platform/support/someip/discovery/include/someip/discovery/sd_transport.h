@@ -29,9 +29,9 @@ public:
     using Handler = std::function<void(const ReceivedSdMessage& message)>;
     using FailureHandler = std::function<void(const std::string& problem)>;
 
-    /// Receives until it is closed. `failed` is called at most once, when the network is no longer
-    /// to be had; a new transport must then be opened. Throws std::runtime_error if the network is
-    /// not to be had.
+    /// Receives until it is closed. `failed` is called at most once, when the network has become
+    /// unavailable; a new transport must then be opened. Throws std::runtime_error if the network
+    /// is unavailable.
     static std::shared_ptr<SdTransport> Open(const boost::asio::any_io_executor& executor,
                                              const NetworkDeployment& network,
                                              std::shared_ptr<DropLog> drops, Handler handler,
@@ -44,13 +44,15 @@ public:
     SdTransport(const SdTransport&) = delete;
     SdTransport& operator=(const SdTransport&) = delete;
 
-    /// Of the interface that it was opened on.
+    /// Index of the interface that it was opened on.
     int InterfaceIndex() const { return mInterfaceIndex; }
 
+    /// Sends to the multicast group; `failed` is called if that is not possible.
     void Multicast(const std::vector<SdEntry>& entries);
+    /// Sends to a peer; a datagram that cannot be sent is counted as dropped.
     void Send(const Endpoint& peer, const std::vector<SdEntry>& entries);
 
-    /// No handler is called any more.
+    /// No handler is called afterwards.
     void Close();
 
 private:

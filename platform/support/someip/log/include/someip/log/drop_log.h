@@ -7,14 +7,14 @@
 
 namespace someip {
 
-/// Counts what is dropped, and has a line in the log for each. Of a flood, no more than
-/// kLinesPerWindow lines in kWindow; the lines bear the count, so none is lost unseen.
+/// Counts dropped messages and logs each, limited to kLinesPerWindow lines in kWindow. The lines
+/// contain the count, so that messages dropped without a line of their own show, too.
 class DropLog {
 public:
     static constexpr unsigned kLinesPerWindow = 32;
     static constexpr std::chrono::seconds kWindow{10};
 
-    /// `source` names where the dropped messages come from, as in "of test::Service".
+    /// `source` is what the lines name as the messages' origin, as in "of test::Service".
     explicit DropLog(std::string source);
 
     /// One thread at a time.

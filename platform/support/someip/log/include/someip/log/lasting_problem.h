@@ -6,9 +6,11 @@
 
 namespace someip {
 
-/// Something that is wrong for a while: one line in the log, however often it is met.
+/// A problem that may last: logs each text once, however often it is reported. Not to be shared
+/// between threads.
 class LastingProblem {
 public:
+    /// Logs `text` as a warning unless it is the one reported last.
     void Report(const std::string& text) {
         if (text != mText) {
             mText = text;
@@ -16,7 +18,7 @@ public:
         }
     }
 
-    /// It is over; its return has a line again.
+    /// The problem is over; the next report is logged again.
     void End() { mText.clear(); }
 
 private:

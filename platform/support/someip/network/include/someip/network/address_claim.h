@@ -5,12 +5,12 @@
 
 namespace someip {
 
-/// The right to serve an address and port of service discovery in this network namespace, which one
-/// holder has at a time, until it is destroyed or its process ends. The port itself can't be that,
-/// for others may need it for the multicast group.
+/// The exclusive right to serve an address and port of service discovery in this network namespace,
+/// held until the object is destroyed or its process ends. Binding the port cannot serve for that,
+/// since other processes share it for the multicast group.
 class AddressClaim {
 public:
-    /// Throws std::runtime_error if another holder has it.
+    /// Throws std::runtime_error if another holder has it, or the system grants no socket.
     explicit AddressClaim(const Endpoint& endpoint);
 
 private:

@@ -22,26 +22,26 @@ class DatagramSocket : public std::enable_shared_from_this<DatagramSocket> {
 public:
     using Receiver =
         std::function<void(const std::uint8_t* data, std::size_t size, const Endpoint& sender)>;
-    /// Called at most once; the socket receives nothing more then.
+    /// Called at most once; the socket receives nothing afterwards.
     using FailureHandler = std::function<void(const std::string& problem)>;
 
     struct Settings {
         Endpoint local;
-        /// Only what comes from there is received.
+        /// If set, only datagrams from there are received.
         std::optional<Endpoint> peer;
-        /// Interface that multicasts leave by. The port is then shared with those who have it for
-        /// their multicast group.
+        /// Interface for outgoing multicasts. The port is then shared with the sockets that have it
+        /// for the multicast group.
         std::optional<int> multicastInterface;
         int multicastHops{1};
     };
 
-    /// Throws std::system_error that names the address if it is not to be had.
+    /// Throws std::system_error, which names the address, if it is unavailable.
     static std::shared_ptr<DatagramSocket> Open(const boost::asio::any_io_executor& executor,
                                                 const Settings& settings, Receiver receiver,
                                                 FailureHandler failed);
 
-    /// Receives what comes to `group` by the interface, and nothing else. Others on this machine
-    /// may do so, too.
+    /// Receives what arrives for `group` on the interface, and nothing else. The group may be
+    /// shared with other sockets of this machine. Throws as Open does.
     static std::shared_ptr<DatagramSocket> JoinGroup(const boost::asio::any_io_executor& executor,
                                                      const Endpoint& group, int interfaceIndex,
                                                      Receiver receiver, FailureHandler failed);
@@ -50,10 +50,10 @@ public:
 
     Endpoint Local() const { return mLocal; }
 
-    /// Gives the reason if the datagram could not be sent.
+    /// Returns the reason if the datagram could not be sent. Does not block.
     std::optional<std::string> SendTo(const Endpoint& peer, const Bytes& datagram);
 
-    /// No handler is called any more.
+    /// No handler is called afterwards.
     void Close();
 
 private:

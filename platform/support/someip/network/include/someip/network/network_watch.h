@@ -8,9 +8,9 @@
 
 namespace someip {
 
-/// Tells that network interfaces of this machine, or their IPv4 addresses, have changed
-/// (rtnetlink(7)). A multicast group is left without a word when its interface goes. All calls, and
-/// the handler, on the executor that it was made with.
+/// Reports that network interfaces of this machine, or their IPv4 addresses, have changed
+/// (rtnetlink(7)). A socket gets no error when the interface of its multicast group is removed, so
+/// only this shows it. All calls, and the handler, on the executor that it was made with.
 class NetworkWatch : public std::enable_shared_from_this<NetworkWatch> {
 public:
     /// Watches until it is closed. Null where that is not permitted.
@@ -20,7 +20,7 @@ public:
     NetworkWatch(const boost::asio::any_io_executor& executor, int descriptor,
                  std::function<void()> changed);
 
-    /// The handler is not called any more.
+    /// The handler is not called afterwards.
     void Close();
 
 private:

@@ -17,20 +17,22 @@ namespace someip {
 class FieldServer {
 public:
     /// Serves the first service of `deployment`, which there must be, on its network. Offers
-    /// nothing yet. Throws std::runtime_error if the network's address is not to be had.
+    /// nothing yet. Throws std::runtime_error if the network's address is unavailable.
     explicit FieldServer(Deployment deployment);
 
-    /// Withdraws the service, tells the clients so, and closes the endpoint.
+    /// Withdraws the service as StopOffer does and closes the endpoint.
     ~FieldServer();
 
     FieldServer(const FieldServer&) = delete;
     FieldServer& operator=(const FieldServer&) = delete;
 
-    /// What it was made with. Clients have the same with an address of their own.
+    /// The deployment that it was made with, owned by the server. A client's differs in the address
+    /// only.
     const Deployment& OwnDeployment() const;
 
+    /// Offers the service from now on; no effect if it is offered already.
     void Offer();
-    /// Tells the clients at once; they are served again after the next Offer.
+    /// Notifies the clients at once and ends their subscriptions; the fields keep their values.
     void StopOffer();
 
     /// Sets a field's value and publishes it to its subscribers. Throws std::length_error if the

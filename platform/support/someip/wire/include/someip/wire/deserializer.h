@@ -10,7 +10,7 @@
 
 namespace someip {
 
-/// What a payload that breaks the rules of its serialization raises; `what()` names the rule.
+/// Thrown for a payload that violates the rules of its serialization; `what()` names the rule.
 class DeserializeError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -30,12 +30,14 @@ struct RecordMember {
 };
 
 /// Reads SOME/IP payloads, with record members in TLV form (PRS_SOMEIP, structured data types and
-/// arguments with identifier and optional members). Every operation may throw DeserializeError;
-/// the position is then undefined. Does not own the bytes. Not to be shared between threads.
+/// arguments with identifier and optional members). Every operation may throw DeserializeError; the
+/// position is then unspecified. Does not own the bytes, which must outlive it. Not to be shared
+/// between threads.
 class Deserializer {
 public:
     Deserializer(const std::uint8_t* data, std::size_t size, LengthFieldSizes sizes = {});
 
+    /// Numbers in network byte order.
     std::uint8_t ReadU8();
     std::uint16_t ReadU16();
     std::uint32_t ReadU32();
@@ -47,25 +49,25 @@ public:
     /// Reads a length field of 1, 2 or 4 bytes.
     std::size_t ReadLength(std::size_t fieldSize);
 
-    /// Position `length` bytes further on, which must lie within the data.
+    /// The position `length` bytes ahead, which must lie within the data.
     std::size_t EndPosition(std::size_t length) const;
 
-    /// To be called behind what had a length field: a position beyond `end` breaks
-    /// PRS_SOMEIP_00900, one short of it moves there.
+    /// Call after reading what had a length field: a position beyond `end` violates
+    /// PRS_SOMEIP_00900, one before it is moved there.
     void FinishAt(std::size_t end);
 
-    /// Reads the length field of an array or of a record, and gives its end position.
+    /// Reads the length field of an array or of a record, and returns its end position.
     std::size_t BeginArray();
     std::size_t BeginRecord();
 
-    /// Looks for `member` in a record that ends at `recordEnd`, and passes over members that are
-    /// not in `model`. Gives the wire type that the sender used, with the position behind the
-    /// tag; nothing if the member is absent.
+    /// Looks for `member` in a record that ends at `recordEnd`, and skips members that are not in
+    /// `model`. Returns the wire type that the sender used, with the position after the tag;
+    /// nothing if the member is absent.
     std::optional<WireType> FindMember(const RecordMember& member,
                                        const std::vector<RecordMember>& model,
                                        std::size_t recordEnd);
 
-    /// Byte array behind a tag with a wire type that has a length field.
+    /// Reads the byte array that follows a tag with a wire type that has a length field.
     std::vector<std::uint8_t> ReadByteArray(WireType wireType);
 
 private:

@@ -33,7 +33,7 @@ enum class ReturnCode : std::uint8_t {
 
 constexpr std::uint8_t kProtocolVersion = 1;
 constexpr std::size_t kHeaderSize = 16;
-/// Largest payload of one UDP datagram over IPv4 (65507 bytes) behind the header.
+/// Largest payload: one UDP datagram over IPv4 (65507 bytes) less the header.
 constexpr std::size_t kMaxPayload = 65507 - kHeaderSize;
 
 /// One SOME/IP message (PRS_SOMEIP, header of 16 bytes in network byte order and the payload).
@@ -48,17 +48,17 @@ struct Message {
     Bytes payload;
 };
 
-/// Bytes of one datagram. The payload must not exceed kMaxPayload.
+/// The message as the bytes of one datagram. The payload must not exceed kMaxPayload.
 Bytes Encode(const Message& message);
 
-/// Reads the message at the beginning of a datagram, which may have several one behind the other
-/// (PRS_SOMEIP, UDP binding); `size` becomes the number of bytes that it takes. Nothing comes back
-/// if the rest of the datagram is shorter than a header, the length field does not fit it, the
-/// protocol version is not 1 or the message type is unknown; `problem` then says why.
+/// Reads the first message of a datagram, which may hold several (PRS_SOMEIP, UDP binding); `size`
+/// becomes the number of bytes that it takes. Returns nothing if the rest of the datagram is
+/// shorter than a header, the length field does not fit it, the protocol version is not 1 or the
+/// message type is unknown; `problem` is then the reason.
 std::optional<Message> Decode(const std::uint8_t* data, std::size_t& size, std::string& problem);
 
-/// Reads a whole datagram: hands each message to `take`, and calls `drop` with the problem at the
-/// first one that can't be read, where it ends.
+/// Reads a whole datagram: calls `take` with each message, and `drop` with the reason at the first
+/// malformed one, where it ends.
 void DecodeAll(const std::uint8_t* data, std::size_t size,
                const std::function<void(const Message&)>& take,
                const std::function<void(const std::string&)>& drop);

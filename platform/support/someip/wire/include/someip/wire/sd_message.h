@@ -20,7 +20,7 @@ constexpr std::uint16_t kAnyInstanceId = 0xFFFF;
 constexpr std::uint8_t kAnyMajorVersion = 0xFF;
 constexpr std::uint32_t kAnyMinorVersion = 0xFFFFFFFF;
 
-/// Time to live, in seconds, of what holds until its sender's next reboot.
+/// Time to live for "until the sender's next reboot".
 constexpr std::uint32_t kTtlUntilReboot = 0xFFFFFF;
 
 /// Most entries, and most options, that one message may have; an option's index has eight bits.
@@ -46,7 +46,7 @@ struct SdEntry {
     std::uint32_t ttl{0};
     /// Of Find and Offer.
     std::uint32_t minorVersion{0};
-    /// Of Subscribe and its answer: tells apart subscriptions of one subscriber; 4 bits.
+    /// Of Subscribe and its answer: distinguishes subscriptions of one subscriber; 4 bits.
     std::uint8_t counter{0};
     std::uint16_t eventgroupId{0};
     /// IPv4 endpoint options with UDP, in the entry's order. Other kinds of options are left out.
@@ -69,8 +69,8 @@ struct SdMessage {
 /// One SOME/IP message with `sd` as its payload. At most kMaxSdItems entries.
 Message ToMessage(const SdMessage& sd, std::uint16_t sessionId);
 
-/// Nothing comes back if the message is none of service discovery, or if its arrays do not fit its
-/// payload or have more than kMaxSdItems items; `problem` then says why.
+/// Returns nothing if the message does not belong to service discovery, or if its arrays do not fit
+/// its payload or have more than kMaxSdItems items; `problem` is then the reason.
 std::optional<SdMessage> ParseSdMessage(const Message& message, std::string& problem);
 
 }  // namespace someip

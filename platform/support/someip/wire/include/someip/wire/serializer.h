@@ -23,12 +23,12 @@ public:
     /// Member of wire type 7: tag, length in 4 bytes, the raw bytes.
     void WriteByteArrayMember(std::uint16_t dataId, const std::vector<std::uint8_t>& bytes);
 
-    /// Leaves room for a length field of 4 bytes; `EndLength` with the result of this call fills
-    /// in the number of bytes written in between.
+    /// Reserves a length field of 4 bytes; `EndLength` with the result of this call sets it to the
+    /// number of bytes written in between.
     std::size_t BeginLength();
     void EndLength(std::size_t begin);
 
-    /// Hands the bytes over and starts anew.
+    /// Returns the bytes and clears the serializer.
     std::vector<std::uint8_t> Take();
 
 private:
