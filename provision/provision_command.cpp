@@ -1,9 +1,7 @@
 #include "provision/provision_command.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +14,8 @@
 #include <pki_support/file_access.h>
 #include <pki_support/pki_error.h>
 #include <pki_support/vehicle_identity.h>
+
+#include <command_line/run_program.h>
 
 #include "logging/qel_logging.h"
 #include "orv_sec_crypto/store_administration.h"
@@ -404,43 +404,38 @@ Command AddRemove(CLI::App& app, Arguments& arguments) {
             }};
 }
 
+command_line::Action AddCommands(CLI::App& app, Arguments& arguments, std::ostream& output) {
+    app.require_subcommand(1);
+    app.add_option("--store", arguments.store,
+                   "directory of the secure store (environment: ORV_CRYPTO_DIR)")
+        ->capture_default_str();
+    // In the order of the help text.
+    const std::vector<Command> commands{
+        AddInit(app, arguments),   AddBase(app, arguments),   AddRoot(app, arguments),
+        AddShow(app, arguments),   AddExport(app, arguments), AddVerify(app, arguments),
+        AddStatus(app, arguments), AddRemove(app, arguments),
+    };
+    return [commands, &output] {
+        const auto& command =
+            *std::find_if(commands.begin(), commands.end(),
+                          [](const Command& candidate) { return candidate.app->parsed(); });
+        qel_logging::QELLogging::InitLogging("PROV", command.logLevel);
+        return command.run(output);
+    };
+}
+
 }  // namespace
 
 int RunProvisionCommand(int argc, const char* const* argv, std::ostream& output,
                         std::ostream& errors) {
     Arguments arguments;
-    CLI::App app(
-        "Does the factory's work on a unit's secure store. Input that does not fit is refused with "
-        "exit status 1 and leaves the store as it was. No command ever prints a private key. show, "
-        "export, verify and status work beside the running service.",
-        "vintrel-provision");
-    app.require_subcommand(1);
-    app.add_option("--store", arguments.store,
-                   "directory of the secure store (environment: ORV_CRYPTO_DIR)")
-        ->capture_default_str();
-
-    // In the order of the help text.
-    const std::array<Command, 8> commands{
-        AddInit(app, arguments),   AddBase(app, arguments),   AddRoot(app, arguments),
-        AddShow(app, arguments),   AddExport(app, arguments), AddVerify(app, arguments),
-        AddStatus(app, arguments), AddRemove(app, arguments),
-    };
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error, output, errors);
-    }
-    const auto& command =
-        *std::find_if(commands.begin(), commands.end(),
-                      [](const Command& candidate) { return candidate.app->parsed(); });
-    qel_logging::QELLogging::InitLogging("PROV", command.logLevel);
-    try {
-        return command.run(output);
-    } catch (const std::exception& error) {
-        errors << "vintrel-provision: " << error.what() << std::endl;
-        return 1;
-    }
+    return command_line::RunProgram(
+        {"vintrel-provision",
+         "Does the factory's work on a unit's secure store. Input that does not fit is refused "
+         "with exit status 1 and leaves the store as it was. No command ever prints a private key. "
+         "show, export, verify and status work beside the running service.",
+         argc, argv, output, errors},
+        [&](CLI::App& app) { return AddCommands(app, arguments, output); });
 }
 
 }  // namespace provision

@@ -1,7 +1,6 @@
 #include "simulator/backend/backend_command.h"
 
 #include <csignal>
-#include <exception>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -10,6 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <pki_support/file_access.h>
 #include <unistd.h>
+
+#include <command_line/run_program.h>
 
 #include "simulator/backend/command_interpreter.h"
 #include "simulator/backend/enrolment_service.h"
@@ -94,23 +95,18 @@ void Serve(const Arguments& arguments, std::ostream& output) {
 int RunBackendCommand(int argc, const char* const* argv, std::ostream& output,
                       std::ostream& errors) {
     Arguments arguments;
-    CLI::App app(
-        "Plays the key-management service: takes certificate requests over HTTP/1.1 on 127.0.0.1, "
-        "checks them and issues client certificates. Ends on SIGTERM or SIGINT.",
-        "vintrel-backend");
-    AddOptions(app, arguments);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error, output, errors);
-    }
-    try {
-        Serve(arguments, output);
-        return 0;
-    } catch (const std::exception& error) {
-        errors << "vintrel-backend: " << error.what() << std::endl;
-        return 1;
-    }
+    return command_line::RunProgram(
+        {"vintrel-backend",
+         "Plays the key-management service: takes certificate requests over HTTP/1.1 on 127.0.0.1, "
+         "checks them and issues client certificates. Ends on SIGTERM or SIGINT.",
+         argc, argv, output, errors},
+        [&](CLI::App& app) {
+            AddOptions(app, arguments);
+            return [&] {
+                Serve(arguments, output);
+                return 0;
+            };
+        });
 }
 
 }  // namespace simulator::backend

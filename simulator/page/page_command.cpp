@@ -1,13 +1,14 @@
 #include "simulator/page/page_command.h"
 
 #include <cstdint>
-#include <exception>
 #include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#include <command_line/run_program.h>
 
 #include "simulator/page/page_server.h"
 
@@ -53,16 +54,7 @@ void Serve(const Arguments& arguments, std::ostream& output) {
     server.Run();
 }
 
-}  // namespace
-
-int RunPageCommand(int argc, const char* const* argv, std::ostream& output, std::ostream& errors) {
-    Arguments arguments;
-    CLI::App app(
-        "Serves a page on 127.0.0.1 that turns the ignition of units and shows what they do. "
-        "Prints "
-        "its address, which only its reader can know. Ends on SIGTERM or SIGINT, and with it the "
-        "services that were started by the page.",
-        "vintrel-page");
+void AddOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--port", arguments.port, "TCP port, 0 for any free one")->capture_default_str();
     app.add_option("--runner", arguments.runner, "the program tools/unit")
         ->required()
@@ -72,18 +64,25 @@ int RunPageCommand(int argc, const char* const* argv, std::ostream& output, std:
                    "directories of units, each with unit/, logs/ and backend.sock")
         ->required()
         ->check(CLI::ExistingDirectory);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error, output, errors);
-    }
-    try {
-        Serve(arguments, output);
-        return 0;
-    } catch (const std::exception& error) {
-        errors << "vintrel-page: " << error.what() << std::endl;
-        return 1;
-    }
+}
+
+}  // namespace
+
+int RunPageCommand(int argc, const char* const* argv, std::ostream& output, std::ostream& errors) {
+    Arguments arguments;
+    return command_line::RunProgram(
+        {"vintrel-page",
+         "Serves a page on 127.0.0.1 that turns the ignition of units and shows what they do. "
+         "Prints its address, which only its reader can know. Ends on SIGTERM or SIGINT, and with "
+         "it the services that were started by the page.",
+         argc, argv, output, errors},
+        [&](CLI::App& app) {
+            AddOptions(app, arguments);
+            return [&] {
+                Serve(arguments, output);
+                return 0;
+            };
+        });
 }
 
 }  // namespace simulator::page

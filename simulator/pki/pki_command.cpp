@@ -1,7 +1,6 @@
 #include "simulator/pki/pki_command.h"
 
 #include <chrono>
-#include <exception>
 #include <ostream>
 #include <string>
 
@@ -9,6 +8,8 @@
 #include <openssl/crypto.h>
 #include <pki_support/file_access.h>
 #include <pki_support/vehicle_identity.h>
+
+#include <command_line/run_program.h>
 
 #include "simulator/pki/pki_directory.h"
 
@@ -32,15 +33,7 @@ void WriteUnit(const Arguments& arguments) {
     pki_support::WriteFile(arguments.output, text.text, pki_support::kSecretMode);
 }
 
-}  // namespace
-
-int RunPkiCommand(int argc, const char* const* argv, std::ostream& output, std::ostream& errors) {
-    Arguments arguments;
-    CLI::App app(
-        "Makes the certificates around a unit: those of its factory, which prove to the backend "
-        "what unit a request comes from, and those of the product PKI, which issues client "
-        "certificates.",
-        "vintrel-pki");
+command_line::Action AddCommands(CLI::App& app, Arguments& arguments) {
     app.require_subcommand(1);
     CLI::App* create = app.add_subcommand(
         "create",
@@ -54,22 +47,27 @@ int RunPkiCommand(int argc, const char* const* argv, std::ostream& output, std::
     unit->add_option("--out", arguments.output,
                      "file for the private key and the certificate chain, in PEM (mode 0600)")
         ->required();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error, output, errors);
-    }
-    try {
+    return [create, &arguments] {
         if (create->parsed()) {
             CreatePki(arguments.directory, std::chrono::system_clock::now());
         } else {
             WriteUnit(arguments);
         }
         return 0;
-    } catch (const std::exception& error) {
-        errors << "vintrel-pki: " << error.what() << std::endl;
-        return 1;
-    }
+    };
+}
+
+}  // namespace
+
+int RunPkiCommand(int argc, const char* const* argv, std::ostream& output, std::ostream& errors) {
+    Arguments arguments;
+    return command_line::RunProgram(
+        {"vintrel-pki",
+         "Makes the certificates around a unit: those of its factory, which prove to the backend "
+         "what unit a request comes from, and those of the product PKI, which issues client "
+         "certificates.",
+         argc, argv, output, errors},
+        [&](CLI::App& app) { return AddCommands(app, arguments); });
 }
 
 }  // namespace simulator::pki

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -170,8 +171,88 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
         ->capture_default_str();
 }
 
+/// What the command line says, as its texts.
+struct Arguments {
+    Options options;
+    std::string root;
+    bool rootInUnit{false};
+    std::string clamp{"off"};
+    std::string immobilizer{"up"};
+    std::string session{ToText(options.session)};
+    std::string activation{"on"};
+    std::string connection{ToText(options.connection)};
+};
+
+/// Adds the options for where the unit's files and sockets are.
+void AddPathOptions(CLI::App& app, Arguments& arguments) {
+    app.add_option("--root", arguments.root,
+                   "directory before all the unit's paths that are not given");
+    app.add_flag("--root-in-unit", arguments.rootInUnit,
+                 "the unit sees the root directory as /: paths inside its files go without it");
+    for (const UnitPath& path : kPaths) {
+        app.add_option(path.option, arguments.options.*path.field,
+                       std::string(path.help) + " (default: <root>" + path.path + ")");
+    }
+}
+
+/// Adds the options for the state that the vehicle starts in.
+void AddStateOptions(CLI::App& app, Arguments& arguments) {
+    app.add_option("--vin", arguments.options.vin, "VIN of the immobilizer")
+        ->default_val("VNTREL00000000001");
+    app.add_option("--clamp", arguments.clamp, "Clamp 15 at start")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->capture_default_str();
+    app.add_option("--immobilizer", arguments.immobilizer, "immobilizer service at start")
+        ->check(CLI::IsMember({"up", "down"}))
+        ->capture_default_str();
+    app.add_option("--session", arguments.session, "connector session at start")
+        ->check(OneOf(kSessions))
+        ->capture_default_str();
+    app.add_option("--activation", arguments.activation,
+                   "activation of the transaction type at start")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->capture_default_str();
+    app.add_option("--connection", arguments.connection, "connection state at start")
+        ->check(OneOf(kConnections))
+        ->capture_default_str();
+}
+
+/// Adds the options for the diagnostic information.
+void AddEcuOptions(CLI::App& app, Options& options) {
+    app.add_option("--ecu-sw", options.swVersion, "software version")->default_val("0209");
+    app.add_option("--ecu-hw", options.hwVersion, "hardware version")->default_val("H01");
+    app.add_option("--ecu-part", options.partNumber, "part number")->default_val("VN035000A01");
+    app.add_option("--ecu-address", options.diagnosticAddress, "diagnostic address")
+        ->default_val("0xC003");
+}
+
 std::string Absolute(const std::string& path) {
     return std::filesystem::absolute(path).lexically_normal().string();
+}
+
+void SetPaths(const Arguments& arguments, Options& options) {
+    for (const UnitPath& path : kPaths) {
+        std::string& value = options.*path.field;
+        const bool isDefault = value.empty();
+        if (isDefault) {
+            value.append(arguments.root).append(path.path);
+        }
+        value = Absolute(value);
+        if (path.field == &Options::serviceSocketPath) {
+            options.serviceSocketPathInUnit = isDefault && arguments.rootInUnit ? path.path : value;
+        }
+    }
+}
+
+Options OptionsOf(const Arguments& arguments) {
+    Options options = arguments.options;
+    SetPaths(arguments, options);
+    options.clamp15On = arguments.clamp == "on";
+    options.immobilizerUp = arguments.immobilizer == "up";
+    options.session = ParseSession(arguments.session).value_or(options.session);
+    options.activated = arguments.activation == "on";
+    options.connection = ParseConnection(arguments.connection).value_or(options.connection);
+    return options;
 }
 
 }  // namespace
@@ -192,28 +273,11 @@ const char* ToText(ConnectionState state) {
     return Name(kConnections, state);
 }
 
-std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& exitStatus) {
-    Options options;
-    std::string root;
-    bool rootInUnit = false;
-    std::string clamp = "off";
-    std::string immobilizer = "up";
-    std::string session = ToText(options.session);
-    std::string activation = "on";
-    std::string connection = ToText(options.connection);
-
-    CLI::App app(
-        "Plays the vehicle around the control unit: clamp control, immobilizer, diagnostic "
-        "information, TLS alerts and the state of the data link. Takes commands, one per line, "
-        "from standard input and from the control socket; the command \"help\" lists them.",
-        "vintrel-vehicle");
-    app.add_option("--root", root, "directory before all the unit's paths that are not given");
-    app.add_flag("--root-in-unit", rootInUnit,
-                 "the unit sees the root directory as /: paths inside its files go without it");
-    for (const UnitPath& path : kPaths) {
-        app.add_option(path.option, options.*path.field,
-                       std::string(path.help) + " (default: <root>" + path.path + ")");
-    }
+std::function<Options()> AddOptions(CLI::App& app) {
+    const auto arguments = std::make_shared<Arguments>();
+    Options& options = arguments->options;
+    // In the order of the help text.
+    AddPathOptions(app, *arguments);
     app.add_option("--ready-file", options.readyFile,
                    "file to make once all is served, instead of the line \"ready\"");
     app.add_flag("--stdin", options.endWithInput, "end at the end of standard input");
@@ -222,51 +286,9 @@ std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& 
         ->default_val("https://localhost:8443/certificates");
     AddSocketOptions(app, options.backendSockets);
     AddNetworkOptions(app, options);
-    app.add_option("--vin", options.vin, "VIN of the immobilizer")
-        ->default_val("VNTREL00000000001");
-    app.add_option("--clamp", clamp, "Clamp 15 at start")
-        ->check(CLI::IsMember({"on", "off"}))
-        ->capture_default_str();
-    app.add_option("--immobilizer", immobilizer, "immobilizer service at start")
-        ->check(CLI::IsMember({"up", "down"}))
-        ->capture_default_str();
-    app.add_option("--session", session, "connector session at start")
-        ->check(OneOf(kSessions))
-        ->capture_default_str();
-    app.add_option("--activation", activation, "activation of the transaction type at start")
-        ->check(CLI::IsMember({"on", "off"}))
-        ->capture_default_str();
-    app.add_option("--connection", connection, "connection state at start")
-        ->check(OneOf(kConnections))
-        ->capture_default_str();
-    app.add_option("--ecu-sw", options.swVersion, "software version")->default_val("0209");
-    app.add_option("--ecu-hw", options.hwVersion, "hardware version")->default_val("H01");
-    app.add_option("--ecu-part", options.partNumber, "part number")->default_val("VN035000A01");
-    app.add_option("--ecu-address", options.diagnosticAddress, "diagnostic address")
-        ->default_val("0xC003");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        exitStatus = app.exit(error);
-        return std::nullopt;
-    }
-    for (const UnitPath& path : kPaths) {
-        std::string& value = options.*path.field;
-        const bool isDefault = value.empty();
-        if (isDefault) {
-            value.append(root).append(path.path);
-        }
-        value = Absolute(value);
-        if (path.field == &Options::serviceSocketPath) {
-            options.serviceSocketPathInUnit = isDefault && rootInUnit ? path.path : value;
-        }
-    }
-    options.clamp15On = clamp == "on";
-    options.immobilizerUp = immobilizer == "up";
-    options.session = ParseSession(session).value_or(options.session);
-    options.activated = activation == "on";
-    options.connection = ParseConnection(connection).value_or(options.connection);
-    return options;
+    AddStateOptions(app, *arguments);
+    AddEcuOptions(app, options);
+    return [arguments] { return OptionsOf(*arguments); };
 }
 
 }  // namespace simulator::vehicle

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,10 @@
 #include <zem_connector/zem_service_controller_callback_if.h>
 
 #include "zem_connector_host/operation_settings.h"
+
+namespace CLI {
+class App;
+}
 
 namespace simulator::vehicle {
 
@@ -54,9 +59,9 @@ struct Options {
     std::string partNumber;
 };
 
-/// Reads the command line. Nothing comes back if the program is to end at once with `exitStatus`,
-/// after help or a usage error has been printed.
-std::optional<Options> ParseCommandLine(int argc, const char* const* argv, int& exitStatus);
+/// Adds the program's options to a parser. The result gives what they say once the parser has read
+/// a command line.
+std::function<Options()> AddOptions(CLI::App& app);
 
 /// The texts that commands and options use. Upper and lower case count alike when
 /// reading. Nothing for a text that is none of them.

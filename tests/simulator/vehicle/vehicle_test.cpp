@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
@@ -32,7 +33,6 @@ namespace {
 
 using simulator::vehicle::CommandInterpreter;
 using simulator::vehicle::Options;
-using simulator::vehicle::ParseCommandLine;
 using simulator::vehicle::Vehicle;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -45,13 +45,10 @@ std::string ReadFile(const std::string& path) {
 
 Options OptionsFor(std::vector<const char*> arguments) {
     arguments.insert(arguments.begin(), "vintrel-vehicle");
-    int exitStatus = 0;
-    const auto options =
-        ParseCommandLine(static_cast<int>(arguments.size()), arguments.data(), exitStatus);
-    if (!options) {
-        throw std::runtime_error("options refused");
-    }
-    return *options;
+    CLI::App app;
+    const auto options = simulator::vehicle::AddOptions(app);
+    app.parse(static_cast<int>(arguments.size()), arguments.data());
+    return options();
 }
 
 TEST(VehicleOptions, PathsStandBelowTheRootUnlessTheyAreGiven) {
