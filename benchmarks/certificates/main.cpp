@@ -269,7 +269,7 @@ void CompareCalculations(const Comparison& comparison, const Authority& authorit
          }});
 }
 
-void CompareChanges(const Comparison& comparison, const UnitStore& ours, BareUnit& bare) {
+void ComparePendingPairs(const Comparison& comparison, const UnitStore& ours, BareUnit& bare) {
     Key key;
     comparison.Stores(
         "key pair made",
@@ -302,7 +302,9 @@ void CompareChanges(const Comparison& comparison, const UnitStore& ours, BareUni
                                             bare.OpenPair(bare.file, kPending).get()) == 1);
              bare.file.Put({{kPending + " chain", bareChain}});
          }});
+}
 
+void CompareAcceptance(const Comparison& comparison, const UnitStore& ours, BareUnit& bare) {
     comparison.Stores(
         "key pair moved",
         {[&] {
@@ -328,22 +330,28 @@ void CompareChanges(const Comparison& comparison, const UnitStore& ours, BareUni
         {[&] { ours.NewPair(kPending); },
          [&] { Require(ours.store->deleteKeyPair(ours.KeyId(kPending))); }},
         {[&] { bare.PutPair(bare.file, kPending); }, [&] { bare.file.Remove(kPending); }});
+}
 
+void CompareCertificates(const Comparison& comparison, const UnitStore& ours, BareUnit& bare) {
+    ByteVector certificate;
+    std::string bareCertificate;
     const auto scratch = Take(ours.store->makeCertId(kScratch));
     comparison.Stores(
         "certificate stored",
         {[&] {
              ours.NewPair(kPending);
-             chain = Take(ours.handler->splitCertificatesChain(ours.ChainFor(kPending))).front();
+             certificate =
+                 Take(ours.handler->splitCertificatesChain(ours.ChainFor(kPending))).front();
          },
-         [&] { Require(ours.store->storeCertificate(scratch, chain)); }},
+         [&] { Require(ours.store->storeCertificate(scratch, certificate)); }},
         {[&] {
              bare.PutPair(bare.memory, kPending);
-             bareChain = ToPem(ParseChain(bare.memory.Get(kPending + " chain")).front().get());
+             bareCertificate =
+                 ToPem(ParseChain(bare.memory.Get(kPending + " chain")).front().get());
          },
          [&] {
-             FromPem(bareChain);
-             bare.file.Put({{kScratch, bareChain}});
+             FromPem(bareCertificate);
+             bare.file.Put({{kScratch, bareCertificate}});
          }});
 }
 
@@ -363,7 +371,9 @@ int main(int argc, char* argv[]) {
         BareUnit bare(authority, directory + "/bare-store.db");
         const Comparison comparison(rounds);
         CompareCalculations(comparison, authority, ours, bare);
-        CompareChanges(comparison, ours, bare);
+        ComparePendingPairs(comparison, ours, bare);
+        CompareAcceptance(comparison, ours, bare);
+        CompareCertificates(comparison, ours, bare);
         return 0;
     } catch (const std::exception& exception) {
         std::cerr << exception.what() << std::endl;
