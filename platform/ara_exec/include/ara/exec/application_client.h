@@ -19,7 +19,7 @@ enum class ApplicationState : std::uint8_t {
 class ApplicationClient {
 public:
     /// Returns true on failure. A process that nobody supervises ($NOTIFY_SOCKET is not set) has
-    /// nobody to tell, which is no failure. May be called from any thread.
+    /// nobody to report to, which is no failure. May be called from any thread.
     bool ReportApplicationState(ApplicationState state) const;
 };
 

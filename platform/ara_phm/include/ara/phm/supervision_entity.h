@@ -19,7 +19,7 @@ public:
     explicit SupervisionEntity(const Phm_client_interface& client);
 
     /// May be called from any thread. A process that nobody supervises ($NOTIFY_SOCKET is not set)
-    /// has nobody to tell; if telling the supervisor fails, throws std::runtime_error.
+    /// has nobody to report to; a report that fails throws std::runtime_error.
     void CheckpointReached(unsigned short supervisionEntityId, unsigned short checkpointId) const;
 
 private:
