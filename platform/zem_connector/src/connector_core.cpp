@@ -39,8 +39,8 @@ NameLookupResult LookUp(const NameLookup& lookup, const std::string& host, unsig
     }
 }
 
-/// OpenSSL writes to sockets in a way that raises SIGPIPE for a peer that has gone. Blocked, it
-/// stays with this thread and never gets to the process's handler.
+/// OpenSSL's socket writes raise SIGPIPE when the peer has closed. Blocked, the signal stays
+/// pending on this thread and never reaches the process's handler.
 void BlockBrokenPipes() {
     sigset_t signals{};
     sigaddset(&signals, SIGPIPE);
@@ -64,7 +64,7 @@ SessionStatus ConnectorCore::Open() {
     Load();
     mSession = mFile.sessionStatus;
     mOpen = mSession != SessionStatus::kRejected;
-    // Idle would mean that no session comes; but the file may bring one at any time.
+    // Idle would mean that no session will start; but a change of the file may start one any time.
     return mSession == SessionStatus::kIdle ? SessionStatus::kStarting : mSession.load();
 }
 
@@ -153,7 +153,7 @@ bool ConnectorCore::Subscribe(std::string transactionType,
 
 void ConnectorCore::AddSubscription(std::string transactionType,
                                     ZemServiceControllerCallbackIf* callback) {
-    // Who subscribes again gets the present state again, but each change only once.
+    // A repeated subscription replaces the first: the current state again, each change only once.
     mSubscriptions.remove_if([&](const Subscription& subscription) {
         return subscription.callback == callback && subscription.transactionType == transactionType;
     });
@@ -334,8 +334,8 @@ void ConnectorCore::StartLookup(int attemptId, const std::string& host, unsigned
         attempt->UseAddresses({{{address, port}}, host::kSocketConnected, {}});
         return;
     }
-    // The system's resolver can't be interrupted, so its thread is left to itself: it holds
-    // nothing of ours but a weak reference.
+    // The system's resolver can't be interrupted, so its thread is detached and holds only a weak
+    // reference to this object.
     const auto run = [weak = weak_from_this(), count = mLookupCount, lookup = mLookup, attemptId,
                       host, port] {
         const NameLookupResult result = LookUp(lookup, host, port);
@@ -372,7 +372,7 @@ void ConnectorCore::OnAttemptDone(int attemptId, const std::string& peer, Connec
     if (result.status != host::kSocketConnected) {
         Log().Warn("Can't connect to " + peer + ": " + result.detail);
     }
-    // Whoever is called owns the descriptor from then on, also if it throws.
+    // From the call on the receiver owns the descriptor, even if it throws.
     Deliver([&] { callback->ZemSocketResult({result.status, result.descriptor.Release()}); });
 }
 

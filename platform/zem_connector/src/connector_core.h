@@ -20,21 +20,21 @@
 
 namespace zem_connector {
 
-/// What the library does on its own thread: watches its file, answers, and connects.
+/// The library's worker: watches the file, answers queries and connects sockets on its own thread.
 ///
 /// The thread shares the ownership with the `ZemConnector`, since a callback may destroy that.
 /// Operations that return a `bool` queue their work; every callback comes from `Run`, and none
 /// once `Close` was called, except for the one that is running.
 class ConnectorCore : public std::enable_shared_from_this<ConnectorCore> {
 public:
-    /// `sessionCallback` is not owned and may be null. `lookup` runs on threads of its own, which
-    /// nobody waits for.
+    /// `sessionCallback` is not owned and may be null. `lookup` runs on
+    /// detached threads.
     ConnectorCore(std::string path, ZemSessionCallbackIf* sessionCallback, NameLookup lookup);
 
     /// Reads the file and begins to watch it. To be called once, before `Run`.
     SessionStatus Open();
 
-    /// The thread's work; returns after `Close`.
+    /// The thread's function; returns after `Close`.
     void Run();
 
     /// Any thread; does not wait.
@@ -45,7 +45,7 @@ public:
 
     bool Subscribe(std::string transactionType, ZemServiceControllerCallbackIf* callback);
     bool QueryUrl(std::string operationId, ZemServiceControllerCallbackIf* callback);
-    /// The operation's entry in the file says how.
+    /// Connects by proxy and with TLS as the operation's entry in the file demands.
     bool Connect(std::string operationId, std::string host, unsigned short port,
                  ZemSocketCallbackIf* callback);
 
@@ -64,7 +64,7 @@ private:
         std::unique_ptr<boost::asio::steady_timer> timer;
     };
 
-    /// False, with a line in the log and everything as it was, if the file can't be used.
+    /// False if the file is unusable; logs the cause and keeps the last good state.
     bool Load();
     void OnFileChanged();
     host::TransactionType StateOf(const std::string& transactionType) const;
@@ -84,7 +84,7 @@ private:
     void StartAttempt(const std::string& operationId, const std::string& host, unsigned short port,
                       ZemSocketCallbackIf* callback);
     void StartLookup(int attemptId, const std::string& host, unsigned short port);
-    /// Throws std::runtime_error if what the operation's entry asks for can't be had.
+    /// Throws std::runtime_error if the operation's TLS settings are unusable.
     ConnectionPlan PlanFor(const std::string& operationId, ProxyTarget target) const;
     void OnAttemptDone(int attemptId, const std::string& peer, ConnectionResult result,
                        ZemSocketCallbackIf* callback);
@@ -104,7 +104,7 @@ private:
     std::atomic<std::thread::id> mThreadId{};
     std::atomic<SessionStatus> mSession{SessionStatus::kStarting};
     std::atomic<int> mAttemptCount{0};
-    /// Outlives this object together with a look-up that nobody waits for any more.
+    /// Shared with detached look-ups, which may outlive this object.
     std::shared_ptr<std::atomic<int>> mLookupCount;
 
     host::ConnectorFile mFile;

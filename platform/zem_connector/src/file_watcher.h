@@ -14,7 +14,7 @@ namespace zem_connector {
 /// Reports when a file was replaced, rewritten or removed.
 ///
 /// It watches the file's directory, so the file need not exist. While the directory itself does
-/// not exist, it looks for it twice a second.
+/// not exist, it polls for it every 500 ms. Runs on the thread of the context.
 class FileWatcher {
 public:
     /// `changed` is called on the thread that runs `context`.

@@ -13,20 +13,21 @@
 
 namespace zem_connector::host {
 
-/// Takes the members of one JSON object out by key; what nobody took is unknown.
+/// Reads the members of one JSON object by key and keeps track of the keys that were not read.
 ///
 /// Throws std::runtime_error with a text for the log on a value of the wrong type or out of range.
 class JsonMembers {
 public:
     using Json = nlohmann::json;
 
-    /// `where` is the object's name in texts. The object must outlive this one.
+    /// `where` is the object's name in messages. The object must outlive this one.
     JsonMembers(const Json& object, std::string where);
 
     /// Calls `read` if the key is there.
     void Take(const std::string& key, const std::function<void(const Json&)>& read);
-    /// Throws if the key is not there.
+    /// Throws if the key is missing.
     void RequireKey(const std::string& key) const;
+    /// The same, then as `Take`.
     void Require(const std::string& key, const std::function<void(const Json&)>& read);
 
     /// The index of a name is the value of the enumeration.
@@ -44,9 +45,10 @@ public:
         });
     }
 
+    /// Milliseconds, from `least` to 10 minutes.
     void TakeTimeout(const std::string& key, std::int64_t least, std::chrono::milliseconds& value);
 
-    /// Adds a line for each key that nobody took.
+    /// Adds a warning for each key that was not read.
     void WarnOfRest(std::vector<std::string>& warnings) const;
 
     std::string Name(const std::string& key) const { return mWhere + "." + key; }

@@ -20,13 +20,14 @@ struct NameLookupResult {
     std::string detail;
 };
 
-/// Finds a host's addresses in the order in which they are to be tried. May block for long.
+/// Resolves a host name to addresses in the order of preference. May block for long.
 using NameLookup = std::function<NameLookupResult(const std::string& host, unsigned short port)>;
 
-/// Look-up by the system's resolver; at most the first 16 addresses count.
+/// Look-up by the system's resolver; at most 16 addresses, their families
+/// interleaved. Any thread; blocks.
 NameLookupResult SystemNameLookup(const std::string& host, unsigned short port);
 
-/// The addresses with the families in turn, beginning with the first one's; the order within a
+/// Interleaves the address families, starting with that of the first address; the order within a
 /// family stays (RFC 8305, section 4).
 Endpoints InterleaveFamilies(const Endpoints& addresses);
 

@@ -67,7 +67,7 @@ void ProxyHandshake::AwaitAnswer() {
 }
 
 void ProxyHandshake::ReadAnswer() {
-    // Only peeks at first: what follows the answer belongs to whoever uses the socket next.
+    // Peeks first: the bytes behind the answer are the peer's, for the socket's next reader.
     std::array<char, kChunkSize> chunk{};
     boost::system::error_code error;
     const std::size_t size =

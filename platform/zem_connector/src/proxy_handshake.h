@@ -11,11 +11,10 @@
 
 namespace zem_connector {
 
-/// Asks a proxy, to which a socket is connected already, for a connection to a target.
+/// Requests a connection to the target from a proxy, over a socket that is connected to the proxy.
 ///
-/// It reads to the end of the proxy's answers and not a byte further. There is no limit of time;
-/// whoever drops the last reference ends it. All happens on the thread that runs the socket's
-/// context.
+/// Reads to the end of the proxy's answers and not a byte further. There is no time limit;
+/// releasing the last reference cancels it. Runs on the thread of the socket's context.
 class ProxyHandshake : public std::enable_shared_from_this<ProxyHandshake> {
 public:
     using Socket = boost::asio::ip::tcp::socket;

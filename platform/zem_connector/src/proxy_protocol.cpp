@@ -30,7 +30,7 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-/// The answer so far, if nothing speaks against it but its length.
+/// The result for an answer that is valid so far: incomplete, or malformed if too long.
 ProxyAnswer Incomplete(std::string_view bytes) {
     return {bytes.size() < kMaxProxyAnswerSize ? State::kIncomplete : State::kMalformed, 0, 0};
 }
@@ -172,7 +172,7 @@ ProxyAnswer ParseSocks5ConnectAnswer(std::string_view bytes) {
     }
     const int reply = ByteAt(bytes, 1);
     if (reply != 0) {
-        // Many a proxy leaves it at that.
+        // Many proxies report no more than that.
         return {State::kRefused, 2, reply};
     }
     if (bytes.size() <= kHeadSize) {

@@ -8,7 +8,7 @@
 
 namespace zem_connector {
 
-/// What the bytes received from a proxy since the last request are, as far as they go.
+/// Result of parsing what a proxy has sent since the last request.
 struct ProxyAnswer {
     enum class State { kIncomplete, kAccepted, kRefused, kMalformed };
 
@@ -19,7 +19,7 @@ struct ProxyAnswer {
     int code{0};
 };
 
-/// No answer may be longer; each parser says so by `kMalformed`.
+/// Longest answer in bytes; a longer one is `kMalformed`.
 constexpr std::size_t kMaxProxyAnswerSize = 8192;
 
 /// A host, which must satisfy `IsHostName`, and its port.
@@ -28,7 +28,7 @@ struct ProxyTarget {
     unsigned short port{0};
 };
 
-/// What the proxy knows its user by; an empty user stands for none. At most 255 bytes each.
+/// The user's credentials at the proxy, at most 255 bytes each; an empty user stands for none.
 struct ProxyCredentials {
     std::string user;
     std::string password;
@@ -39,7 +39,7 @@ std::string HttpConnectRequest(const ProxyTarget& target, const ProxyCredentials
 /// Interim responses in front of the final one are part of the answer.
 ProxyAnswer ParseHttpConnectAnswer(std::string_view bytes);
 
-/// RFC 1928, section 3: the methods that we know.
+/// RFC 1928, section 3: offers the authentication methods that are supported.
 std::string Socks5Greeting(bool hasCredentials);
 /// `code` is the method; one that was not offered is malformed.
 ProxyAnswer ParseSocks5Method(std::string_view bytes, bool hasCredentials);
@@ -49,10 +49,10 @@ constexpr int kSocks5UserPassword = 2;
 std::string Socks5Credentials(const ProxyCredentials& credentials);
 ProxyAnswer ParseSocks5CredentialsAnswer(std::string_view bytes);
 
-/// RFC 1928, section 4. A name is left to the proxy to look up.
+/// RFC 1928, section 4. Names are resolved by the proxy.
 std::string Socks5ConnectRequest(const ProxyTarget& target);
 ProxyAnswer ParseSocks5ConnectAnswer(std::string_view bytes);
-/// Some refusals name what happened between the proxy and the target.
+/// Maps a reply of RFC 1928, section 6, that reports a failure between the proxy and the target.
 host::SocketStatus StatusOfSocks5Reply(int reply);
 
 }  // namespace zem_connector

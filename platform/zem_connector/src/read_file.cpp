@@ -13,7 +13,7 @@
 namespace zem_connector {
 
 std::string ReadFile(const std::string& path, std::size_t limit) {
-    // Non-blocking, or a pipe in the file's place would hold us up.
+    // Non-blocking, or opening a pipe in the file's place would block.
     const posix::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.IsValid()) {
         throw std::runtime_error(std::strerror(errno));

@@ -58,7 +58,7 @@ void SocketAttempt::UseAddresses(const NameLookupResult& lookup) {
         return;
     }
     mStep = "connecting";
-    mRace = std::make_shared<AddressRace>(
+    mConnecting = std::make_shared<HappyEyeballs>(
         mContext, lookup.addresses,
         [weak = weak_from_this()](const boost::system::error_code& error, Socket socket) {
             const auto self = weak.lock();
@@ -66,7 +66,7 @@ void SocketAttempt::UseAddresses(const NameLookupResult& lookup) {
                 self->OnConnected(error, std::move(socket));
             }
         });
-    mRace->Start();
+    mConnecting->Start();
 }
 
 void SocketAttempt::OnConnected(const boost::system::error_code& error, Socket socket) {

@@ -14,7 +14,7 @@
 
 #include <posix/unique_fd.h>
 
-#include "address_race.h"
+#include "happy_eyeballs.h"
 #include "name_lookup.h"
 #include "proxy_handshake.h"
 #include "tls_stream.h"
@@ -25,7 +25,7 @@ namespace zem_connector {
 struct ConnectionPlan {
     ProxyTarget target;
     std::optional<host::ProxySettings> proxy;
-    /// Null for a connection in clear.
+    /// Null for a connection without TLS.
     SslPtr tls;
 
     /// The host whose addresses are to be looked up.
@@ -44,11 +44,11 @@ struct ConnectionResult {
     std::unique_ptr<TlsStream> stream;
 };
 
-/// Makes one connection within a time limit: to the host or its proxy, through the proxy, and
-/// protected where that is asked for. A step that fails ends the attempt; there is no way round it.
+/// Makes one connection within a time limit: to the host or its proxy, through the proxy, and with
+/// TLS where the plan has it. A step that fails ends the attempt; there is no fallback.
 ///
-/// All happens on the thread that runs the context. Whoever drops the last reference ends the
-/// attempt; a socket that nobody took over is closed.
+/// Runs on the thread of the context. Releasing the last reference cancels the attempt; a socket
+/// that was not handed over is closed.
 class SocketAttempt : public std::enable_shared_from_this<SocketAttempt> {
 public:
     /// Called once.
@@ -56,10 +56,10 @@ public:
 
     SocketAttempt(boost::asio::io_context& context, ConnectionPlan plan, Done done);
 
-    /// The limit runs from here on; the look-up counts.
+    /// The time limit, name look-up included, starts here.
     void Start(std::chrono::milliseconds limit);
 
-    /// The look-up has ended. Does nothing if the attempt has.
+    /// Passes the result of the look-up. Ignored after the attempt has ended.
     void UseAddresses(const NameLookupResult& lookup);
 
 private:
@@ -76,9 +76,9 @@ private:
     ConnectionPlan mPlan;
     Done mDone;
     boost::asio::steady_timer mTimer;
-    /// What is under way, for the log.
+    /// The current step, for the log.
     const char* mStep{"name look-up"};
-    std::shared_ptr<AddressRace> mRace;
+    std::shared_ptr<HappyEyeballs> mConnecting;
     std::shared_ptr<ProxyHandshake> mProxyHandshake;
     std::unique_ptr<TlsStream> mStream;
 };

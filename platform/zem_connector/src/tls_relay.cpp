@@ -67,7 +67,7 @@ void TlsRelay::EndPeer() {
         WaitForPeer(result, &TlsRelay::EndPeer);
         return;
     }
-    // A peer that has gone already can't be told any more, and need not.
+    // Fails if the peer has closed the connection, which needs no handling here.
     EndDirection(mUp);
 }
 
@@ -135,7 +135,7 @@ void TlsRelay::EndDirection(Direction& direction) {
 }
 
 void TlsRelay::End() {
-    // The owner drops the relay on this, but what called us holds on to it.
+    // The owner releases the relay in this call; the caller's handler still holds a reference.
     const auto ended = std::exchange(mEnded, nullptr);
     if (ended) {
         ended();
@@ -143,7 +143,7 @@ void TlsRelay::End() {
 }
 
 auto TlsRelay::Resume(Step step) {
-    // An error of a wait is for the step to find.
+    // The step itself reports the error of a wait.
     return [weak = weak_from_this(), step](const boost::system::error_code& error) {
         const auto self = weak.lock();
         if (self && self->mEnded && error != boost::asio::error::operation_aborted) {

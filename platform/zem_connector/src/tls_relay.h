@@ -14,20 +14,20 @@
 
 namespace zem_connector {
 
-/// Carries bytes between a client, which holds the other end of a socket pair, and its peer behind
-/// a protected connection.
+/// Relays bytes between a client, which holds the other end of a socket pair, and its peer behind a
+/// TLS connection.
 ///
-/// Each direction has one buffer and reads on only when that is empty: whoever is slow slows the
-/// other side down. Whoever sends much gets one buffer's turn at a time. A direction that ends is
-/// ended on the other side, too, and the opposite one goes on. Once the client has closed its
-/// socket, what it had sent still goes out, within a limit.
-/// All happens on the thread that runs the context; destroying the relay closes both ends.
+/// Each direction has one buffer and reads only when that is empty, which gives back pressure. The
+/// directions and relays take turns of one buffer. An end of stream is passed on, and the opposite
+/// direction continues (half-close). After the client has closed its socket, the bytes that it had
+/// sent are still flushed, within a time limit.
+/// Runs on the thread of the context; destroying the relay closes both ends.
 class TlsRelay : public std::enable_shared_from_this<TlsRelay> {
 public:
     using Client = boost::asio::local::stream_protocol::socket;
 
-    /// `peer` is its name in the log, `linger` the limit for what was sent before the close.
-    /// `ended` is called once, when there is nothing more to do.
+    /// `peer` is its name in the log, `linger` the time limit for flushing after the client's
+    /// close. `ended` is called once, when both directions have ended.
     TlsRelay(boost::asio::io_context& context, std::string peer, std::unique_ptr<TlsStream> stream,
              Client client, std::chrono::milliseconds linger, std::function<void()> ended);
 
@@ -37,10 +37,10 @@ private:
     using Step = void (TlsRelay::*)();
     using Result = TlsStream::Result;
 
-    /// What one record can hold.
+    /// The largest payload of one TLS record.
     static constexpr std::size_t kBufferSize = std::size_t{16} * 1024;
 
-    /// One direction's bytes on their way.
+    /// The buffer of one direction.
     struct Direction {
         std::array<char, kBufferSize> bytes{};
         std::size_t begin{0};
@@ -60,11 +60,11 @@ private:
     void EndDirection(Direction& direction);
     void End();
 
-    /// Each of them goes on with the step, unless the relay has ended or is no more.
+    /// Each continues with the step, unless the relay has ended or was destroyed.
     void Later(Step step);
     void WaitForClient(Client::wait_type what, Step step);
     void WaitForPeer(Result want, Step step);
-    /// What a wait calls back.
+    /// The completion handler of a wait.
     auto Resume(Step step);
 
     boost::asio::io_context& mContext;

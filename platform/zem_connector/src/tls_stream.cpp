@@ -52,7 +52,7 @@ void AddAnchors(X509_STORE* store, const std::string& path) {
         Require(X509_STORE_add_cert(store, anchor.get()) == 1, "out of memory");
         ++count;
     }
-    // One that can't be read, and be it the last, must not be left out silently.
+    // A certificate that can't be parsed, even the last one, must not be skipped silently.
     const bool readToTheEnd = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
     ERR_clear_error();
     if (count == 0 || !readToTheEnd) {
@@ -91,7 +91,7 @@ SslPtr NewTlsClient(const host::TlsSettings& settings, const std::string& host) 
     SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_verify_depth(context.get(), kMaxChainDepth);
     SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
-    // Or one read could go on for as long as the peer sends records without content.
+    // Otherwise one read could last as long as the peer sends empty records.
     SSL_CTX_clear_mode(context.get(), SSL_MODE_AUTO_RETRY);
     AddAnchors(SSL_CTX_get_cert_store(context.get()), settings.trustAnchors);
 

@@ -13,15 +13,16 @@ namespace zem_connector {
 
 using SslPtr = openssl_support::OpenSslPtr<SSL, SSL_free>;
 
-/// A client's end of a protected connection, not connected yet. `host` is what `SocketConnect` was
-/// given. Throws std::runtime_error with the cause if the settings can't be used.
+/// The TLS client for a connection that is to be made. `host` is the argument of `SocketConnect`.
+/// Throws std::runtime_error with the cause if the settings are unusable.
 SslPtr NewTlsClient(const host::TlsSettings& settings, const std::string& host);
 
-/// A client's end of a protected connection over a socket.
+/// A TLS client over a socket.
 ///
-/// Asio has a stream of its own for this, but that one can't end one direction and go on reading.
-/// No operation blocks. One that wants to wait is to be repeated, with the same arguments, once
-/// `AsyncWait` has called back; reading and writing may both wait at the same time.
+/// Unlike Asio's TLS stream it supports half-close: it can end its own direction and continue to
+/// read. No operation blocks. One that returns `kWantRead` or `kWantWrite` is to be repeated with
+/// the same arguments after `AsyncWait` has called back; a read and a write may wait at the same
+/// time. One thread at a time.
 class TlsStream {
 public:
     using Socket = boost::asio::ip::tcp::socket;
@@ -30,9 +31,9 @@ public:
         kDone,
         kWantRead,
         kWantWrite,
-        /// The peer has ended the stream in the proper way.
+        /// The peer has ended the stream with close_notify.
         kEnd,
-        /// The connection ended, but the peer has not ended the stream: anybody may have cut it.
+        /// The connection ended without close_notify: possibly a truncation attack.
         kTruncated,
         /// `Detail` has the cause.
         kFailed,
@@ -47,12 +48,12 @@ public:
 
     /// On `kDone`, `size` becomes the number of bytes read. At most one record is taken.
     Result Read(char* buffer, std::size_t& size);
-    /// On `kDone`, all was taken. At most 16 KiB, so that it fits one record.
+    /// On `kDone`, all was written. At most 16 KiB, so that it fits one record.
     Result Write(const char* data, std::size_t size);
-    /// Tells the peer that no more comes. Reading may go on.
+    /// Sends close_notify. Reading may continue.
     Result EndWriting();
 
-    /// Calls back once, when what `result` wants is there, or the socket has failed.
+    /// Calls back once, when the socket is ready for what `result` wants, or has failed.
     template <typename Handler>
     void AsyncWait(Result result, Handler handler) {
         mSocket.async_wait(result == Result::kWantRead ? Socket::wait_read : Socket::wait_write,

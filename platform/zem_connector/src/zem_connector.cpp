@@ -36,7 +36,7 @@ public:
     ~Impl() {
         Stop();
         if (mThread.joinable()) {
-            // Destroyed by one of our own callbacks: the thread ends by itself right after it.
+            // Destroyed inside a callback: the thread ends by itself right after it.
             mThread.detach();
         }
     }

@@ -13,14 +13,14 @@
 
 namespace zem_connector::host {
 
-/// What the connector knows of one transaction type.
+/// State of one transaction type.
 struct TransactionType {
     bool activated{true};
     ZemServiceControllerCallbackIf::SCConnectionState connectionState{
         ZemServiceControllerCallbackIf::SCConnectionState::kOnDemand};
 };
 
-/// Content of the file that tells the connector library how the vehicle's data link stands.
+/// Content of the file that gives the connector library the state of the vehicle's data link.
 ///
 /// One JSON object (RFC 8259); every key may be missing and then stands for the default below:
 ///
@@ -51,8 +51,8 @@ struct TransactionType {
 ///       }
 ///     }
 ///
-/// An operation's entry must say "tls", a TLS object "trustAnchors", a proxy "type", "host" and
-/// "port": a misspelt key must not take the protection away.
+/// An operation's entry must have "tls", a TLS object "trustAnchors", a proxy "type", "host" and
+/// "port": a misspelt key must not disable TLS.
 ///
 /// The file is watched: replacing it by rename and rewriting it in place both take effect at once.
 struct ConnectorFile {
@@ -64,30 +64,29 @@ struct ConnectorFile {
     std::chrono::milliseconds connectTimeout{10000};
     /// How long a URL query waits for a session before it fails; 0 ms to 10 minutes.
     std::chrono::milliseconds urlTimeout{5000};
-    /// What a client sent over a protected connection before it closed may take so long to go out;
-    /// 0 ms to 10 minutes.
+    /// Time limit for flushing what a client had sent over TLS before it closed; 0 ms to 10
+    /// minutes.
     std::chrono::milliseconds closeTimeout{5000};
     std::map<std::string, TransactionType> transactionTypes;
     std::map<std::string, std::string> invocationUrls;
-    /// By operation id; an operation without an entry is connected in clear and directly.
+    /// By operation id; an operation without an entry is connected directly, without TLS.
     std::map<std::string, OperationSettings> operations;
 
-    /// The operations whose URL says https while their sockets are in clear: the entry protects,
-    /// not the URL.
+    /// The operations whose URL has the scheme https while their sockets have no TLS, which only
+    /// the entry enables.
     std::vector<std::string> UnprotectedHttpsOperations() const;
 
-    /// The file's text. All strings must be UTF-8; what is not becomes U+FFFD.
+    /// The file's text. Bytes that are not UTF-8 are replaced by U+FFFD.
     std::string ToJson() const;
 
-    /// Replaces the file at `path` by way of a temporary file beside it, so that a reader sees the
-    /// old content or the new one. Others may read it, unless it holds a password. Throws
-    /// std::system_error with the path; then the old file is as it was.
+    /// Replaces the file at `path` atomically, mode 0644, or 0600 if it holds a password. Throws
+    /// std::system_error with the path; the old file is then unchanged.
     void WriteAtomically(const std::string& path) const;
 };
 
-/// Reads a file's text into `file`; unknown keys are named in `warnings`. Throws
-/// std::runtime_error, with `file` as it was, on text that is too long, no JSON, or has a value
-/// of the wrong type or out of range.
+/// Parses a file's text into `file`; unknown keys are named in `warnings`. Throws
+/// std::runtime_error, and leaves `file` unchanged, if the text is too long or no JSON, or a value
+/// has the wrong type or is out of range.
 void ParseConnectorFile(const std::string& text, ConnectorFile& file,
                         std::vector<std::string>& warnings);
 

@@ -7,15 +7,15 @@ namespace zem_connector::host {
 
 enum class TlsVersion { kTls12 = 0, kTls13 = 1 };
 
-/// How the sockets of an operation are protected (RFC 8446, RFC 5246).
+/// TLS for the sockets of an operation (RFC 8446, RFC 5246).
 struct TlsSettings {
-    /// Absolute path of a file with one or more certificates in PEM. Each of them is trusted, a
-    /// root or not; nothing else is. It is read anew for each connection.
+    /// Absolute path of a file with one or more certificates in PEM. Each is a
+    /// trust anchor, self-signed or not; there are no others. Read for each connection.
     std::string trustAnchors;
-    /// The name or IP address that the peer's certificate must hold; empty for the host that
-    /// `SocketConnect` was given.
+    /// The name or IP address that the peer's certificate must have; empty for the host of
+    /// `SocketConnect`.
     std::string serverName;
-    /// The highest version that both sides know is used, if it is not below this one.
+    /// The lowest version that is negotiated.
     TlsVersion minimumVersion{TlsVersion::kTls12};
 };
 
@@ -31,7 +31,7 @@ struct ProxySettings {
     std::string password;
 };
 
-/// How the sockets of one operation are made; by default in clear and directly.
+/// How the sockets of one operation are connected; by default directly, without TLS.
 struct OperationSettings {
     std::optional<TlsSettings> tls;
     std::optional<ProxySettings> proxy;

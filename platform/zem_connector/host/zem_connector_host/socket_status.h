@@ -7,18 +7,18 @@ namespace zem_connector::host {
 /// The values of `SocketResult::status` on the host platform.
 enum SocketStatus : std::int32_t {
     kSocketConnected = 0,
-    /// Whatever has no value of its own; the log tells what it was.
+    /// Any other failure; the log has the cause.
     kSocketFailed = 1,
     kSocketRefused = 2,
-    /// The limit of the whole attempt, whatever it was waiting for.
+    /// The time limit of the attempt has passed, in whichever step.
     kSocketTimeout = 3,
     kSocketNameNotFound = 4,
     kSocketUnreachable = 5,
-    /// The peers found no common protocol, or one of them broke it.
+    /// TLS handshake: no common version or cipher, or a protocol error.
     kSocketHandshakeFailed = 6,
     /// The peer's certificate has the wrong name, no trusted issuer, has expired ...
     kSocketCertificateRejected = 7,
-    /// The proxy refused, or answered with what is no answer.
+    /// The proxy refused, or its answer is malformed.
     kSocketProxyFailed = 8,
 };
 

@@ -2,7 +2,7 @@
 
 namespace zem_connector {
 
-/// Receiver of publish/subscribe messages, which a client may do without.
+/// Receiver of publish/subscribe messages; optional.
 class ZemPubSubCallbackIf {
 public:
     virtual ~ZemPubSubCallbackIf() = default;

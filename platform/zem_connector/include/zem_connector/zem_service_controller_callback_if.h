@@ -6,7 +6,7 @@
 
 namespace zem_connector {
 
-/// State of the service controller's own session.
+/// State of the service controller's session.
 enum class SCSessionStatus : std::int32_t {
     kInactive = 0,
     kActive = 1,
@@ -16,7 +16,9 @@ enum class SCSessionStatus : std::int32_t {
 struct SCUrlResult {
     /// 0 means success.
     std::uint8_t result{0};
+    /// Of the query.
     std::string operationTypeId;
+    /// Empty on failure.
     std::string url;
 };
 
@@ -35,7 +37,8 @@ struct SCActivationStateUpdate {
     std::list<SCDisabledReasonInfo> disabledReasons;
 };
 
-/// Receiver of what concerns operations and transaction types. Called on threads of the library.
+/// Receiver of events about operations and transaction types. Called on threads of the library, one
+/// call at a time.
 class ZemServiceControllerCallbackIf {
 public:
     /// State of the vehicle's data link, as far as a transaction type may use it.
@@ -57,9 +60,13 @@ public:
 
     virtual ~ZemServiceControllerCallbackIf() = default;
 
+    /// At subscription and with each change of the session.
     virtual void ZemSCSessionStatus(SCSessionStatus status) = 0;
+    /// The one answer to a `GetInvocationUrl` that returned true.
     virtual void ZemSCInvocationURL(SCUrlResult result) = 0;
+    /// At subscription and with each change.
     virtual void ZemSCActivationState(SCActivationStateUpdate update) = 0;
+    /// At subscription and with each change.
     virtual void ZemSCConnectionState(SCConnectionStateUpdate update) = 0;
 };
 

@@ -8,7 +8,7 @@ namespace zem_connector {
 struct SocketResult {
     /// 0 means connected.
     std::int32_t status{0};
-    /// The connected socket, which now belongs to the receiver; -1 if there is none.
+    /// The connected socket, blocking and close-on-exec, which the receiver owns; -1 on failure.
     std::int32_t socketFileDescriptor{-1};
 };
 
@@ -17,6 +17,7 @@ class ZemSocketCallbackIf {
 public:
     virtual ~ZemSocketCallbackIf() = default;
 
+    /// The one answer to a `SocketConnect` that returned true.
     virtual void ZemSocketResult(SocketResult result) = 0;
 };
 

@@ -1,4 +1,4 @@
-#include "address_race.h"
+#include "happy_eyeballs.h"
 
 #include <cerrno>
 #include <chrono>
@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::milliseconds kAttemptDelay{250};
 
 /// Asio would open it without the flag for `exec`.
-boost::system::error_code Open(AddressRace::Socket& socket,
+boost::system::error_code Open(HappyEyeballs::Socket& socket,
                                const boost::asio::ip::tcp::endpoint& address) {
     boost::system::error_code error;
     posix::UniqueFd descriptor(::socket(address.protocol().family(),
@@ -37,13 +37,13 @@ boost::system::error_code Open(AddressRace::Socket& socket,
 
 }  // namespace
 
-AddressRace::AddressRace(boost::asio::io_context& context, Endpoints addresses, Done done)
+HappyEyeballs::HappyEyeballs(boost::asio::io_context& context, Endpoints addresses, Done done)
     : mContext(context),
       mAddresses(std::move(addresses)),
       mDone(std::move(done)),
       mTimer(context) {}
 
-void AddressRace::TryNext() {
+void HappyEyeballs::TryNext() {
     const std::size_t index = mNext++;
     Socket& socket = mPending.emplace(index, mContext).first->second;
     const auto ended = [weak = weak_from_this(), index](const boost::system::error_code& error) {
@@ -54,7 +54,7 @@ void AddressRace::TryNext() {
     };
     const boost::system::error_code error = Open(socket, mAddresses[index]);
     if (error) {
-        // By way of the queue, so that a long list of addresses that fail at once does not recurse.
+        // Posted, so that a long list of addresses that fail at once does not recurse.
         boost::asio::post(mContext, [ended, error] { ended(error); });
     } else {
         socket.async_connect(mAddresses[index], ended);
@@ -72,7 +72,7 @@ void AddressRace::TryNext() {
         });
 }
 
-void AddressRace::OnEnded(std::size_t index, const boost::system::error_code& error) {
+void HappyEyeballs::OnEnded(std::size_t index, const boost::system::error_code& error) {
     if (!error) {
         Finish(error, std::move(mPending.at(index)));
         return;
@@ -85,7 +85,7 @@ void AddressRace::OnEnded(std::size_t index, const boost::system::error_code& er
     }
 }
 
-void AddressRace::Finish(const boost::system::error_code& error, Socket socket) {
+void HappyEyeballs::Finish(const boost::system::error_code& error, Socket socket) {
     mPending.clear();
     mTimer.cancel();
     std::exchange(mDone, nullptr)(error, std::move(socket));

@@ -12,12 +12,12 @@
 
 namespace zem_connector {
 
-/// Connects to the first of a host's addresses that answers (RFC 8305).
+/// Connects to the first of a host's addresses that answers: Happy Eyeballs (RFC 8305, section 5).
 ///
-/// The next address gets its turn when the one before has failed or kept silent for a while, and
-/// none is given up for that. There is no limit of time; whoever drops the last reference ends the
-/// race. All happens on the thread that runs the context.
-class AddressRace : public std::enable_shared_from_this<AddressRace> {
+/// The next attempt starts when the previous one has failed, or after 250 ms, in parallel to all
+/// that are pending. There is no time limit; releasing the last reference cancels all attempts.
+/// Runs on the thread of the context.
+class HappyEyeballs : public std::enable_shared_from_this<HappyEyeballs> {
 public:
     using Socket = boost::asio::ip::tcp::socket;
     /// Called once, with a connected, non-blocking, close-on-exec socket that has TCP_NODELAY set,
@@ -25,7 +25,7 @@ public:
     using Done = std::function<void(const boost::system::error_code&, Socket)>;
 
     /// There must be at least one address.
-    AddressRace(boost::asio::io_context& context, Endpoints addresses, Done done);
+    HappyEyeballs(boost::asio::io_context& context, Endpoints addresses, Done done);
 
     void Start() { TryNext(); }
 
