@@ -19,7 +19,8 @@ namespace ara::log::internal {
 
 namespace {
 
-/// Of stderr itself, which may be shared. A pipe that is writable has room for PIPE_BUF bytes.
+/// Whether stderr itself, which may be shared, is writable: a pipe then has room for PIPE_BUF
+/// bytes.
 bool IsWritable() {
     pollfd entry{STDERR_FILENO, POLLOUT, 0};
     return poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0;
@@ -41,8 +42,9 @@ void ConsoleOutput::Write(std::chrono::system_clock::time_point time, LogLevel l
 }
 
 void ConsoleOutput::FollowStderr(std::chrono::system_clock::time_point time) {
-    // A descriptor of our own must not outlive a redirection; all else is written to stderr itself,
-    // and how can be seen to be wrong a second later.
+    // A descriptor of our own must not outlive a redirection, so it is checked for each line.
+    // Without one a redirection has effect by itself, and only the format may be outdated for a
+    // second.
     const auto second = std::chrono::floor<std::chrono::seconds>(time);
     if (!mOwn.IsValid() && second == mLastLook) {
         return;
@@ -66,7 +68,7 @@ void ConsoleOutput::FollowStderr(std::chrono::system_clock::time_point time) {
     }
 }
 
-/// False if nothing of the entry went out; otherwise what is left of it will follow.
+/// False if no byte of the entry was written; otherwise its rest will follow.
 bool ConsoleOutput::Put(std::string entry) {
     if (!WriteRest()) {
         return false;

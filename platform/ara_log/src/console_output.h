@@ -12,14 +12,14 @@
 
 namespace ara::log::internal {
 
-/// The lines on stderr, whatever that is at the moment: journal, file, pipe or terminal.
+/// Writes the lines to stderr, whatever that is at the moment: journal, file, pipe or terminal.
 ///
-/// Never waits and never raises SIGPIPE. A line that can't be written at once is dropped; a warning
-/// in front of the next one that can says how many were. Of a line that went out in part the rest
-/// comes before anything else. One thread at a time.
+/// Never blocks and never raises SIGPIPE. A line that can't be written at once is dropped; the next
+/// one that can is preceded by a warning with the number of dropped lines. The rest of a partially
+/// written line precedes anything else. One thread at a time.
 class ConsoleOutput {
 public:
-    /// Has the next line look at what stderr is now, which otherwise may take a second.
+    /// Makes the next line check what stderr is now, which otherwise may take a second.
     void LookAgain() { mLastLook = {}; }
     void Write(std::chrono::system_clock::time_point time, LogLevel level, const std::string& appId,
                const std::string& text);

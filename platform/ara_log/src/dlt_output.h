@@ -9,16 +9,16 @@
 namespace ara::log::internal {
 
 /// The lines as messages of Diagnostic Log and Trace (AUTOSAR PRS_LogAndTraceProtocol), for the
-/// daemon of the unit. Waits for nobody: without a daemon, or with one that doesn't read, lines are
-/// kept for it as far as the memory for them reaches. One thread at a time.
+/// daemon of the unit. Never blocks: without a daemon, or with one that doesn't read, lines are
+/// buffered up to a limit. One thread at a time.
 class DltOutput {
 public:
-    /// Told which level a context has now; of the ids only the first four characters are known
-    /// here. Called on a thread of the library, for which `context` is valid during the call.
+    /// Receives the new level of a context, whose id is cut to four characters. Called on a thread
+    /// of the DLT library; `context` is valid during the call.
     using LevelListener = void (*)(std::string_view context, LogLevel level);
 
-    /// Null if this build is without DLT or the library can't be used. Once per process; ends by
-    /// itself when the process exits, before which the object has to go.
+    /// Null if this build is without DLT or the library is unavailable. Once per process; the
+    /// object must be destroyed before the process exits.
     static std::unique_ptr<DltOutput> Open(const std::string& appId, const std::string& description,
                                            LevelListener listener);
 
@@ -29,7 +29,7 @@ public:
 
     virtual void AddContext(const std::string& contextId, const std::string& description,
                             LogLevel level) = 0;
-    /// Does nothing if the level isn't enabled for the context at the moment.
+    /// Ignored if the level isn't enabled for the context at the moment.
     virtual void Write(const std::string& contextId, LogLevel level, const std::string& text) = 0;
 };
 

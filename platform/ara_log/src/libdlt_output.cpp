@@ -16,7 +16,7 @@ namespace ara::log::internal {
 
 namespace {
 
-/// The library cuts off what doesn't fit into its 1390 bytes with all headers.
+/// The library truncates messages at 1390 bytes, headers included.
 constexpr std::size_t kMaxPayload = 1024;
 
 DltOutput::LevelListener gListener{nullptr};
@@ -27,13 +27,13 @@ void OnLevelChanged(char* contextId, std::uint8_t level, std::uint8_t /*traceSta
     }
 }
 
-/// The two scales have the same numbers.
+/// Both enumerations use the same numbers.
 DltLogLevelType ToDltLevel(LogLevel level) {
     return static_cast<DltLogLevelType>(level);
 }
 
-/// Starts the library and its threads, which hear no signals, since those are meant for the
-/// process, and leaves the disposition of SIGPIPE as it was.
+/// Starts the library and its threads with all signals blocked, which are for the process's own
+/// threads, and restores the disposition of SIGPIPE.
 bool StartLibrary() {
     sigset_t all{};
     sigset_t former{};
@@ -48,7 +48,7 @@ bool StartLibrary() {
     return isStarted;
 }
 
-/// The length of the longest start of the text that fits and cuts no character of UTF-8.
+/// The length of the longest prefix that fits and does not split a UTF-8 character.
 std::size_t PieceSize(std::string_view text) {
     if (text.size() <= kMaxPayload) {
         return text.size();
@@ -105,7 +105,7 @@ std::unique_ptr<DltOutput> DltOutput::Open(const std::string& appId, const std::
     if (!StartLibrary()) {
         return nullptr;
     }
-    // Its default keeps a process without daemon from exiting for ten seconds.
+    // The default delays the exit of a process without daemon by ten seconds.
     dlt_set_resend_timeout_atexit(0);
     const SigpipeBlock block;
     dlt_register_app(appId.c_str(), description.c_str());

@@ -42,7 +42,7 @@ std::string DateText(std::time_t seconds) {
 std::string TimeText(std::chrono::system_clock::time_point time) {
     const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
     const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-    // Many lines share their second.
+    // Cached, since many lines fall into the same second.
     thread_local std::time_t lastSeconds = 0;
     thread_local std::string date = DateText(0);
     if (seconds.count() != lastSeconds) {
@@ -57,7 +57,7 @@ bool IsControl(unsigned char byte) {
     return (byte < 0x20 && byte != '\t') || byte == 0x7f;
 }
 
-/// U+0080 to U+009F in UTF-8: terminals take them for commands, too.
+/// U+0080 to U+009F in UTF-8: control characters for terminals, too.
 bool IsC1Control(std::string_view text, std::size_t index) {
     return static_cast<unsigned char>(text[index]) == 0xc2 && index + 1 < text.size() &&
            (static_cast<unsigned char>(text[index + 1]) & 0xe0U) == 0x80;

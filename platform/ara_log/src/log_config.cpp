@@ -84,7 +84,7 @@ std::vector<std::string> SplitAtCommas(const std::string& text) {
     return parts;
 }
 
-/// Empty if the variable isn't there.
+/// Empty if the variable isn't set.
 std::string Environment(const char* name) {
     const char* const value = std::getenv(name);
     return value == nullptr ? "" : value;
@@ -107,7 +107,7 @@ std::string ReadFile(const std::string& path) {
     return text;
 }
 
-/// Only a file that the environment names has to be there.
+/// A missing file is an error only if the environment names it.
 LogConfig ReadConfigFile() {
     const std::string named = Environment("ARA_LOG_CONFIG");
     const std::string path = named.empty() ? kDefaultPath : named;

@@ -37,7 +37,7 @@ void LogStream::Flush() noexcept {
         internal::Registry::Instance().Write(mLogger, mLevel, mText);
         mText.clear();
     } catch (const std::exception&) {
-        mEnabled = false;  // out of memory for one line; there is nobody to tell
+        mEnabled = false;  // out of memory for one line, which can't be reported
     }
 }
 

@@ -57,7 +57,7 @@ void Registry::OpenDlt(std::string_view appDescription) {
     for (const auto& [contextId, logger] : mLoggers) {
         AddToDlt(*logger);
     }
-    // Runs before what the library itself has registered: a line behind that would start it anew.
+    // Runs before the library's own exit handler: a line after that would start the library again.
     std::atexit([] { Instance().CloseDlt(); });
 }
 

@@ -23,11 +23,15 @@ public:
     /// Never destroyed, since objects with static lifetime may log in their destructors.
     static Registry& Instance();
 
+    /// See `InitLogging`.
     void Register(std::string_view appId, std::string_view appDescription, LogLevel level);
+    /// See `CreateLogger`.
     Logger& GetLogger(std::string_view contextId, std::string_view description,
                       std::optional<LogLevel> level);
+    /// See `ara_log_host::ExchangeSink`.
     ara_log_host::SinkSetting ExchangeSink(ara_log_host::SinkSetting setting);
 
+    /// Writes one line to every output whose level for this logger permits it.
     void Write(const Logger& logger, LogLevel level, const std::string& text);
 
 private:

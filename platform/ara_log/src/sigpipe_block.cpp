@@ -27,7 +27,7 @@ SigpipeBlock::~SigpipeBlock() {
 }
 
 void SigpipeBlock::Discard() const {
-    // A thread that blocks the signal itself has its own way with a pending one.
+    // A thread that blocks the signal itself handles a pending one itself.
     if (sigismember(&mFormer, SIGPIPE) == 0) {
         const sigset_t signals = Sigpipe();
         const timespec noTime{};

@@ -4,8 +4,8 @@
 
 namespace ara::log::internal {
 
-/// While it lives, a write of this thread to a pipe without reader fails and raises no SIGPIPE:
-/// neither does the process end, nor does its handler hear of what is no business of its own.
+/// While it lives, a write of this thread to a pipe without a reader fails without SIGPIPE: neither
+/// is the process terminated nor its handler called.
 class SigpipeBlock {
 public:
     SigpipeBlock();
@@ -13,7 +13,8 @@ public:
     SigpipeBlock& operator=(const SigpipeBlock&) = delete;
     ~SigpipeBlock();
 
-    /// To be called if a write may have failed so: otherwise the signal comes after all.
+    /// To be called after a write failed with EPIPE: consumes the pending signal, which would be
+    /// delivered otherwise.
     void Discard() const;
 
 private:

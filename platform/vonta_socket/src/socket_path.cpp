@@ -73,7 +73,7 @@ UniqueFd ListenOnPath(const std::string& path) {
     }
     RemoveStaleSocket(path, address);
     UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    // Set before bind, the mode is that of the file from its first moment on.
+    // Set before bind, so that the file never has another mode.
     if (!listener.IsValid() || ::fchmod(listener.Get(), S_IRUSR | S_IWUSR) != 0 ||
         ::bind(listener.Get(), AsGeneric(address), sizeof(address)) != 0 ||
         ::listen(listener.Get(), kBacklog) != 0) {

@@ -17,9 +17,8 @@ bool StreamProtocol::InsertString(std::vector<std::uint8_t>& data, const std::st
     return true;
 }
 
-// Both take the pointer by value, since that is how the library's users know them.
-bool StreamProtocol::ReadUint8(std::shared_ptr<StreamCommunicatorIf>
-                                   communicator,  // NOLINT(performance-unnecessary-value-param)
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface takes it by value
+bool StreamProtocol::ReadUint8(std::shared_ptr<StreamCommunicatorIf> communicator,
                                std::uint8_t& value) const {
     std::vector<std::uint8_t> byte(1);
     if (!communicator || !communicator->Read(byte)) {
@@ -29,8 +28,8 @@ bool StreamProtocol::ReadUint8(std::shared_ptr<StreamCommunicatorIf>
     return true;
 }
 
-bool StreamProtocol::ReadString(std::shared_ptr<StreamCommunicatorIf>
-                                    communicator,  // NOLINT(performance-unnecessary-value-param)
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface takes it by value
+bool StreamProtocol::ReadString(std::shared_ptr<StreamCommunicatorIf> communicator,
                                 std::string& value) const {
     std::vector<std::uint8_t> header(4);
     if (!communicator || !communicator->Read(header)) {

@@ -44,7 +44,7 @@ void UnixServer::Start() {
 
 void UnixServer::Stop() {
     mStopping = true;
-    // Can only fail when the counter is full, and then the thread is woken already.
+    // Fails only if the counter is at its maximum, and then the thread is awake already.
     static_cast<void>(::eventfd_write(mWakeUp.Get(), 1));
     if (mThread.joinable()) {
         mThread.join();
@@ -74,7 +74,7 @@ void UnixServer::DropAll() {
 }
 
 void UnixServer::Drop(Connection& connection) {
-    // The server's thread sees the end of the stream and does the rest.
+    // The server's thread reads the end of the stream and removes the connection.
     connection.dropped = true;
     ::shutdown(connection.fd.Get(), SHUT_RDWR);
 }
@@ -95,7 +95,7 @@ bool UnixServer::SendOn(Connection& connection, const std::vector<std::uint8_t>&
 void UnixServer::Run() {
     while (!mStopping) {
         std::vector<pollfd> descriptors{{mWakeUp.Get(), POLLIN, 0}};
-        // After a failed accept the listener stays readable: look away from it for a moment.
+        // After a failed accept the listener stays readable: pause polling it.
         const int listener = mAcceptFailed ? -1 : mListener.Get();
         const int timeout = mAcceptFailed ? kAcceptPauseMs : -1;
         descriptors.push_back({listener, POLLIN, 0});

@@ -16,8 +16,8 @@ namespace vonta_socket {
 
 namespace {
 
-/// Nothing interrupts the pause between two attempts, so that whoever waits for a thread in
-/// Connect waits as long.
+/// The pause between two attempts is not interruptible: joining a thread in Connect may take as
+/// long.
 constexpr std::chrono::milliseconds kMinInterval{100};
 
 bool MakeBlocking(int fd, int readTimeout) {
@@ -28,7 +28,7 @@ bool MakeBlocking(int fd, int readTimeout) {
     if (readTimeout < 0) {
         return true;
     }
-    // The option takes zero for no limit at all.
+    // For the option, zero means no limit.
     const int limit = std::max(readTimeout, 1);
     const timeval timeout{limit / 1000, (limit % 1000) * 1000L};
     return ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) == 0;
@@ -48,7 +48,7 @@ std::shared_ptr<StreamCommunicatorIf> UnixStreamClientConnector::Connect() {
     if (!host::MakeUnixAddress(mPath, address)) {
         return nullptr;
     }
-    // Connecting without blocking: a full backlog is an immediate failure, not a wait.
+    // Non-blocking connect: a full backlog fails at once.
     posix::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.IsValid() ||
         ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||

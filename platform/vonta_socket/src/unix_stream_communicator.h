@@ -5,8 +5,8 @@
 
 namespace vonta_socket {
 
-/// A connected Unix stream socket. The descriptor lives as long as the object, so that a Close on
-/// one thread can never hit a descriptor that another thread has got meanwhile.
+/// A connected Unix stream socket. Close only shuts it down; the descriptor stays open as long as
+/// the object, so that its number can't be reused while another thread reads or writes.
 class UnixStreamCommunicator : public StreamCommunicatorIf {
 public:
     explicit UnixStreamCommunicator(posix::UniqueFd fd);

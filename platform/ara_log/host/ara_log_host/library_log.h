@@ -8,8 +8,7 @@
 
 namespace ara_log_host {
 
-/// What a library has to say of itself, as lines in a context of its own of the process's log. Any
-/// thread.
+/// A library's own messages, as lines under a log context of its own. Any thread.
 class LibraryLog {
 public:
     /// `lead` begins each line.

@@ -8,12 +8,12 @@
 
 namespace ara_log_host {
 
-/// One entry as it goes to stderr, line feed included: time in UTC with milliseconds, level,
+/// One entry in the format for stderr, with its line feed: time in UTC with milliseconds, level,
 /// application id, text.
 ///
 /// For the journal each line starts with the priority prefix of sd-daemon(3) in place of the time.
 /// A line feed in the text continues the entry on an indented line, other control characters are
-/// written as \xNN, so a text cannot pass for an entry of its own.
+/// written as \xNN: a text can't forge a further entry.
 std::string FormatEntry(bool forJournal, std::chrono::system_clock::time_point time,
                         ara::log::LogLevel level, const std::string& appId,
                         const std::string& text);

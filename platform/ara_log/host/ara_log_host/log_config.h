@@ -9,7 +9,7 @@
 
 namespace ara_log_host {
 
-/// What the integrator chooses for a process; docs/logging.md describes file and environment.
+/// The integrator's configuration of a process; docs/logging.md describes file and environment.
 struct LogConfig {
     bool console{true};
     bool dlt{false};
@@ -20,11 +20,11 @@ struct LogConfig {
     std::string applicationDescription;
 };
 
-/// The content of a configuration file. Throws std::runtime_error with a text for the log.
+/// Parses a configuration file. Throws std::runtime_error with a text for the log.
 LogConfig ParseLogConfig(const std::string& text);
 
-/// The configuration of this process, from its file and its environment. What is unusable is left
-/// out and adds a text for the log to `complaints`.
+/// The configuration of this process, from its file and its environment. Unusable values are
+/// ignored, each with a text for the log in `complaints`.
 LogConfig ReadLogConfig(std::vector<std::string>& complaints);
 
 }  // namespace ara_log_host

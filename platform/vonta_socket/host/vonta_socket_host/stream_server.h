@@ -13,33 +13,33 @@
 
 namespace vonta_socket::host {
 
-/// The daemon's side of the TLS alert socket.
+/// The server side of the TLS alert socket.
 ///
-/// A subscriber connects and sends one byte, 1; anything else, then or later, ends its connection.
-/// An alert is one byte, 2, the operation id as a string of StreamProtocol, and one byte, the alert
-/// code. All operations may be called from any thread.
+/// A subscriber connects and sends one byte, 1; any other data closes its connection. An alert is
+/// one byte, 2, the operation id as a string of StreamProtocol, and one byte, the alert code. All
+/// operations may be called from any thread.
 class StreamServer {
 public:
     static constexpr std::size_t kMaxConnections = 16;
 
-    /// Serves `path`, or its file name in $VONTA_SOCKET_DIR, at once. Throws std::runtime_error if
-    /// it cannot, above all when another server is there.
+    /// Serves `path`, or its file name in $VONTA_SOCKET_DIR, until destroyed. Throws
+    /// std::runtime_error if that fails, e.g. because another server is running there.
     explicit StreamServer(const std::string& path);
 
-    /// Returns how many subscribers were sent the alert; 0 also for an operation id that is longer
-    /// than StreamProtocol::kMaxStringLength.
+    /// Returns the number of subscribers that were sent the alert; 0 also for an operation id
+    /// longer than StreamProtocol::kMaxStringLength.
     std::size_t BroadcastAlert(const std::string& operationId, std::uint8_t code);
 
-    /// Sends bytes as they are to all subscribers, returns how many took them.
+    /// Sends raw bytes to all subscribers; returns the number of those that accepted them.
     std::size_t Broadcast(const std::vector<std::uint8_t>& data);
 
-    /// Ends all connections; subscribers may come again.
+    /// Closes all connections; subscribers may reconnect.
     void DropConnections();
 
     std::size_t GetSubscriberCount() const;
 
-    /// Waits until `total` subscriptions have been made since the start, those that have ended
-    /// since included. False if that takes longer than `timeout`.
+    /// Waits until the number of subscriptions since the start, ended ones included, has reached
+    /// `total`. False after `timeout`.
     bool WaitForSubscriptions(std::size_t total, std::chrono::milliseconds timeout);
 
 private:
@@ -50,7 +50,7 @@ private:
     std::condition_variable mSubscribed;
     std::set<UnixServer::ConnectionId> mSubscribers;
     std::size_t mSubscriptions = 0;
-    UnixServer mServer;  ///< last, so that its thread ends before what it uses
+    UnixServer mServer;  ///< last: its thread uses the members above
 };
 
 }  // namespace vonta_socket::host

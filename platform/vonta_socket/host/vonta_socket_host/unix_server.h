@@ -16,35 +16,35 @@ namespace vonta_socket::host {
 
 /// Serves several connections on one Unix socket path, on one thread of its own.
 ///
-/// A connection that does not take what is sent to it is dropped rather than waited for.
+/// Sending never blocks: a connection whose buffer is full is dropped.
 class UnixServer {
 public:
     using ConnectionId = std::uint64_t;
-    /// Called on the server's thread with what has arrived, in pieces as they come; false drops
-    /// the connection. May call every operation but Start, Stop and the destructor.
+    /// Called on the server's thread with received data, in chunks of any size; false drops the
+    /// connection. May call every operation but Start, Stop and the destructor.
     using DataHandler = std::function<bool(ConnectionId, const std::vector<std::uint8_t>&)>;
-    /// Called on the server's thread once a connection is gone.
+    /// Called on the server's thread after a connection was closed.
     using ClosedHandler = std::function<void(ConnectionId)>;
 
-    /// Listens from here on, but serves nobody before Start. Connections above `maxConnections`
-    /// are turned away. Throws std::runtime_error if it cannot listen.
+    /// Listens at once, but accepts connections only after Start. Those above `maxConnections` are
+    /// closed. Throws std::runtime_error if it cannot listen.
     UnixServer(std::string path, std::size_t maxConnections, DataHandler onData,
                ClosedHandler onClosed);
-    /// Stops and removes the socket.
+    /// Stops and removes the socket file.
     ~UnixServer();
 
     UnixServer(const UnixServer&) = delete;
     UnixServer& operator=(const UnixServer&) = delete;
 
     void Start();
-    /// Waits until no handler runs any more. There is no new start after it.
+    /// Ends the thread; no handler runs afterwards. Can't be started again.
     void Stop();
 
-    /// Any thread. False if the connection is gone or did not take the bytes.
+    /// Any thread. False if the connection is closed or was dropped for a full buffer.
     bool Send(ConnectionId id, const std::vector<std::uint8_t>& data);
-    /// Any thread. Returns how many connections took the bytes.
+    /// Any thread. Returns the number of connections that accepted the bytes.
     std::size_t SendToAll(const std::vector<std::uint8_t>& data);
-    /// Any thread. Ends all connections.
+    /// Any thread. Closes all connections.
     void DropAll();
 
 private:
@@ -69,7 +69,7 @@ private:
     std::atomic<bool> mStopping{false};
     bool mAcceptFailed = false;
     ConnectionId mNextId = 1;
-    /// Guards mConnections. Descriptors are closed on the server's thread only.
+    /// Guards mConnections. Descriptors are closed only on the server's thread.
     std::mutex mMutex;
     std::map<ConnectionId, Connection> mConnections;
     std::thread mThread;

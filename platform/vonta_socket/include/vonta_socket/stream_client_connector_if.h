@@ -6,12 +6,12 @@
 
 namespace vonta_socket {
 
-/// Makes connections to one server.
+/// Connects to one server.
 class StreamClientConnectorIf {
 public:
     virtual ~StreamClientConnectorIf() = default;
 
-    /// Returns null when no connection could be made. Called from one thread at a time.
+    /// Null on failure. One thread at a time.
     virtual std::shared_ptr<StreamCommunicatorIf> Connect() = 0;
 };
 

@@ -10,13 +10,13 @@
 
 namespace vonta_socket {
 
-/// The encoding of values on a stream: a byte stands for itself; a string is its length as four
-/// bytes, most significant first, followed by its bytes.
+/// Serialization of values on a stream: a byte as it is; a string as its length in four bytes, big
+/// endian, followed by its bytes.
 ///
 /// Stateless, so every operation may be called from any thread.
 class StreamProtocol {
 public:
-    /// Longest string in bytes; a longer one is refused before anything is allocated for it.
+    /// Longest string in bytes; a longer one is refused before memory is allocated for it.
     static constexpr std::size_t kMaxStringLength = 4096;
 
     /// Appends `value` to `data`.
@@ -29,7 +29,7 @@ public:
     bool ReadUint8(std::shared_ptr<StreamCommunicatorIf> communicator, std::uint8_t& value) const;
 
     /// Blocks until the string has arrived. Returns false on failure, at the end of the stream and
-    /// for a string that is too long; the stream is then of no further use.
+    /// for a string that is too long; the stream is then out of step and to be closed.
     bool ReadString(std::shared_ptr<StreamCommunicatorIf> communicator, std::string& value) const;
 };
 

@@ -9,19 +9,18 @@ namespace vonta_socket {
 
 /// Connects to a Unix stream socket by its path.
 ///
-/// With the environment variable VONTA_SOCKET_DIR set, the socket is looked for under its file name
-/// in that directory instead.
+/// If the environment variable VONTA_SOCKET_DIR is set, the socket's file name in that directory is
+/// used instead.
 class UnixStreamClientConnector : public StreamClientConnectorIf {
 public:
-    /// `readTimeout` is the longest that one read of a connection waits for data, in milliseconds;
-    /// a negative value waits without limit. `name` is the subscriber's name, which nothing on this
-    /// platform asks for.
+    /// `readTimeout` is the time limit of one read of a connection, in milliseconds; negative for
+    /// none. `name` is the subscriber's name, unused on this platform.
     UnixStreamClientConnector(const std::string& path, int readTimeout, const std::string& name);
 
-    /// Does not wait for a server that is too busy to take connections.
+    /// Fails at once if the server's backlog is full.
     ///
-    /// Attempts are paced, so that a server which takes connections only to drop them keeps nobody
-    /// busy: an attempt waits until 100 ms have passed since the one before.
+    /// Attempts are rate-limited against busy reconnecting: each blocks until 100 ms have passed
+    /// since the previous one.
     std::shared_ptr<StreamCommunicatorIf> Connect() override;
 
 private:

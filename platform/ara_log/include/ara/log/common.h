@@ -5,7 +5,7 @@
 /// Logging of the adaptive platform, after AUTOSAR SWS_LogAndTrace.
 namespace ara::log {
 
-/// Severity of a line; a logger lets through its own level and all smaller values.
+/// Severity of a line; a logger passes its own level and all smaller values.
 enum class LogLevel : std::uint8_t {
     kOff = 0,
     kFatal = 1,

@@ -12,8 +12,8 @@ class Logger;
 
 /// One line under construction; it is written when the stream is destroyed or flushed.
 ///
-/// A stream of a level that is not enabled ignores what is put into it. A stream belongs to the
-/// thread that fills it. Nothing is reported if the output fails.
+/// A stream whose level is not enabled ignores its input. For one thread. Failures of the output
+/// are not reported.
 class LogStream {
 public:
     LogStream(const LogStream&) = delete;
@@ -23,6 +23,7 @@ public:
     ~LogStream();
 
     LogStream& operator<<(std::string_view text);
+    /// Null is written as an empty text.
     LogStream& operator<<(const char* text);
     LogStream& operator<<(bool value);
 

@@ -14,7 +14,7 @@ namespace internal {
 class Registry;
 }
 
-/// The front end of one context of the application. Made by `CreateLogger`, lives as long as the
+/// The logger of one context of the application. Made by `CreateLogger`, lives as long as the
 /// process; every operation may be called from any thread.
 class Logger {
 public:
@@ -26,6 +26,7 @@ public:
         return level != LogLevel::kOff && level <= mEffectiveLevel.load(std::memory_order_relaxed);
     }
 
+    /// An empty line of the level, which is written when the stream is destroyed.
     LogStream LogFatal() const { return WithLevel(LogLevel::kFatal); }
     LogStream LogError() const { return WithLevel(LogLevel::kError); }
     LogStream LogWarn() const { return WithLevel(LogLevel::kWarn); }
@@ -44,10 +45,10 @@ private:
     const std::string mContextId;
     const std::string mContextDescription;
     const std::optional<LogLevel> mOwnLevel;
-    /// What each output takes; the registry's lock guards them.
+    /// The level of each output; guarded by the registry's lock.
     LogLevel mConsoleLevel{LogLevel::kOff};
     LogLevel mDltLevel{LogLevel::kOff};
-    /// What is of use to any output.
+    /// The most verbose level of any output.
     std::atomic<LogLevel> mEffectiveLevel{LogLevel::kOff};
 };
 

@@ -7,11 +7,11 @@
 
 namespace ara::log {
 
-/// Registers the application with the log service: the id that stands in each of its lines, and the
-/// level of all loggers that were made without one.
+/// Registers the application with the log service: its id in each line, and the level of all
+/// loggers that were made without one.
 ///
-/// The integrator's configuration is read here (docs/logging.md); it may override the id, the
-/// description and all levels, and it chooses the outputs. Until this call the id is "----", the
+/// Reads the integrator's configuration (docs/logging.md), which may override the id, the
+/// description and all levels, and selects the outputs. Until this call the id is "----", the
 /// level `kWarn` and the output stderr. Any thread; a later call replaces the registration, except
 /// the one with DLT, which is made once.
 void InitLogging(std::string_view appId, std::string_view appDescription,
