@@ -18,7 +18,7 @@ namespace {
 
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
-// Neither way follows a link. `path` gets the name of the file.
+// Neither way follows a link. `path` becomes the name of the file.
 UniqueFd CreateTemporary(const std::string& target, std::string& path) {
     if (!path.empty()) {
         return UniqueFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly));
@@ -27,7 +27,7 @@ UniqueFd CreateTemporary(const std::string& target, std::string& path) {
     return UniqueFd(::mkostemp(path.data(), O_CLOEXEC));
 }
 
-/// The file beside the target; it goes with the object unless it was put in place.
+/// The temporary file; removed with the object unless it was renamed.
 class TemporaryFile {
 public:
     TemporaryFile(const std::string& target, std::string path)
@@ -75,7 +75,7 @@ private:
             0) {
             return true;
         }
-        // Not every file system can do that; a link does not take a file's place either.
+        // Not every file system supports that; a hard link doesn't replace a file either.
         if ((errno != EINVAL && errno != ENOSYS) || ::link(mPath.c_str(), mTarget.c_str()) != 0) {
             return false;
         }
@@ -89,11 +89,11 @@ private:
     bool mIsGone{false};
 };
 
-// The name of a file is durable once its directory is.
+// A rename is durable once the directory is synced.
 void SyncDirectoryOf(const std::string& path, bool isNeeded) {
     const std::string directory = DirectoryOf(path);
     const UniqueFd descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // EINVAL: there is nothing to sync on this file system.
+    // EINVAL: the file system doesn't support it.
     if (!descriptor.IsValid() ||
         (::fsync(descriptor.Get()) != 0 && (isNeeded || errno != EINVAL))) {
         throw FileError(path, directory, "cannot sync");

@@ -76,7 +76,7 @@ void DirectoryWatch::Read() {
         report.changed = report.changed || part.changed;
         report.watching = report.watching && part.watching;
     }
-    // The handler may close the watch, and with it the function that it is.
+    // The handler may close the watch, which destroys the handler.
     const Handler handler = mHandler;
     if (report.watching) {
         Wait();

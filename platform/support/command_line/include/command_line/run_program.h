@@ -10,7 +10,7 @@ class App;
 
 namespace command_line {
 
-/// A program, its standard streams, and what it was called with. The streams outlive the run.
+/// A program, its arguments and its standard streams, which must outlive the run.
 struct Program {
     std::string name;
     std::string description;
@@ -20,16 +20,15 @@ struct Program {
     std::ostream& errors;
 };
 
-/// What a program does once its command line is read; gives its exit status.
+/// Runs a program after its command line was parsed; returns the exit status.
 using Action = std::function<int()>;
 
-/// Adds the program's options to the parser, and says what to do with what they have read.
+/// Adds the program's options to the parser and returns the action to run.
 using Definition = std::function<Action(CLI::App& app)>;
 
-/// Runs a program on the calling thread and gives its exit status: that of its action; 0 after
-/// --help; CLI11's status for the error, 100 to 127, after a command line that does not parse; 1
-/// after an exception, whose text is reported on the error stream with the program's name before
-/// it. Throws nothing.
+/// Runs a program on the calling thread and returns its exit status: that of its action; 0 for
+/// --help; CLI11's status, 100 to 127, if the command line does not parse; 1 after an exception,
+/// which is reported on the error stream, preceded by the program's name.
 int RunProgram(const Program& program, const Definition& define);
 
 }  // namespace command_line

@@ -7,9 +7,8 @@
 
 namespace posix {
 
-/// Owns one file descriptor, or none. A negative value stands for none, so that the result of a
-/// system call can be put in as it is. Closing leaves `errno` alone, for whoever still reports why
-/// another call failed.
+/// Owns one file descriptor, or none: a negative value, so that it can wrap the result of a system
+/// call directly. Closing preserves `errno`, so that an earlier error can still be reported.
 class UniqueFd {
 public:
     UniqueFd() = default;
@@ -32,7 +31,7 @@ public:
     int Get() const { return mFd; }
     bool IsValid() const { return mFd >= 0; }
 
-    /// Hands the descriptor to the caller, who has to close it.
+    /// Transfers the ownership to the caller.
     int Release() noexcept { return std::exchange(mFd, -1); }
 
 private:
