@@ -61,7 +61,7 @@ void AddOptions(CLI::App& app, Arguments& arguments) {
 }
 
 void Serve(const Arguments& arguments, std::ostream& output) {
-    // A reader of our output that has gone must not end the backend.
+    // A closed reader of the output must not terminate the backend.
     std::signal(SIGPIPE, SIG_IGN);
     const EnrolmentService service(pki::LoadPki(arguments.pkiDirectory),
                                    std::chrono::hours(24) * arguments.validityDays,

@@ -4,7 +4,7 @@
 
 namespace simulator::backend {
 
-/// The program vintrel-backend: serves until SIGTERM or SIGINT and gives its exit status.
+/// The program vintrel-backend: serves until SIGTERM or SIGINT and returns its exit status.
 int RunBackendCommand(int argc, const char* const* argv, std::ostream& output,
                       std::ostream& errors);
 

@@ -6,15 +6,15 @@
 
 namespace simulator::backend {
 
-/// Carries out commands, one line each: "scenario LIST", "status", "help". The answer is one line:
-/// "ok", which the latter two continue with what they tell, or "error: " and the reason. One thread
-/// at a time.
+/// Executes commands, one line each: "scenario LIST", "status", "help". The answer is one line:
+/// "ok", for the latter two followed by their output, or "error: " and the reason. One thread at a
+/// time.
 class CommandInterpreter {
 public:
-    /// @param scenarios the list that the server has begun with
+    /// @param scenarios the server's initial list
     CommandInterpreter(Server& server, std::string scenarios);
 
-    /// Empty for an empty line.
+    /// Executes one line and returns the answer; empty for an empty line.
     std::string Execute(const std::string& line);
 
 private:

@@ -33,7 +33,7 @@ constexpr std::size_t kMaxDrainedBytes = std::size_t{1024} * 1024;
 constexpr std::chrono::seconds kDrainLimit(2);
 constexpr std::size_t kPieceBytes = 16;
 constexpr std::chrono::milliseconds kPiecePause(1);
-/// As Beast counts versions.
+/// HTTP versions as Beast encodes them.
 constexpr unsigned kHttp11 = 11;
 constexpr const char* kInterimResponse = "HTTP/1.1 100 Continue\r\n\r\n";
 constexpr const char* kBrokenStatusLine = "HTTP/1.1 abc\r\n\r\n";
@@ -178,7 +178,7 @@ private:
 
     void OnInterimSent() {
         if (mScenario.kind == ScenarioKind::kCloseAfterInterim) {
-            // With the body unread the peer would see a reset instead of the end.
+            // With unread bytes the peer would receive a reset instead of an end of stream.
             ShutDownSending();
         }
         ReadBody();
@@ -225,7 +225,7 @@ private:
         Respond(EnrolmentService::Refuse(static_cast<unsigned>(status), reason, mEntry));
     }
 
-    /// The entry is in the journal before the peer can have the answer.
+    /// Writes the entry to the journal before the response is sent.
     void Respond(const Answer& answer) {
         mEntry.status = answer.status;
         NoteInJournal();
@@ -266,13 +266,13 @@ private:
     }
 
     void ShutDownSending() {
-        // A peer that is gone already needs no end.
+        // Fails if the peer has closed already.
         Error ignored;
         mStream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
     }
 
-    /// Ends the connection so that the peer gets all that was sent: a close with bytes unread
-    /// would reset it.
+    /// Closes the connection so that the peer receives all that was sent: closing with unread bytes
+    /// would send a reset.
     void Finish() {
         ShutDownSending();
         mStream.expires_after(kDrainLimit);

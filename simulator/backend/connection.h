@@ -11,7 +11,7 @@
 
 namespace simulator::backend {
 
-/// What all connections share; it outlives them.
+/// What all connections share; must outlive them.
 struct ConnectionContext {
     const EnrolmentService& service;
     Journal& journal;
@@ -19,8 +19,8 @@ struct ConnectionContext {
     std::chrono::milliseconds timeLimit;
 };
 
-/// Serves one request on a connected socket and closes it; calls `onEnd` once when that is done,
-/// from the socket's executor.
+/// Serves one request on a connected socket and closes it; then calls `onEnd` once, on the socket's
+/// executor.
 void ServeConnection(boost::asio::ip::tcp::socket socket, ConnectionContext& context,
                      std::function<void()> onEnd);
 

@@ -23,7 +23,7 @@ using openssl_support::OpenSslPtr;
 using openssl_support::X509Ptr;
 using StorePtr = OpenSslPtr<X509_STORE, X509_STORE_free>;
 
-/// Not the certificates, which are the container's.
+/// Releases the stack only; the certificates belong to the container.
 void FreeStack(STACK_OF(X509) * certificates) {
     sk_X509_free(certificates);
 }
@@ -49,7 +49,7 @@ std::string TakeError() {
     return text;
 }
 
-/// Whether nothing stands behind the block that was read.
+/// Whether nothing follows the PEM block that was read.
 bool OnlyLineEndsLeft(BIO& bio) {
     char* rest = nullptr;
     const long size = BIO_get_mem_data(&bio, &rest);

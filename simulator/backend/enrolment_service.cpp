@@ -101,7 +101,7 @@ void Note(const QUBACOKoruVintrelRequestV1& message, JournalEntry& entry) {
     entry.container = message.csr_container();
 }
 
-/// A chain below a root of the same names that nobody knows.
+/// A chain to an unknown root with the same names.
 pki::Authority MakeUntrustedAuthority(const pki::Validity& validity) {
     return pki::Authority::CreateRoot("Product Root", validity)
         .CreateIssuing("Product CA", validity);
@@ -112,7 +112,7 @@ std::string MakeBody(const std::string& chain, const Scenario& scenario) {
         return {};
     }
     if (scenario.kind == ScenarioKind::kGarbage) {
-        // Neither a tag nor a length of a message.
+        // No valid tag and length of a protobuf field.
         return std::string(64, '\xff');
     }
     QUBACTKoruCertificateResponseV2 response;

@@ -16,28 +16,29 @@ inline constexpr const char* kResponseMediaType =
     "application/QUBA_CT_KoruCertificateResponse_v2+proto";
 inline constexpr const char* kErrorMediaType = "application/GenericError_v2+proto";
 
-/// What goes back to the peer.
+/// The response to a request.
 struct Answer {
     unsigned status = 0;
     std::string mediaType;
     std::string body;
 };
 
-/// The key-management service without its link: judges certificate requests and issues chains. One
-/// thread at a time.
+/// The key-management service without its transport: validates certificate requests and issues
+/// chains. One thread at a time.
 class EnrolmentService {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
 
+    /// `validity` is that of issued certificates, from now on.
     EnrolmentService(pki::Pki pki, std::chrono::hours validity, Clock clock);
 
-    /// Reads a request message, judges it, and answers as the scenario wants; what it finds goes
-    /// into `entry`. It grants a request only if the container verifies against the factory root,
-    /// the signing request in it is signed by its own key, and both name the same VIN. Throws only
-    /// for lack of resources.
+    /// Parses and validates a request message, answers as the scenario demands, and records the
+    /// result in `entry`. A request is granted only if the container verifies against the factory
+    /// root, the CSR in it is signed with its own key, and both have the same VIN. Throws only if
+    /// resources are exhausted.
     Answer Handle(const std::string& body, const Scenario& scenario, JournalEntry& entry) const;
 
-    /// An error answer, noted in `entry` under its transaction id.
+    /// An error response, recorded in `entry` under its transaction id.
     static Answer Refuse(unsigned status, const std::string& reason, JournalEntry& entry);
 
     std::chrono::system_clock::time_point Now() const { return mClock(); }

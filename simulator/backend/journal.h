@@ -9,10 +9,10 @@
 
 namespace simulator::backend {
 
-/// What the backend saw of one request and what it did. Text is as the peer sent it.
+/// Record of one request and its outcome. Texts are as the peer sent them.
 struct JournalEntry {
     std::chrono::system_clock::time_point time;
-    /// From the connection to this entry.
+    /// From accepting the connection to this entry.
     std::chrono::microseconds duration{0};
     std::string remote;
     std::string method;
@@ -21,12 +21,12 @@ struct JournalEntry {
     std::string accept;
     /// The final HTTP status; 0 when none was sent.
     unsigned status = 0;
-    /// "issued"; "refused"; "closed" or "silent", as the scenario wanted; "aborted" when the peer
-    /// or the time limit ended it.
+    /// "issued"; "refused"; "closed" or "silent", as the scenario demands; "aborted" if the peer or
+    /// the time limit ended it.
     std::string outcome;
     std::string reason;
     std::string transactionId;
-    /// Without a value when no request message was read.
+    /// Without a value if no request message was read.
     std::optional<std::int32_t> activationReason;
     std::string operationTypeId;
     std::string diagnosticAddress;
@@ -49,10 +49,10 @@ std::string ToJsonLine(const JournalEntry& entry);
 /// Appends entries to a file. Each is in the file once `Write` returns. One thread at a time.
 class Journal {
 public:
-    /// No file with an empty path. `std::system_error` when the file cannot be opened.
+    /// Without a file if the path is empty. Throws std::system_error if the file can't be opened.
     explicit Journal(const std::string& path);
 
-    /// `std::system_error` when the file cannot be written.
+    /// Throws std::system_error if the file can't be written.
     void Write(const JournalEntry& entry);
 
 private:

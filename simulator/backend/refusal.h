@@ -5,7 +5,7 @@
 
 namespace simulator::backend {
 
-/// A request that is answered with an error: its HTTP status, and why.
+/// The error response to a request: HTTP status and reason.
 class Refusal : public std::runtime_error {
 public:
     Refusal(unsigned status, const std::string& reason)

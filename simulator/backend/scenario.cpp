@@ -14,7 +14,7 @@ namespace {
 struct KnownScenario {
     const char* name;
     ScenarioKind kind;
-    /// Null without a parameter.
+    /// Null if the scenario has no parameter.
     const char* parameter;
     int min;
     int max;

@@ -5,33 +5,33 @@
 
 namespace simulator::backend {
 
-/// What the backend does with one request.
+/// How the backend answers one request.
 enum class ScenarioKind {
     kOk,
-    /// A good certificate that ends after `Scenario::parameter` days.
+    /// A valid certificate that expires after `Scenario::parameter` days.
     kExpires,
     /// An error with the HTTP status `Scenario::parameter`.
     kRefuse,
-    /// The connection is closed once the header is there.
+    /// The connection is closed after the request's header.
     kCloseEarly,
-    /// The connection is closed behind the interim response.
+    /// The connection is closed after the interim response.
     kCloseAfterInterim,
     /// No byte is ever sent.
     kSilent,
-    /// A good answer in many small pieces.
+    /// A valid response in many small segments.
     kPieces,
-    /// The final status straight after the header.
+    /// The final response without an interim one.
     kNoInterim,
     kWrongMediaType,
     /// A certificate for another vehicle.
     kWrongName,
     /// A certificate for another key.
     kOtherKey,
-    /// A certificate that has ended.
+    /// An expired certificate.
     kExpired,
-    /// A chain to a root that the unit does not know.
+    /// A chain to an untrusted root.
     kUntrustedRoot,
-    /// A body that is no message.
+    /// A body that is no protobuf message.
     kGarbage,
     /// Status 200 without a body.
     kEmpty,
@@ -42,21 +42,21 @@ enum class ScenarioKind {
 struct Scenario {
     ScenarioKind kind = ScenarioKind::kOk;
     int parameter = 0;
-    /// As on the command line.
+    /// As given on the command line.
     std::string name = "ok";
 };
 
 /// The scenarios that `ParseScenarios` knows, with the name of the parameter ("refuse:STATUS").
 std::vector<std::string> KnownScenarios();
 
-/// The same for a person to read.
+/// The same as a help text.
 std::string ScenarioHelp();
 
-/// A list of scenarios, separated by commas; empty for an empty text. `std::invalid_argument` when
-/// one is not known.
+/// Parses a comma-separated list; empty for an empty text. Throws
+/// std::invalid_argument if one is unknown.
 std::vector<Scenario> ParseScenarios(const std::string& list);
 
-/// Gives one scenario for each request; the last one repeats. All are `kOk` for an empty list.
+/// Yields one scenario for each request; the last one repeats. An empty list stands for `kOk`.
 class ScenarioSequence {
 public:
     explicit ScenarioSequence(std::vector<Scenario> scenarios);

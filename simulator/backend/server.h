@@ -11,18 +11,18 @@
 namespace simulator::backend {
 
 struct ServerSettings {
-    /// 0 for one that the system chooses.
+    /// TCP port; 0 for any free one.
     std::uint16_t port = 0;
-    /// For a whole exchange.
+    /// Time limit of a whole exchange.
     std::chrono::milliseconds timeLimit{30000};
 };
 
-/// The backend's HTTP/1.1 server on the loopback interface: one request a connection, at most 64
-/// connections at a time, headers up to 16 KiB, bodies up to 256 KiB. `service` and `journal` must
-/// outlive it.
+/// The backend's HTTP/1.1 server on the loopback interface: one request per connection, up to 64
+/// concurrent connections, headers up to 16 KiB, bodies up to 256 KiB. `service` and `journal` must
+/// outlive it. One thread, unless noted.
 class Server {
 public:
-    /// Listens from here on. Throws `std::system_error` when it cannot.
+    /// Listens at once. Throws std::system_error if it can't.
     Server(const ServerSettings& settings, const EnrolmentService& service, Journal& journal,
            ScenarioSequence scenarios);
     ~Server();
@@ -31,17 +31,17 @@ public:
 
     std::uint16_t Port() const;
 
-    /// The scenarios for the requests from now on. Any thread may call it.
+    /// Replaces the scenarios for all later requests. Any thread.
     void SetScenarios(ScenarioSequence scenarios);
 
-    /// Lets SIGTERM and SIGINT stop it.
+    /// Makes SIGTERM and SIGINT stop it.
     void StopOnSignals();
 
-    /// Serves until it is stopped; then all connections are closed. Throws what ends the service,
-    /// e.g. a journal that cannot be written.
+    /// Serves until stopped; then closes all connections. Throws on failures that end the service,
+    /// e.g. if the journal can't be written.
     void Run();
 
-    /// Any thread may call it.
+    /// Makes `Run` return. Any thread.
     void Stop();
 
 private:

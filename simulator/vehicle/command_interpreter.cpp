@@ -22,7 +22,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A line, taken apart from its front.
+/// The words of a line, consumed from its front.
 class CommandInterpreter::Words {
 public:
     explicit Words(std::string line) : mRest(std::move(line)) {
@@ -78,15 +78,15 @@ std::string CommandInterpreter::Execute(const std::string& line) {
     }
     const std::lock_guard<std::mutex> lock(mMutex);
     try {
-        return Carry(std::move(words));
+        return Execute(std::move(words));
     } catch (const std::exception& error) {
         return std::string("error: ") + error.what();
     }
 }
 
-std::string CommandInterpreter::Carry(Words words) {
+std::string CommandInterpreter::Execute(Words words) {
     const std::string command = words.Next("a command");
-    std::string told;
+    std::string output;
     if (command == "clamp") {
         Clamp(words);
     } else if (command == "alert") {
@@ -99,17 +99,17 @@ std::string CommandInterpreter::Carry(Words words) {
         Ecu(words);
     } else if (command == "status") {
         words.End();
-        told = " " + mVehicle.Status();
+        output = " " + mVehicle.Status();
     } else if (command == "help") {
         words.End();
-        told = std::string(" ") + kHelp;
+        output = std::string(" ") + kHelp;
     } else if (command == "quit") {
         words.End();
         mQuit();
     } else {
         throw UsageError("unknown command '" + command + "'");
     }
-    return "ok" + told;
+    return "ok" + output;
 }
 
 void CommandInterpreter::Clamp(Words& words) {

@@ -8,7 +8,7 @@
 
 namespace simulator::vehicle {
 
-/// Carries out commands, one line each:
+/// Executes commands, one line each:
 ///
 ///     clamp on|off                   connector session idle|starting|started|rejected
 ///     alert OID CODE                 connector activation on|off
@@ -17,21 +17,21 @@ namespace simulator::vehicle {
 ///     ecu sw|hw|part [TEXT]          connector url URL
 ///     ecu up|down                    status, help, quit
 ///
-/// TEXT goes to the end of the line. The answer is one line: "ok", which "status" and "help"
-/// continue with what they tell, or "error: " and the reason. Any thread.
+/// TEXT extends to the end of the line. The answer is one line: "ok", for "status" and "help"
+/// followed by their output, or "error: " and the reason. Any thread.
 class CommandInterpreter {
 public:
     /// `quit` is called by the command "quit".
     CommandInterpreter(Vehicle& vehicle, std::function<void()> quit);
 
-    /// Empty for an empty line.
+    /// Executes one line and returns the answer; empty for an empty line.
     std::string Execute(const std::string& line);
 
 private:
     class UsageError;
     class Words;
 
-    std::string Carry(Words words);
+    std::string Execute(Words words);
     void Clamp(Words& words);
     void Alert(Words& words);
     void Immobilizer(Words& words);

@@ -73,7 +73,7 @@ MainLoop::MainLoop() {
     if (errno != 0) {
         Fail("pthread_sigmask");
     }
-    // A closed output or a terminal in the background must not end the vehicle.
+    // A closed output or being in the background of a terminal must not stop the vehicle.
     ::signal(SIGPIPE, SIG_IGN);
     ::signal(SIGTTIN, SIG_IGN);
     mSignalFd = posix::UniqueFd(::signalfd(-1, &signals, SFD_CLOEXEC));

@@ -7,19 +7,19 @@
 
 namespace simulator::vehicle {
 
-/// What the program's main thread does: waits for SIGTERM, SIGINT, commands on standard input and
-/// the word to end.
+/// The loop of the program's main thread: waits for SIGTERM, SIGINT, commands on standard input and
+/// `Quit`.
 class MainLoop {
 public:
-    /// Blocks the two signals for this thread and all that it makes from now on. Throws
+    /// Blocks the two signals in this thread and those that it starts later. Throws
     /// std::system_error.
     MainLoop();
 
     /// Makes Run return. Any thread.
     void Quit();
 
-    /// Hands each line of standard input to `execute` and prints what it answers. Returns after a
-    /// signal or Quit; at the end of input only if `endWithInput` says so.
+    /// Passes each line of standard input to `execute` and prints the answer. Returns after a
+    /// signal or `Quit`, and at the end of input if `endWithInput`.
     void Run(const std::function<std::string(const std::string& line)>& execute, bool endWithInput);
 
 private:

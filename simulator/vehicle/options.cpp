@@ -65,7 +65,7 @@ CLI::Validator OneOf(const Table& table) {
     return CLI::IsMember(std::move(names), CLI::ignore_case);
 }
 
-/// Adds an option for a path whose default lies below the root.
+/// An option for a path whose default is below the root.
 struct UnitPath {
     const char* option;
     std::string Options::*field;
@@ -90,7 +90,7 @@ constexpr std::array<UnitPath, 6> kPaths{{
      "control socket"},
 }};
 
-/// TYPE://HOST:PORT, as of a command line; nothing for any other text.
+/// Parses TYPE://HOST:PORT; nothing for any other text.
 std::optional<ProxySettings> ParseProxy(const std::string& text) {
     const auto typeEnd = text.find("://");
     const auto hostEnd = text.rfind(':');
@@ -109,7 +109,7 @@ std::optional<ProxySettings> ParseProxy(const std::string& text) {
     return proxy;
 }
 
-/// Adds the options for the page, which starts the service and so has to be inside the unit.
+/// Adds the options for the page, which starts the service and so must run inside the unit.
 void AddPageOptions(CLI::App& app, Options& options) {
     auto* page = app.add_flag("--page", options.servesPage,
                               "serve a page on 127.0.0.1 that drives the unit and shows what it "
@@ -154,7 +154,7 @@ void AddSocketOptions(CLI::App& app, OperationSettings& sockets) {
         "http://HOST:PORT or socks5://HOST:PORT between unit and backend");
 }
 
-/// Adds the options for the network that SOME/IP has.
+/// Adds the options for the SOME/IP network.
 void AddNetworkOptions(CLI::App& app, Options& options) {
     app.add_option("--someip-address", options.network.address,
                    "IPv4 address that the diagnostic information is offered at (default: one of "
@@ -171,7 +171,7 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
         ->capture_default_str();
 }
 
-/// What the command line says, as its texts.
+/// The command line's values, before they are converted.
 struct Arguments {
     Options options;
     std::string root;
@@ -183,7 +183,7 @@ struct Arguments {
     std::string connection{ToText(options.connection)};
 };
 
-/// Adds the options for where the unit's files and sockets are.
+/// Adds the options for the paths of the unit's files and sockets.
 void AddPathOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--root", arguments.root,
                    "directory before all the unit's paths that are not given");
@@ -195,7 +195,7 @@ void AddPathOptions(CLI::App& app, Arguments& arguments) {
     }
 }
 
-/// Adds the options for the state that the vehicle starts in.
+/// Adds the options for the vehicle's initial state.
 void AddStateOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--vin", arguments.options.vin, "VIN of the immobilizer")
         ->default_val("VNTREL00000000001");

@@ -21,7 +21,7 @@ using ConnectionState = zem_connector::ZemServiceControllerCallbackIf::SCConnect
 
 /// What the vehicle serves, where, and in which state it starts.
 struct Options {
-    /// Where the simulator's files and sockets are.
+    /// Absolute paths of the simulator's files and sockets.
     std::string clientConfigPath;
     std::string serviceSocketPath;
     std::string alertSocketPath;
@@ -30,7 +30,7 @@ struct Options {
     std::string controlPath;
     /// The service socket's path as the unit sees it, which goes into its client configuration.
     std::string serviceSocketPathInUnit;
-    /// Empty: the line "ready" on standard output instead.
+    /// File that reports readiness; if empty, the line "ready" on standard output does.
     std::string readyFile;
     /// Ends at the end of standard input.
     bool endWithInput{false};
@@ -48,9 +48,9 @@ struct Options {
     bool activated{true};
     ConnectionState connection{ConnectionState::kConnected};
     std::string backendUrl;
-    /// How the unit's sockets to the backend are made.
+    /// Proxy and TLS of the unit's sockets to the backend.
     zem_connector::host::OperationSettings backendSockets;
-    /// Where the diagnostic information is offered, and the unit's own address on that network.
+    /// SOME/IP network where the diagnostic information is offered, and the unit's address on it.
     someip::NetworkDeployment network{someip::LoopbackNetwork(someip::LoopbackEnd::kProvider)};
     std::string unitAddress{someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address};
     std::uint16_t diagnosticAddress{0};
@@ -59,12 +59,11 @@ struct Options {
     std::string partNumber;
 };
 
-/// Adds the program's options to a parser. The result gives what they say once the parser has read
-/// a command line.
+/// Adds the program's options to a parser. The result returns the options after the parser has
+/// parsed a command line.
 std::function<Options()> AddOptions(CLI::App& app);
 
-/// The texts that commands and options use. Upper and lower case count alike when
-/// reading. Nothing for a text that is none of them.
+/// The texts of commands and options. Parsing ignores case; nothing for an unknown text.
 std::optional<zem_connector::SessionStatus> ParseSession(const std::string& text);
 std::optional<ConnectionState> ParseConnection(const std::string& text);
 const char* ToText(zem_connector::SessionStatus status);

@@ -28,7 +28,7 @@ std::string Text(const std::vector<std::uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
-/// The servers make their sockets, but not the directories for them.
+/// The servers create their sockets, but not the parent directories.
 std::string WithParents(const std::string& path) {
     MakeParentDirectories(path);
     return path;

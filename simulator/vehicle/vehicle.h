@@ -13,34 +13,34 @@
 
 namespace simulator::vehicle {
 
-/// The vehicle's services as a control unit meets them. Serves from construction to destruction,
-/// on threads of its own. The operations are to be called from one thread at a time.
+/// The vehicle's services as seen by a control unit. Serves from construction to destruction, on
+/// threads of its own. The operations may be called from one thread at a time.
 class Vehicle {
 public:
-    /// What a command wants of the identification of the unit.
+    /// A field of the unit's identification that commands can set.
     enum class EcuValue { kSwVersion, kHwVersion, kPartNumber };
 
-    /// Starts all services and writes the unit's configuration files. Throws a std::exception that
-    /// says what could not be had; nothing is served then.
+    /// Starts all services and writes the unit's configuration files. Throws a std::exception with
+    /// the cause if a port, socket or file is unavailable; nothing is served then.
     explicit Vehicle(const Options& options);
 
     void SetClamp(bool on);
     void SetImmobilizerAvailable(bool available);
-    /// An empty text: the immobilizer's record has no VIN.
+    /// With an empty text the immobilizer's record has no VIN.
     void SetVin(const std::string& vin);
 
-    /// Sends an alert; returns how many subscribers took it.
+    /// Sends an alert; returns the number of subscribers that were sent it.
     std::size_t SendAlert(const std::string& operationId, std::uint8_t code);
 
     /// Each throws std::system_error if the connector's file can't be written; the state is then
-    /// as it was.
+    /// unchanged.
     void SetSession(zem_connector::SessionStatus status);
     void SetActivated(bool activated);
     void SetConnection(ConnectionState state);
     void SetUrl(const std::string& url);
 
-    /// Throws std::length_error if the field does not fit into a datagram; the value is then as it
-    /// was.
+    /// Throws std::length_error if the field does not fit into a datagram; the value is then
+    /// unchanged.
     void SetEcuValue(EcuValue value, const std::string& text);
     void SetDiagnosticInfoAvailable(bool available);
 

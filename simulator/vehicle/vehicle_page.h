@@ -7,20 +7,20 @@
 
 namespace simulator::vehicle {
 
-/// Serves the page of the unit that this vehicle is around, on a thread of its own, from
-/// construction to destruction. The page's commands go to `ask`, as those of the control socket do;
-/// the service and vintrel-provision are the programs beside this one.
+/// Serves the page of this vehicle's unit, on a thread of its own, from construction to
+/// destruction. The page's commands are passed to `ask`, like those of the control socket; the
+/// service and vintrel-provision are expected in this program's directory.
 class VehiclePage {
 public:
-    /// Throws std::system_error if the port can't be had.
+    /// Throws std::system_error if the port is unavailable.
     VehiclePage(const Options& options, page::UnitSettings::Ask ask);
-    /// Ends the service if the page has started it.
+    /// Stops the service if the page has started it.
     ~VehiclePage();
 
     VehiclePage(const VehiclePage&) = delete;
     VehiclePage& operator=(const VehiclePage&) = delete;
 
-    /// What to open in the browser.
+    /// The URL to open in the browser.
     std::string Address() const { return mServer.Address(); }
 
 private:
