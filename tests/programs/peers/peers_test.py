@@ -6,7 +6,7 @@ comes of each case at the client; docs/peers.md says it to a reader.
 """
 
 import collections
-import contextlib
+import http.server
 import json
 import os
 import pathlib
@@ -15,21 +15,21 @@ import shutil
 import socket
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import types
-import unittest
 
 sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "end_to_end"))
 import servers  # noqa: E402
+import unit_case  # noqa: E402
+import unit_day  # noqa: E402
 
-BINARIES = pathlib.Path(sys.argv[1]).resolve()
-OPERATION = "QUBA-GenerateTIVCert-C003.COSendCSR"
-VIN = "VNTREL00000000001"
-LIMIT = 60
-MEDIA_TYPE = b"application/QUBA_CT_KoruCertificateResponse_v2+proto"
+TRANSACTION_TYPE = "QUBA-GenerateTIVCert-C003"
+OPERATION = TRANSACTION_TYPE + ".COSendCSR"
+MEDIA_TYPE = "application/QUBA_CT_KoruCertificateResponse_v2+proto"
 ANSWER = b"\x0a\x04peer"
+ANSWER_IN_CHUNKS = b"6\r\n" + ANSWER + b"\r\n0\r\n\r\n"
 # All of 127.0.0.0/8 is this host: with an address of its own a test has all ports to itself.
 HOST = f"127.{64 + (os.getpid() >> 16)}.{os.getpid() >> 8 & 255}.{os.getpid() & 255}"
 
@@ -64,113 +64,46 @@ def rows(hands_on, closed=502, silent=504):
     }
 
 
-def run(*command):
-    subprocess.run([str(part) for part in command], check=True, capture_output=True,
-                   timeout=LIMIT)
-
-
-def wait_for(what, condition):
-    deadline = time.monotonic() + LIMIT
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError(f"not seen within {LIMIT} s: {what}")
-        time.sleep(0.02)
-
-
-class Upstream:
+class Upstream(http.server.BaseHTTPRequestHandler):
     """A backend of a few lines: its interim response is late, its answer may have no length."""
 
-    def __init__(self):
-        self.expectations = []
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
-        self.thread = threading.Thread(target=self.serve)
-        self.thread.start()
+    protocol_version = "HTTP/1.1"
 
-    def stop(self):
-        self.listener.shutdown(socket.SHUT_RDWR)
-        self.thread.join()
-        self.listener.close()
+    def handle_expect_100(self):
+        time.sleep(0.5)
+        return super().handle_expect_100()
 
-    def serve(self):
-        while True:
-            try:
-                connection, _ = self.listener.accept()
-            except OSError:
-                return
-            # A server that gives up on us is its own business.
-            with contextlib.suppress(OSError), connection, connection.makefile("rwb") as stream:
-                self.answer(stream)
-
-    def answer(self, stream):
-        target = stream.readline().split()[1]
-        header = {}
-        while line := stream.readline().strip():
-            name, value = line.split(b":", 1)
-            header[name.lower()] = value.strip().lower()
-        self.expectations.append(b"expect" in header)
-        if b"expect" in header:
-            time.sleep(0.5)
-            stream.write(b"HTTP/1.1 100 Continue\r\n\r\n")
-            stream.flush()
-        if b"content-length" in header:
-            stream.read(int(header[b"content-length"]))
-        length = b"Content-Length: %d\r\n" % len(ANSWER) if target == b"/late" else b""
-        stream.write(b"HTTP/1.1 200 OK\r\nContent-Type: " + MEDIA_TYPE + b"\r\n" + length +
-                     b"Connection: close\r\n\r\n" + ANSWER)
+    def do_PUT(self):
+        self.server.expectations.append("Expect" in self.headers)
+        self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        self.send_response(200)
+        self.send_header("Content-Type", MEDIA_TYPE)
+        self.send_header("Connection", "close")
+        if self.path == "/late":
+            self.send_header("Content-Length", str(len(ANSWER)))
+        self.end_headers()
+        self.wfile.write(ANSWER)
 
 
-class ServerTest(unittest.TestCase):
+class ServerTest(unit_case.UnitCase):
     """All cases with one server, which stands before the backend simulator."""
 
-    @classmethod
-    def setUpClass(cls):
-        directory = tempfile.TemporaryDirectory(prefix="vintrel-peers-")
-        cls.addClassCleanup(directory.cleanup)
-        cls.directory = pathlib.Path(directory.name)
-        cls.directory.chmod(0o755)
-        cls.container = cls.directory / "container.pem"
-        cls.long_container = cls.directory / "long.pem"
-        cls.long_container.write_text("x" * 100000)
-        cls.other_anchor = cls.directory / "other.pem"
-        cls.make_server_certificate(cls.other_anchor)
-        cls.make_container()
+    def setUp(self):
+        super().setUp()
+        self.directory = self.day.directory
+        self.directory.chmod(0o755)
+        self.day.provision()
+        self.request = self.directory / "request.bin"
+        self.request.write_bytes(
+            self.day.run(*self.day.in_unit("bench-request", unit_day.VIN), text=False))
 
-    @classmethod
-    def make_server_certificate(cls, path):
-        run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-            "-nodes", "-days", "2", "-subj", "/CN=peer", "-addext", "subjectAltName=DNS:peer.test",
-            "-keyout", path, "-out", f"{path}.crt")
+    def make_server_certificate(self, path):
+        self.day.run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                     "ec_paramgen_curve:P-256", "-nodes", "-days", "2", "-subj", "/CN=peer",
+                     "-addext", "subjectAltName=DNS:peer.test", "-keyout", path, "-out",
+                     f"{path}.crt")
         with open(path, "a") as file:
             file.write(pathlib.Path(f"{path}.crt").read_text())
-
-    @classmethod
-    def make_container(cls):
-        base, request = cls.directory / "base.pem", cls.directory / "request.der"
-        run(BINARIES / "vintrel-pki", "create", cls.directory / "pki")
-        run(BINARIES / "vintrel-pki", "unit", cls.directory / "pki", "--vin", VIN, "--out", base)
-        run("openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-            "-nodes", "-keyout", cls.directory / "key.pem", "-subj", f"/CN={VIN}:C003",
-            "-outform", "DER", "-out", request)
-        run("openssl", "cms", "-sign", "-binary", "-nodetach", "-md", "sha256", "-in", request,
-            "-signer", base, "-inkey", base, "-certfile",
-            cls.directory / "pki" / "factory-ca.pem", "-outform", "PEM",
-            "-out", cls.container)
-
-    def launch(self, command, **options):
-        """Starts a process and sees to its end; what it says is shown if the test fails."""
-        log = tempfile.TemporaryFile()
-        process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL,
-                                   stdout=log, stderr=log, **options)
-
-        def end():
-            process.terminate()
-            status = process.wait(LIMIT)
-            log.seek(0)
-            print(f"{command[0]} ended with {status}:\n{log.read().decode(errors='replace')}")
-            log.close()
-        self.addCleanup(end)
-        return process
 
     def start_server(self, server, backend=1, upstream=1):
         """Starts it in the foreground, without privileges; where it is."""
@@ -182,58 +115,54 @@ class ServerTest(unittest.TestCase):
                                       directory=directory, server=server)
         self.make_server_certificate(directory / "server.pem")
         command = server.command(place)
-        options = {}
         if os.geteuid() == 0:
-            options = {"user": "nobody", "group": "nogroup", "extra_groups": []}
+            command = ["setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups",
+                       *command]
             for path in (directory, *directory.iterdir()):
                 shutil.chown(path, "nobody", "nogroup")
         print(f"met: {server.version()}", flush=True)
-        process = self.launch(command, **options)
+        log = self.day.logs / f"{server.program}.log"
+        self.day.launch(server.program, [str(part) for part in command], log.name)
+        self.addCleanup(lambda: print(log.read_text(errors="replace")))
 
         def listens():
-            self.assertIsNone(process.poll(), f"{server.program} did not start")
             with socket.socket() as probe:
                 return probe.connect_ex((HOST, port)) == 0
-        wait_for(f"{server.program} to listen", listens)
+        self.day.wait_for(f"{server.program} to listen", listens)
         return place
 
-    def start_backend(self, scenarios):
-        port_file = self.directory / "backend.port"
-        self.launch([BINARIES / "vintrel-backend", "--pki", self.directory / "pki", "--port-file",
-                     port_file, "--port", 0, "--journal", self.directory / "journal.jsonl",
-                     "--scenario", ",".join(scenarios)])
-        wait_for("the backend's port", port_file.exists)
-        return int(port_file.read_text())
+    def start_upstream(self):
+        upstream = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Upstream)
+        upstream.expectations = []
+        threading.Thread(target=upstream.serve_forever).start()
+        self.addCleanup(upstream.server_close)
+        self.addCleanup(upstream.shutdown)
+        return upstream
 
-    def journal(self):
-        path = self.directory / "journal.jsonl"
-        return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
-
-    def begin_exchange(self, place, path, container=None, anchors=None):
+    def begin_exchange(self, place, path, request=None, anchors=None):
         """Starts an exchange; what ends it and gives its result."""
         tls = place.server.tls and {
             "trustAnchors": str(anchors or place.directory / "server.pem.crt"),
             "serverName": "peer.test"}
-        file = place.directory / "connector.json"
-        file.write_text(json.dumps({
-            "sessionStatus": "started",
-            "transactionTypes": {"QUBA-GenerateTIVCert-C003": {"activated": True}},
+        settings, response = place.directory / "connector.json", place.directory / "response.bin"
+        settings.write_text(json.dumps({
+            "transactionTypes": {TRANSACTION_TYPE: {}},
             "invocationUrls": {
                 OPERATION: f"http{'s' if tls else ''}://{HOST}:{place.port}{path}"},
             "operations": {OPERATION: {"tls": tls}}}))
         process = subprocess.Popen(
-            [BINARIES / "peers-exchange", container or self.container], text=True,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-            env={**os.environ, "ZEM_CONNECTOR_CONFIG": str(file), "ARA_LOG_LEVEL": "debug"})
+            [unit_case.binaries() / "bench-exchange", request or self.request, response], text=True,
+            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+            env={**os.environ, "ZEM_CONNECTOR_CONFIG": str(settings), "ARA_LOG_LEVEL": "debug"})
         self.addCleanup(process.kill)
 
         def end():
-            output, log = process.communicate(timeout=LIMIT)
-            self.assertEqual(process.returncode, 0, log)
+            _, log = process.communicate(timeout=self.day.limit)
             print(log)
             status = re.findall(r"Unexpected HTTP response: (\d+)!", log)
             return types.SimpleNamespace(
-                **json.loads(output), log=log, status=int(status[-1]) if status else None,
+                code=process.returncode, body=response.read_bytes(), log=log,
+                status=int(status[-1]) if status else None,
                 interim="The Payload was sent successfully." in log)
         return end
 
@@ -243,17 +172,20 @@ class ServerTest(unittest.TestCase):
     def meet(self, server, expected, chunks_unsized=False):
         if server.path() is None:
             self.skipTest(f"{server.program} is not installed: skipped")
-        upstream = Upstream()
-        self.addCleanup(upstream.stop)
-        backend = self.start_backend([case for case in expected if not case.startswith("/")])
-        place = self.start_server(server, backend, upstream.port)
+        upstream = self.start_upstream()
+        self.day.start_simulators("--scenario", ",".join(
+            case for case in expected if not case.startswith("/")) or "ok")
+        too_long = self.directory / "long.bin"
+        too_long.write_bytes(b"x" * 100000)
+        place = self.start_server(server, int((self.directory / "backend.port").read_text()),
+                                  upstream.server_port)
         for case, row in expected.items():
             with self.subTest(case):
-                before, upstream.expectations = len(self.journal()), []
-                result = self.exchange(
-                    place, case if case.startswith("/") else "/enrol",
-                    self.long_container if case == "/too-long" else self.container)
-                entries = self.journal()[before:]
+                before = len(self.day.requests())
+                upstream.expectations.clear()
+                result = self.exchange(place, case if case.startswith("/") else "/enrol",
+                                       too_long if case == "/too-long" else self.request)
+                entries = self.day.requests()[before:]
                 seen = [entry["outcome"] for entry in entries] + upstream.expectations
                 self.assertLessEqual(len(seen), 1, "one request for one exchange")
                 if case == "close-after-interim" and result.status == LOST:
@@ -261,34 +193,38 @@ class ServerTest(unittest.TestCase):
                 met = Row(result.interim, result.code, result.status, seen[0] if seen else None)
                 print(f"{server.program} {case}: {met}", flush=True)
                 self.assertEqual(met, row, result.log)
-                self.judge_response(result, entries, case == "/unsized" and chunks_unsized)
+                self.judge_body(result, entries, case == "/unsized" and chunks_unsized)
         if server.tls:
             self.refuse_certificate(place)
         return place
 
-    def judge_response(self, result, entries, is_chunked):
-        """What the client gets is what the backend has sent, to the byte, unless in chunks."""
+    def judge_body(self, result, entries, is_chunked):
+        """What the client gets is what the backend has sent, to the byte."""
         self.assertNotIn("may lack its end", result.log)
-        if is_chunked:
-            self.assertFalse(result.isMessage)
+        if result.code == SUCCESS and entries:
+            chain = entries[0]["issued_chain"].encode()
+            self.assertEqual(result.body, bytes([0x0A, len(chain) & 127 | 128, len(chain) >> 7])
+                             + chain)
         elif result.code == SUCCESS:
-            self.assertEqual(result.text, entries[0]["issued_chain"] if entries else "peer")
+            self.assertEqual(result.body, ANSWER_IN_CHUNKS if is_chunked else ANSWER)
         elif result.interim and entries and entries[0]["outcome"] == "refused":
-            self.assertIn(entries[0]["transaction_id"], result.text)
+            self.assertIn(entries[0]["transaction_id"].encode(), result.body)
         else:
-            self.assertEqual(result.size, 0)
+            self.assertEqual(result.body, b"")
 
     def refuse_certificate(self, place):
-        before = len(self.journal())
-        result = self.exchange(place, "/enrol", anchors=self.other_anchor)
+        before = len(self.day.requests())
+        other_anchor = self.directory / "other.pem"
+        self.make_server_certificate(other_anchor)
+        result = self.exchange(place, "/enrol", anchors=other_anchor)
         self.assertEqual((result.code, result.interim), (FAILED, False), result.log)
         self.assertIn("Connection failed: 7", result.log)
-        self.assertEqual(len(self.journal()), before)
+        self.assertEqual(len(self.day.requests()), before)
 
     def test_nginx(self):
         place = self.meet(servers.Nginx(), rows(hands_on=False), chunks_unsized=True)
         hasty = self.exchange(place, "/hasty")
-        self.assertEqual((hasty.interim, hasty.code, hasty.size), (True, HTTP_ERROR, 0))
+        self.assertEqual((hasty.interim, hasty.code, len(hasty.body)), (True, HTTP_ERROR, 0))
         self.assertIn(hasty.status, (403, LOST))
 
     def test_apache(self):
@@ -317,8 +253,8 @@ class ServerTest(unittest.TestCase):
         for program, end in ends.items():
             with self.subTest(program):
                 result = end()
-                self.assertEqual((result.interim, result.code, result.size), (False, TIMEOUT, 0))
+                self.assertEqual((result.interim, result.code, len(result.body)), (False, TIMEOUT, 0))
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2, argv=[sys.argv[0], *sys.argv[2:]])
+    unit_case.main()
