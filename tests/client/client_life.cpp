@@ -242,6 +242,12 @@ void ClientLife::Mark() {
     mMarkedPending = dispatcher->AllPending();
 }
 
+bool ClientLife::WasPending(const std::string& event) const {
+    return std::any_of(
+        mMarkedPending.begin(), mMarkedPending.end(),
+        [id = client_table::EventId(event)](const auto& pending) { return pending.event == id; });
+}
+
 std::vector<std::string> ClientLife::OwnLines() const {
     std::vector<std::string> lines;
     for (const std::string& line : log.Lines()) {

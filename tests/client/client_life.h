@@ -73,7 +73,9 @@ public:
 
     /// Forgets what was seen.
     void Mark();
-    /// What was to be seen since the mark, as a row of the table tells it.
+    /// Whether such an event was pending at the mark, beside one that has been delivered.
+    bool WasPending(const std::string& event) const;
+    /// What was to be seen since the mark, as a case of the table states it.
     std::vector<std::string> Story() const;
     /// The states that were entered since the mark.
     std::vector<std::string> Entered() const;

@@ -1,23 +1,23 @@
 #pragma once
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 
+#include "client/transition_table.h"
 #include "lives/link_models.h"
 #include "lives/machine_model.h"
 
 namespace lives {
 
-/// The tables of the client machine.
+/// The client machine by its transition table: keeps the facts that the table asks for, and tells
+/// the oracle its stories.
 class ClientModel : public MachineModel {
 public:
     ClientModel(Oracle& oracle, testing_support::ScriptedUnit& unit,
                 std::shared_ptr<ConnectorModel> connector, bool factoryReset)
-        : MachineModel(oracle, "VintrelClientFsm"),
-          mUnit(unit),
-          mConnector(std::move(connector)),
-          mReset(factoryReset) {}
+        : MachineModel(oracle, "VintrelClientFsm"), mUnit(unit), mConnector(std::move(connector)) {
+        mFacts["reset"] = factoryReset ? "asked" : "none";
+    }
 
     /// The constructor, which throws if the store cannot be opened.
     void Construct(bool storeOpens, bool terminatedMeanwhile);
@@ -35,68 +35,34 @@ public:
     bool lateTermination{false};
     /// `GetVin` calls that have no answer yet.
     int owesVin{0};
-    int Connection() const { return mConnection; }
-    bool ClampOn() const { return mClampOn; }
-    bool InExchange() const { return mExchange; }
+    bool ConnectionUsable() const { return mFacts.at("connection") == "usable"; }
+    bool ClampOn() const { return mFacts.at("Clamp 15") == "on"; }
+    bool InExchange() const { return mFacts.at("exchange") == "runs"; }
 
 private:
-    struct Row {
-        int event;
-        const char* state;
-        void (ClientModel::*method)(const Event&);
-    };
-    static const Row kRows[];
-
     void Handle(const Event& event) override;
-    bool Common(const Event& event);
-    void HandleConnector(const Event& event);
-    void Stop();
-    void ReleaseAdapter();
+    /// What can be learnt from an event and from the unit at its time.
+    void Look(const Event& event);
+    /// The event's name among the triggers of the table.
+    std::string NameOf(const Event& event);
+    std::string NameOfResponse(const Event& event);
 
-    void TriggerByClamp(const Event& event);
-    void TriggerByAlert(const Event& event);
-    void WaitConnector(const Event& event);
-    void CheckServices(const Event& event);
-    void HandleVin(const Event& event);
-    void HandleCheckTime(const Event& event);
-    void Update(const Event& event);
-    void TestDownload(const Event& event);
-    void HandleAnswer(const Event& event);
-    void CheckAndStore(const Event& event);
-    void Retry(const Event& event);
+    void Tell(const client_table::Words& story);
+    void TellRaising(const std::string& trigger);
+    /// Passes an item of a story on to the oracle.
+    void See(const std::string& item);
+    void RaiseItem(const std::string& text);
+    void CallNeighbour(const std::string& call);
 
-    void StartPass();
-    void HandleUrl(const Event& event);
-    void QueryVin();
-    void Judge();
-    int ReasonOf(int status);
     std::string RequestBody() const;
-    void StartDownload();
-    void StartRetry(const std::string& line);
-    void EndPass(std::initializer_list<std::string> lines = {});
-    bool Delete();
+    void StartExchange();
+    void ReleaseAdapter();
 
     testing_support::ScriptedUnit& mUnit;
     std::shared_ptr<ConnectorModel> mConnector;
-    bool mReset;
-    int mSession{0};
-    int mConnection{0};
-    bool mImmobilizer{false};
-    bool mAlertHandled{false};
-    bool mClampOn{false};
-    bool mExchange{false};
-    int mReason{5};
-    std::string mKoruVin;
-
-    /// What is wiped at the end of a pass.
-    struct Pass {
-        bool alert{false};
-        bool retryOngoing{false};
-        int retries{0};
-        std::string oid;
-        std::string body;
-        Destination destination;
-    } mPass;
+    client_table::Facts mFacts = client_table::FirstFacts();
+    std::string mBody;
+    Destination mDestination;
 };
 
 }  // namespace lives

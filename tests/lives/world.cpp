@@ -311,7 +311,7 @@ bool World::Help() {
 }
 
 void World::HelpExchange() {
-    const bool usable = mModel->Connection() >= 2;
+    const bool usable = mModel->ConnectionUsable();
     if (!mModel->InExchange() && !usable && HasSession()) {
         if (!mConnectorModel->Activated() && !Fails(Point::kActivation)) {
             Activation(true);
