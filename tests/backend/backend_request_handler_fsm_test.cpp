@@ -4,15 +4,16 @@
 
 #include <gmock/gmock.h>
 
-#include "event_recorder.h"
 #include "fsm/fsm_stream_communicator.h"
 #include "socket_pair.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 namespace vintrel {
 
 using testing_support::CapturedLog;
+using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 
 namespace {
@@ -69,7 +70,10 @@ std::string Response(const std::string& status, const std::string& type, const s
 
 class BackendRequestHandlerFsmTest : public testing::Test {
 protected:
-    void SetUp() override { mTarget->StartFsm(mDispatcher); }
+    void SetUp() override {
+        mTarget->Start(mDispatcher);
+        mTarget->KeepPayloads();
+    }
 
     void Start(const std::string& body = "body") {
         ASSERT_TRUE(mHandler->StartFsm(mDispatcher, mTarget, kTargetEvent, body, mConnector,
@@ -107,10 +111,8 @@ protected:
 
     /// The one report, after which nothing of the exchange is left.
     void ExpectEnd(ReturnCode code, const std::string& response = {}) {
-        ASSERT_EQ(mTarget->events.size(), 1U);
-        EXPECT_EQ(mTarget->events[0].id, kTargetEvent);
-        EXPECT_EQ(mTarget->events[0].info, 0);
-        const auto& data = mTarget->events[0].As<BackendResponseEventData>();
+        ASSERT_EQ(mTarget->events, (std::vector<RecorderFsm::Event>{{kTargetEvent, 0}}));
+        const auto& data = mTarget->Payload<BackendResponseEventData>(0);
         EXPECT_EQ(data.returnCode, code);
         EXPECT_EQ(data.response, response);
         EXPECT_EQ(mHandler->GetStateName(), "FsmStateTerminated");
@@ -131,7 +133,7 @@ protected:
     SocketPair mPair;
     std::shared_ptr<VirtualTimeDispatcher> mDispatcher =
         std::make_shared<VirtualTimeDispatcher>("EventDispatcher", false);
-    std::shared_ptr<EventRecorder> mTarget = std::make_shared<EventRecorder>();
+    std::shared_ptr<RecorderFsm> mTarget = std::make_shared<RecorderFsm>();
     std::shared_ptr<ScriptedConnectorFsm> mConnector = std::make_shared<ScriptedConnectorFsm>();
     std::shared_ptr<BackendRequestHandlerFsm> mHandler =
         std::make_shared<BackendRequestHandlerFsm>();
@@ -206,7 +208,7 @@ TEST_F(BackendRequestHandlerFsmTest, ASocketOrCommunicatorThatIsNoneEndsTheExcha
         {0, missing, ReturnCode::kInternalError, "Cannot start FsmStreamCommunicator!"},
         {0, dead, ReturnCode::kInternalError, "Cannot start FsmStreamCommunicator!"}};
     for (const auto& [status, communicator, code, line] : rows) {
-        mTarget->events.clear();
+        mTarget->Clear();
         mLog.Clear();
         mHandler = std::make_shared<BackendRequestHandlerFsm>();
         Start();
@@ -232,7 +234,7 @@ TEST_F(BackendRequestHandlerFsmTest, AnEventWithoutItsPayloadEndsTheExchange) {
     mDispatcher->RunPending();
     ExpectEnd(ReturnCode::kConnectionFailed);
 
-    mTarget->events.clear();
+    mTarget->Clear();
     mHandler = std::make_shared<BackendRequestHandlerFsm>();
     StartAndConnect();
     mDispatcher->RaiseEvent(nullptr, mHandler, 2, fsm::FsmStreamCommunicatorIf::eReadContinuedData,

@@ -1,8 +1,6 @@
 #include "client/certificate_messages.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include <google/protobuf/descriptor.h>
 #include <gtest/gtest.h>
@@ -34,14 +32,12 @@ CertificateRequestParams AllFields() {
 std::string Convert(const std::string& action, const std::string& input, const std::string& type,
                     const std::string& schema) {
     const testing_support::TemporaryDirectory directory;
-    const std::string file = directory.File("message");
-    std::ofstream(file, std::ios::binary) << input;
+    const std::string file = directory.Write("message", input);
     const std::string command = "'" PROTOC "' '--proto_path=" PROTO_DIRECTORY "' --" + action +
                                 "=domain.backend.proto." + type + " " + schema + " < '" + file +
                                 "' > '" + file + ".out'";
     EXPECT_EQ(std::system(command.c_str()), 0);
-    std::ifstream output(file + ".out", std::ios::binary);
-    return {std::istreambuf_iterator<char>(output), {}};
+    return directory.Read("message.out");
 }
 
 }  // namespace

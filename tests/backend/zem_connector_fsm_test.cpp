@@ -5,16 +5,18 @@
 
 #include <gmock/gmock.h>
 
-#include "event_recorder.h"
 #include "socket_pair.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 namespace vintrel {
 
 using testing_support::CapturedLog;
+using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 using zem_connector::SessionStatus;
+using Events = std::vector<RecorderFsm::Event>;
 using SCConnectionState = ZemConnectorFsmIf::SCConnectionState;
 
 namespace {
@@ -77,14 +79,16 @@ private:
 class ZemConnectorFsmTest : public testing::Test {
 protected:
     void SetUp() override {
-        mTarget->StartFsm(mDispatcher);
-        mClient->StartFsm(mDispatcher);
+        for (const auto& machine : {mTarget, mClient}) {
+            machine->Start(mDispatcher);
+            machine->KeepPayloads();
+        }
     }
 
     void StartReadyToConnect() {
         EXPECT_TRUE(mMachine->StartFsm(mDispatcher, mTarget, kTargetEvent));
         Call([this] { mMachine->ZemSCActivationState({}); });
-        mTarget->events.clear();
+        mTarget->Clear();
         mScript.calls.clear();
     }
 
@@ -109,8 +113,8 @@ protected:
     ScriptedFactory mFactory{mScript};
     std::shared_ptr<VirtualTimeDispatcher> mDispatcher =
         std::make_shared<VirtualTimeDispatcher>("EventDispatcher", true);
-    std::shared_ptr<EventRecorder> mTarget = std::make_shared<EventRecorder>();
-    std::shared_ptr<EventRecorder> mClient = std::make_shared<EventRecorder>();
+    std::shared_ptr<RecorderFsm> mTarget = std::make_shared<RecorderFsm>();
+    std::shared_ptr<RecorderFsm> mClient = std::make_shared<RecorderFsm>();
     std::shared_ptr<ZemConnectorFsm> mMachine = std::make_shared<ZemConnectorFsm>(mFactory, "type");
 };
 
@@ -135,10 +139,8 @@ TEST_F(ZemConnectorFsmTest, EachReportTellsTheWholeState) {
     update.connectionState = static_cast<SCConnectionState>(9);
     Call([&] { mMachine->ZemSCConnectionState(update); });
     EXPECT_TRUE(Logged('I', "'' Connection State changed to Unknown"));
-    ASSERT_EQ(mTarget->events.size(), 1U);
-    EXPECT_EQ(mTarget->events[0].id, kTargetEvent);
-    EXPECT_EQ(mTarget->events[0].info, 2);
-    const auto& report = mTarget->events[0].As<ZemConnectorFsmIf::StateUpdateEventData>();
+    ASSERT_EQ(mTarget->events, (Events{{kTargetEvent, 2}}));
+    const auto& report = mTarget->Payload<ZemConnectorFsmIf::StateUpdateEventData>(0);
     EXPECT_EQ(report.status, SessionStatus::kStarted);
     EXPECT_EQ(report.connectionState, update.connectionState);
     EXPECT_TRUE(report.activated);
@@ -149,7 +151,7 @@ TEST_F(ZemConnectorFsmTest, AUrlThatFailedIsCheckedForItsOperationToo) {
     mMachine->GetUrl();
     Call([&] { mMachine->ZemSCInvocationURL({1, "elsewhere", "x"}); });
     ASSERT_EQ(mTarget->events.size(), 1U);
-    EXPECT_FALSE(mTarget->events[0].As<ZemConnectorFsmIf::InvocationUrlEventData>().success);
+    EXPECT_FALSE(mTarget->Payload<ZemConnectorFsmIf::InvocationUrlEventData>(0).success);
     EXPECT_TRUE(Logged('E', "Error received for the URL!"));
     EXPECT_TRUE(Logged('E', "Received URL for incorrect OperationTypeId: 'elsewhere'!"));
 }
@@ -162,7 +164,7 @@ TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
     }
     mDispatcher->RunPending();
     ASSERT_EQ(mTarget->events.size(), 1U);
-    EXPECT_FALSE(mTarget->events[0].As<ZemConnectorFsmIf::InvocationUrlEventData>().success);
+    EXPECT_FALSE(mTarget->Payload<ZemConnectorFsmIf::InvocationUrlEventData>(0).success);
     EXPECT_EQ(mLog.Count("ZemConnectorFsm: Event without its payload"), 3U);
     EXPECT_TRUE(Connect()) << "still activated";
 }
@@ -187,7 +189,7 @@ TEST_F(ZemConnectorFsmTest, AResultThatComesAgainIsDroppedAndItsSocketClosedUnle
     EXPECT_EQ(mLog.Count("SocketConnectCb_0_: Unexpected socket result dropped"), 4U);
     EXPECT_EQ(mClient->events.size(), 1U);
     EXPECT_FALSE(first.OtherEndClosed());
-    mClient->events.clear();
+    mClient->Clear();
     EXPECT_TRUE(first.OtherEndClosed());
     EXPECT_EQ(mLog.Count("close() failed"), 0U);
     mMachine->RaiseCallbackEvent(4, 77);
@@ -206,14 +208,12 @@ TEST_F(ZemConnectorFsmTest, AttemptsEndIndependently) {
     EXPECT_TRUE(mLog.Contains("E SocketConnectCb_0_: Connection failed: 5"));
     EXPECT_TRUE(Logged('I', "SocketConnectCb_1_ ended."));
 
-    ASSERT_EQ(mClient->events.size(), 2U);
-    EXPECT_EQ(mClient->events[0].id, kClientEvent);
-    EXPECT_EQ(mClient->events[0].info, 0);
+    ASSERT_EQ(mClient->events, (Events{{kClientEvent, 0}, {kClientEvent, 0}}));
     using Result = ZemConnectorFsmIf::SocketConnectEventData;
-    EXPECT_EQ(mClient->events[0].As<Result>().socketStatus, 0);
-    EXPECT_EQ(mClient->events[1].As<Result>().socketStatus, 5);
+    EXPECT_EQ(mClient->Payload<Result>(0).socketStatus, 0);
+    EXPECT_EQ(mClient->Payload<Result>(1).socketStatus, 5);
     EXPECT_FALSE(pair.OtherEndClosed());
-    mClient->events.clear();
+    mClient->Clear();
     EXPECT_TRUE(pair.OtherEndClosed()) << "the socket belongs to the communicator";
 }
 

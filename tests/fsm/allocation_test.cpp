@@ -10,8 +10,8 @@
 #include "fsm/allocation_count.h"
 #include "fsm/fsm_event_data_stream_communicator.h"
 #include "fsm/fsm_stream_communicator_if.h"
-#include "fsm/recorder.h"
 #include "logging/qel_logging.h"
+#include "testing/recorder_fsm.h"
 
 namespace {
 

@@ -3,8 +3,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,8 +15,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 namespace {
@@ -26,12 +24,11 @@ namespace {
 bool gPipesFail = false;
 
 using testing_support::CapturedLog;
-using testing_support::Recorder;
+using testing_support::Gate;
+using testing_support::RecorderFsm;
 using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
-using Events = std::vector<Recorder::Event>;
-
-constexpr std::chrono::seconds kHangGuard{20};
+using Events = std::vector<RecorderFsm::Event>;
 
 /// In the order in which the next calls get them.
 std::array<int, 2> LowestFreeDescriptors() {
@@ -67,7 +64,7 @@ protected:
     const int writeEnd = ends[1];
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("D", true);
-    std::shared_ptr<Recorder> machine = std::make_shared<Recorder>();
+    std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();
 };
 
 TEST_F(AsyncEventQueueTest, EventsComeInOrderOneInEachRound) {
@@ -128,28 +125,26 @@ TEST_F(AsyncEventQueueTest, AFullPipeLosesTheEventAndNothingElse) {
 TEST_F(AsyncEventQueueTest, ASlowLogOfALostEventHoldsNobodyUp) {
     const std::size_t capacity = FillPipe();
     // The line about the lost event is held up until the dispatcher's thread has gone on.
-    std::promise<void> lineReached;
-    std::promise<void> dispatched;
-    std::atomic<bool> gaveUp{false};
+    Gate lineReached;
+    Gate dispatched;
     const auto holdUp = [&](ara::log::LogLevel, const std::string&) {
-        lineReached.set_value();
-        gaveUp = dispatched.get_future().wait_for(kHangGuard) != std::future_status::ready;
+        lineReached.Open();
+        dispatched.Pass();
     };
     auto previous = ara_log_host::ExchangeSink({holdUp, ara::log::LogLevel::kError});
     std::thread other([this] { machine->RaiseAsyncEvent(2, 0, nullptr); });
-    EXPECT_EQ(lineReached.get_future().wait_for(kHangGuard), std::future_status::ready);
+    lineReached.Pass();
     dispatcher->RunPending();
     machine->RaiseAsyncEvent(3, 0, nullptr);
     EXPECT_TRUE(machine->ClearAsyncEvents(3));
-    dispatched.set_value();
+    dispatched.Open();
     other.join();
     ara_log_host::ExchangeSink(std::move(previous));
-    EXPECT_FALSE(gaveUp);
     EXPECT_EQ(machine->events.size(), capacity);
 }
 
 TEST_F(AsyncEventQueueTest, MachinesMayEndWhileAnEventIsUnderWay) {
-    const std::weak_ptr<Recorder> alive = machine;
+    const std::weak_ptr<RecorderFsm> alive = machine;
     machine->RaiseAsyncEvent(1, 0, nullptr);
     machine->RaiseAsyncEvent(2, 0, nullptr);
     machine->onEvent = [&](int, int) {
@@ -165,7 +160,7 @@ TEST_F(AsyncEventQueueTest, MachinesMayEndWhileAnEventIsUnderWay) {
 }
 
 TEST_F(AsyncEventQueueTest, ClearingTakesAsManyBytesAsEvents) {
-    const auto other = std::make_shared<Recorder>("Other");
+    const auto other = std::make_shared<RecorderFsm>("Other");
     other->Start(dispatcher);
     for (const int id : {1, 2, 1}) {
         machine->RaiseAsyncEvent(id, 0, nullptr);
@@ -219,7 +214,7 @@ TEST_F(AsyncEventQueueTest, AfterTheStopRaisingFailsAndNothingIsDelivered) {
 
 TEST_F(AsyncEventQueueTest, WithoutAStopThePipeIsClosedAllTheSame) {
     machine->RaiseAsyncEvent(1, 0, nullptr);
-    const std::weak_ptr<Recorder> alive = machine;
+    const std::weak_ptr<RecorderFsm> alive = machine;
     machine.reset();
     dispatcher.reset();
     EXPECT_EQ(LowestFreeDescriptor(), readEnd);
@@ -230,7 +225,7 @@ TEST_F(AsyncEventQueueTest, WithoutAStopThePipeIsClosedAllTheSame) {
 TEST(AsyncEventQueueWithoutPipeTest, StaysShutAndClosesNothing) {
     const CapturedLog log;
     const auto dispatcher = std::make_shared<VirtualTimeDispatcher>("D");
-    const auto machine = std::make_shared<Recorder>();
+    const auto machine = std::make_shared<RecorderFsm>();
     gPipesFail = true;
     machine->Start(dispatcher);
     gPipesFail = false;
@@ -258,11 +253,11 @@ TEST(AsyncDoorTest, EveryMomentOfALifeStandsForeignThreads) {
         bool destroyedAtHome = false;
         std::atomic<bool> stop{false};
         std::atomic<int> raised{0};
-        std::weak_ptr<Recorder> alive;
+        std::weak_ptr<RecorderFsm> alive;
         {
-            auto unowned = std::make_unique<Recorder>();
+            auto unowned = std::make_unique<RecorderFsm>();
             unowned->onDestroy = [&] { destroyedAtHome = std::this_thread::get_id() == home; };
-            Recorder* const seen = unowned.get();
+            RecorderFsm* const seen = unowned.get();
             const auto hammer = [&stop, &raised, seen] {
                 while (!stop) {
                     seen->RaiseAsyncEvent(1, 0, std::make_unique<fsm::FsmEventData>());
@@ -273,18 +268,12 @@ TEST(AsyncDoorTest, EveryMomentOfALifeStandsForeignThreads) {
             std::thread one(hammer);
             std::thread two(hammer);
             const auto waitForRaises = [&raised] {
-                const auto hangGuard = std::chrono::steady_clock::now() + kHangGuard;
-                for (const int start = raised; raised < start + 4;) {
-                    if (std::chrono::steady_clock::now() > hangGuard) {
-                        ADD_FAILURE() << "the foreign threads are stuck";
-                        return;
-                    }
-                    std::this_thread::yield();
-                }
+                EXPECT_TRUE(testing_support::WaitUntil(
+                    [&, start = raised.load()] { return raised >= start + 4; }));
             };
             auto dispatcher = std::make_shared<VirtualTimeDispatcher>("D");
             waitForRaises();
-            const std::shared_ptr<Recorder> machine = std::move(unowned);
+            const std::shared_ptr<RecorderFsm> machine = std::move(unowned);
             alive = machine;
             waitForRaises();
             machine->Start(dispatcher);

@@ -13,8 +13,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 /// The timeouts that poll(2) was called with.
@@ -36,10 +36,10 @@ namespace {
 
 using fsm::EventDispatcher;
 using testing_support::CapturedLog;
-using testing_support::Recorder;
+using testing_support::RecorderFsm;
 using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
-using Events = std::vector<Recorder::Event>;
+using Events = std::vector<RecorderFsm::Event>;
 
 /// A pipe with one byte in it: its read end is ready.
 class ReadyPipe {
@@ -93,7 +93,7 @@ protected:
         second->Start(dispatcher);
     }
 
-    void Watch(const std::shared_ptr<Recorder>& machine, int ioDescriptor, int eventId) {
+    void Watch(const std::shared_ptr<RecorderFsm>& machine, int ioDescriptor, int eventId) {
         dispatcher->AddIoDescriptor(machine, ioDescriptor, eventId);
         machine->ConfigureIoDescriptor(ioDescriptor, EventDispatcher::kIoRead, true);
     }
@@ -103,8 +103,8 @@ protected:
     ReadyPipe pipeB;
     std::shared_ptr<FailingDispatcher> dispatcher =
         std::make_shared<FailingDispatcher>("Disp", false);
-    std::shared_ptr<Recorder> first = std::make_shared<Recorder>("First");
-    std::shared_ptr<Recorder> second = std::make_shared<Recorder>("Second");
+    std::shared_ptr<RecorderFsm> first = std::make_shared<RecorderFsm>("First");
+    std::shared_ptr<RecorderFsm> second = std::make_shared<RecorderFsm>("Second");
 };
 
 TEST_F(EventDispatcherTest, DescriptorsGoBeforeEventsAndBothAreLogged) {
@@ -210,7 +210,7 @@ TEST_F(EventDispatcherTest, AFailedPollIsOneLineAndAnotherRound) {
 TEST(DispatcherWaitTest, PollWaitsForTheFirstEventAndWithoutOneWithoutLimit) {
     const ReadyPipe pipe;
     const auto dispatcher = std::make_shared<VirtualTimeDispatcher>("Disp", false);
-    const auto machine = std::make_shared<Recorder>();
+    const auto machine = std::make_shared<RecorderFsm>();
     machine->Start(dispatcher);
     dispatcher->AddIoDescriptor(machine, pipe.Reader(), 10);
     machine->ConfigureIoDescriptor(pipe.Reader(), EventDispatcher::kIoRead, true);
@@ -253,16 +253,16 @@ TEST_F(EventDispatcherTest, ADisabledNegativeDescriptorWatchesNobodyElses) {
 TEST_F(EventDispatcherTest, AMachineDroppedInItsOwnStateMethodLivesUntilItReturns) {
     Watch(first, pipeA.Reader(), 10);
     second->RaiseEvent(1, 0, nullptr);
-    for (std::shared_ptr<Recorder>* const machine : {&first, &second}) {
+    for (std::shared_ptr<RecorderFsm>* const machine : {&first, &second}) {
         (*machine)->onEvent = [machine](int, int) {
-            const std::weak_ptr<Recorder> alive = *machine;
+            const std::weak_ptr<RecorderFsm> alive = *machine;
             (*machine)->StopFsm();
             machine->reset();
             EXPECT_FALSE(alive.expired());
         };
     }
-    const std::weak_ptr<Recorder> watching = first;
-    const std::weak_ptr<Recorder> queued = second;
+    const std::weak_ptr<RecorderFsm> watching = first;
+    const std::weak_ptr<RecorderFsm> queued = second;
     EXPECT_TRUE(dispatcher->DispatchStep());
     EXPECT_TRUE(watching.expired());
     EXPECT_TRUE(queued.expired());
@@ -295,7 +295,7 @@ TEST_F(EventDispatcherTest, APayloadGoesToTheHandlerOrIsDestroyedBehindIt) {
 }
 
 TEST_F(EventDispatcherTest, MisuseIsLoggedAtFatalLevelAndHasNoEffect) {
-    const auto stranger = std::make_shared<Recorder>("Stranger");
+    const auto stranger = std::make_shared<RecorderFsm>("Stranger");
     const int fd = pipeA.Reader();
     const std::string number = std::to_string(fd);
     EXPECT_TRUE(dispatcher->IsFsmRegistered(first));

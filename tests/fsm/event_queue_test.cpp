@@ -6,14 +6,14 @@
 
 #include <gtest/gtest.h>
 
-#include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using testing_support::CapturedLog;
-using testing_support::Recorder;
+using testing_support::RecorderFsm;
 using testing_support::TracedData;
 
 class QueueOnTestClock : public fsm::EventQueue {
@@ -46,7 +46,7 @@ protected:
     }
 
     CapturedLog log;
-    std::shared_ptr<Recorder> machine = std::make_shared<Recorder>();
+    std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();
     QueueOnTestClock queue;
 };
 
@@ -84,7 +84,7 @@ TEST_F(EventQueueTest, AnEventIsDueWhenLessThanAMillisecondRemains) {
 }
 
 TEST_F(EventQueueTest, ClearRemovesTheEarliestMatchOrAll) {
-    const auto other = std::make_shared<Recorder>("Other");
+    const auto other = std::make_shared<RecorderFsm>("Other");
     RaiseTimer(1, 20);
     Raise(1, 5);
     Raise(1, 6);

@@ -14,8 +14,8 @@
 
 #include "fsm/fsm_event_data_stream_communicator.h"
 #include "fsm/fsm_stream_communicator_if.h"
-#include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 namespace {
@@ -23,7 +23,7 @@ namespace {
 using fsm::FsmEventDataStreamCommunicator;
 using fsm::FsmStreamCommunicatorIf;
 using testing_support::CapturedLog;
-using testing_support::Recorder;
+using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 
 /// What the target heard: the event info and the bytes.
@@ -77,7 +77,7 @@ protected:
     CapturedLog log;
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("D", false);
-    std::shared_ptr<Recorder> target = std::make_shared<Recorder>("Target");
+    std::shared_ptr<RecorderFsm> target = std::make_shared<RecorderFsm>("Target");
     std::shared_ptr<FsmStreamCommunicatorIf> communicator;
     Reports reports;
     int error = -1;

@@ -7,14 +7,14 @@
 
 #include <gtest/gtest.h>
 
-#include "fsm/recorder.h"
 #include "testing/captured_log.h"
+#include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
 
 namespace {
 
 using testing_support::CapturedLog;
-using testing_support::Recorder;
+using testing_support::RecorderFsm;
 using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
 using Lines = std::vector<std::string>;
@@ -24,7 +24,7 @@ protected:
     CapturedLog log;
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("Dispatcher", false);
-    std::shared_ptr<Recorder> machine = std::make_shared<Recorder>();
+    std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();
 };
 
 TEST_F(FsmTest, TheFrameOfALifeIsLogged) {
@@ -90,7 +90,7 @@ TEST_F(FsmTest, AStopThatFailedMayBeRepeated) {
 TEST_F(FsmTest, AMachineThatOnlyTheDispatcherOwnsSurvivesItsOwnStop) {
     machine->Start(dispatcher);
     fsm::Fsm* raw = machine.get();
-    const std::weak_ptr<Recorder> alive = machine;
+    const std::weak_ptr<RecorderFsm> alive = machine;
     machine.reset();
     raw->StopFsm();
     EXPECT_TRUE(alive.expired());
@@ -98,14 +98,14 @@ TEST_F(FsmTest, AMachineThatOnlyTheDispatcherOwnsSurvivesItsOwnStop) {
 }
 
 TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
-    const auto target = std::make_shared<Recorder>("Target");
+    const auto target = std::make_shared<RecorderFsm>("Target");
     target->Start(dispatcher);
     machine->Start(dispatcher, target);
     machine->onTerminate = [&] { machine->RaiseEvent(target, 77, 5, nullptr); };
     machine->StopFsm();
     EXPECT_FALSE(machine->HasTarget());
     dispatcher->RunPending();
-    EXPECT_EQ(target->events, (std::vector<Recorder::Event>{{77, 5}}));
+    EXPECT_EQ(target->events, (std::vector<RecorderFsm::Event>{{77, 5}}));
 
     target->RaiseEvent(nullptr, 1, 1, nullptr);
     EXPECT_FALSE(dispatcher->NextDelay().has_value()) << "no target, no report";
@@ -113,50 +113,31 @@ TEST_F(FsmTest, TheTargetIsToldAndThenLetGo) {
     target->StopFsm();
 }
 
-/// Takes the payloads of its events as `Number`.
-class Taker : public fsm::Fsm {
-public:
-    class Number : public fsm::FsmEventData {
-    public:
+TEST_F(FsmTest, APayloadIsTakenOnceAndAsTheClassItHas) {
+    struct Number : fsm::FsmEventData {
         explicit Number(int given) : value(given) {}
         const int value;
     };
-
-    Taker() : Fsm("Taker") {}
-    void Start(const std::shared_ptr<fsm::EventDispatcher>& dispatcher) {
-        SetupFsm(dispatcher, nullptr, 0);
-        SetFsmState(&Taker::FsmStateTaking, "FsmStateTaking");
-    }
-    std::vector<int> taken;
-
-protected:
-    void OnTerminate() override {}
-
-private:
-    void FsmStateTaking(int times, int) {
-        for (; times > 0; --times) {
-            const auto number = TakeEventData<Number>();
-            taken.push_back(number ? number->value : -1);
-        }
-    }
-};
-
-TEST_F(FsmTest, APayloadIsTakenOnceAndAsTheClassItHas) {
-    class Derived : public Taker::Number {
+    struct Derived : Number {
         using Number::Number;
     };
+    std::vector<int> taken;
     int foreignDestroyed = 0;
-    const auto taker = std::make_shared<Taker>();
-    taker->Start(dispatcher);
-    taker->RaiseEvent(2, 0, std::make_unique<Taker::Number>(7));
-    taker->RaiseEvent(1, 0, std::make_unique<Derived>(8));
-    taker->RaiseEvent(1, 0, nullptr);
-    taker->RaiseEvent(2, 0, std::make_unique<TracedData>([&] { ++foreignDestroyed; }));
+    machine->onEvent = [&](int times, int) {
+        for (; times > 0; --times) {
+            const auto number = machine->TakeEventData<Number>();
+            taken.push_back(number ? number->value : -1);
+        }
+    };
+    machine->Start(dispatcher);
+    machine->RaiseEvent(2, 0, std::make_unique<Number>(7));
+    machine->RaiseEvent(1, 0, std::make_unique<Derived>(8));
+    machine->RaiseEvent(1, 0, nullptr);
+    machine->RaiseEvent(2, 0, std::make_unique<TracedData>([&] { ++foreignDestroyed; }));
     dispatcher->RunPending();
-    EXPECT_EQ(taker->taken, (std::vector<int>{7, -1, 8, -1, -1, -1}));
+    EXPECT_EQ(taken, (std::vector<int>{7, -1, 8, -1, -1, -1}));
     EXPECT_EQ(foreignDestroyed, 1);
-    EXPECT_EQ(log.Lines('E'), Lines(4, "Taker: Event without its payload"));
-    taker->StopFsm();
+    EXPECT_EQ(log.Lines('E'), Lines(4, "Recorder: Event without its payload"));
 }
 
 TEST_F(FsmTest, WithoutADispatcherNothingButAFatalLineHappens) {
@@ -186,8 +167,8 @@ TEST_F(FsmTest, WithoutADispatcherNothingButAFatalLineHappens) {
 }
 
 TEST_F(FsmTest, TheEndOfTheDispatcherReleasesMachinesThatReportToTheirOwners) {
-    const std::weak_ptr<Recorder> client = machine;
-    const auto connector = std::make_shared<Recorder>("Connector");
+    const std::weak_ptr<RecorderFsm> client = machine;
+    const auto connector = std::make_shared<RecorderFsm>("Connector");
     machine->onEvent = [connector](int, int) {};
     machine->Start(dispatcher);
     connector->Start(dispatcher, machine);

@@ -1,6 +1,5 @@
 #include "process/ini_file_reader.h"
 
-#include <fstream>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -18,7 +17,7 @@ using Settings = std::unordered_map<std::string, std::string>;
 class IniFileReaderTest : public ::testing::Test {
 protected:
     int Read(const std::string& content, bool removeWhitespace = true) {
-        std::ofstream(mPath, std::ios::binary) << content;
+        mDirectory.Write("settings.ini", content);
         return ini_file_reader::IniFileReader().ReadIniFile(mPath, mSettings, removeWhitespace);
     }
 

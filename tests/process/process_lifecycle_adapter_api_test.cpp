@@ -1,5 +1,3 @@
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +9,7 @@
 #include "platform/ara_exec/notify_socket.h"
 #include "process/process_lifecycle_adapter_api_impl.h"
 #include "testing/captured_log.h"
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
 
 namespace {
@@ -28,9 +27,7 @@ public:
 
 class ProcessLifecycleAdapterApiTest : public ::testing::Test {
 protected:
-    void Configure(const std::string& content) const {
-        std::ofstream(mDirectory.File("unit-phm.ini")) << content;
-    }
+    void Configure(const std::string& content) const { mDirectory.Write("unit-phm.ini", content); }
 
     static std::string Config(const std::string& entity, const std::string& checkpoint,
                               const std::string& cycle, const std::string& indications) {
@@ -112,7 +109,7 @@ TEST_F(ProcessLifecycleAdapterApiTest, TheAliveTimeIsZeroUnlessTheCycleHoldsItsI
 
 TEST_F(ProcessLifecycleAdapterApiTest, ABrokenServiceManagerIsLoggedAndSurvived) {
     Configure(Config("1", "1", "2", "1"));
-    ::setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);
+    const testing_support::EnvironmentVariable variable("NOTIFY_SOCKET", "/nonexistent/notify");
     mApi.Initialize("unit");
     mApi.Start();
     mApi.IAmAlive();
@@ -123,7 +120,7 @@ TEST_F(ProcessLifecycleAdapterApiTest, ABrokenServiceManagerIsLoggedAndSurvived)
 }
 
 TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAnswerTheManager) {
-    ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1);
+    const testing_support::EnvironmentVariable variable("ARA_STM_DIR", mDirectory.Path());
     // Confirming from within the request is what an application does that has nothing to prepare.
     EXPECT_CALL(mStateCallback, ProcessLifecycleAdapterStateRequested)
         .Times(2)
@@ -131,7 +128,6 @@ TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAns
             mApi.StateChanged(state, sequence);
         });
     mApi.Initialize("unit", &mStateCallback);
-    ::unsetenv("ARA_STM_DIR");
     const auto manager =
         vonta_socket::UnixStreamClientConnector(mDirectory.File("unit.sock"), 30000, "test")
             .Connect();
@@ -157,9 +153,8 @@ TEST_F(ProcessLifecycleAdapterApiTest, AConfirmationNeedsAKnownStateAndAComponen
     EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
                               "StateChanged: Component Client uninitialized, "
                               "cannot notify new state"));
-    ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1);
+    const testing_support::EnvironmentVariable variable("ARA_STM_DIR", mDirectory.Path());
     mApi.Initialize("sub/unit", &mStateCallback);
-    ::unsetenv("ARA_STM_DIR");
     EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
                               "Initialize could not create ComponentClient: "
                               "'sub/unit' is no component name"));

@@ -1,7 +1,5 @@
 #include "process/process_lifecycle_adapter.h"
 
-#include <chrono>
-#include <future>
 #include <memory>
 #include <string>
 
@@ -11,6 +9,7 @@
 
 #include "process/process_lifecycle_adapter_impl.h"
 #include "testing/captured_log.h"
+#include "testing/waiting.h"
 
 namespace {
 
@@ -22,7 +21,6 @@ using testing::InSequence;
 using testing::NiceMock;
 using testing::Return;
 
-constexpr std::chrono::seconds kHangGuard{30};
 constexpr unsigned short kEndless = 65535;  ///< almost two hours
 
 class MockApi : public ProcessLifecycleAdapterApiIf {
@@ -54,15 +52,11 @@ protected:
             nullptr, [this] { return std::move(mOwnedApi); });
     }
 
-    void ExpectReady(std::promise<void>& promise) {
-        ASSERT_EQ(promise.get_future().wait_for(kHangGuard), std::future_status::ready);
-    }
-
     std::unique_ptr<NiceMock<MockApi>> mOwnedApi = std::make_unique<NiceMock<MockApi>>();
     MockApi* mApi = mOwnedApi.get();
     testing_support::CapturedLog mLog;
     NiceMock<MockApplication> mApplication;
-    std::promise<void> mDone;
+    testing_support::Gate mDone;
     std::unique_ptr<ProcessLifecycleAdapterImpl> mAdapter;
 };
 
@@ -74,11 +68,11 @@ TEST_F(ProcessLifecycleAdapterTest, AHealthyApplicationIsReportedAliveUntilItIsN
     EXPECT_CALL(mApplication, ProcessLifecycleAdapterGetHealthStatus()).WillOnce(Return(0));
     EXPECT_CALL(*mApi, IAmAlive());
     EXPECT_CALL(mApplication, ProcessLifecycleAdapterGetHealthStatus()).WillOnce([this] {
-        mDone.set_value();
+        mDone.Open();
         return 1;
     });
     mAdapter->Initialize("unit", &mApplication);
-    ExpectReady(mDone);
+    mDone.Pass();
     EXPECT_TRUE(mLog.Contains("D ProcessKeepAliveSignalling, aliveTime =1"));
     EXPECT_EQ(mLog.Count("ProcessKeepAliveSignalling, call IAmAlive()"), 1U);
 }
@@ -88,11 +82,11 @@ TEST_F(ProcessLifecycleAdapterTest, SigtermTellsThePlatformFirstAndTheApplicatio
     EXPECT_CALL(*mApi, GetIAmAliveTime()).WillOnce(Return(static_cast<unsigned short>(0)));
     EXPECT_CALL(*mApi, Terminating());
     EXPECT_CALL(mApplication, ProcessLifecycleAdapterTerminate()).WillOnce([this] {
-        mDone.set_value();
+        mDone.Open();
     });
     mAdapter->Initialize("unit", &mApplication);
     ::raise(SIGTERM);
-    ExpectReady(mDone);
+    mDone.Pass();
 }
 
 TEST_F(ProcessLifecycleAdapterTest, ASigtermRightBeforeTheEndIsStillHeard) {
@@ -121,23 +115,23 @@ TEST_F(ProcessLifecycleAdapterTest, TheReportToThePlatformCanBeSwitchedOff) {
 }
 
 TEST_F(ProcessLifecycleAdapterTest, TerminationDuringTheWaitEndsTheKeepAliveThreadAtOnce) {
-    EXPECT_CALL(*mApi, IAmAlive()).WillOnce([this] { mDone.set_value(); });
+    EXPECT_CALL(*mApi, IAmAlive()).WillOnce([this] { mDone.Open(); });
     mAdapter->Initialize("unit", &mApplication);
-    ExpectReady(mDone);
+    mDone.Pass();
     mAdapter->Terminate();
     mAdapter.reset();
 }
 
 TEST_F(ProcessLifecycleAdapterTest, AnotherInitializeEndsTheThreadOfTheFirst) {
-    std::promise<void> second;
+    testing_support::Gate second;
     EXPECT_CALL(*mApi, Start()).Times(2);
-    EXPECT_CALL(*mApi, IAmAlive()).WillOnce([this] { mDone.set_value(); }).WillOnce([&] {
-        second.set_value();
+    EXPECT_CALL(*mApi, IAmAlive()).WillOnce([this] { mDone.Open(); }).WillOnce([&] {
+        second.Open();
     });
     mAdapter->Initialize("unit", &mApplication);
-    ExpectReady(mDone);
+    mDone.Pass();
     mAdapter->Initialize("unit", nullptr);
-    ExpectReady(second);
+    second.Pass();
 }
 
 TEST_F(ProcessLifecycleAdapterTest, SigtermBeforeInitializeIsAWarning) {
@@ -151,25 +145,25 @@ TEST_F(ProcessLifecycleAdapterTest, WithoutAnApplicationThereIsNoIndication) {
         *mApi, Initialize("unit",
                           An<process_lifecycle_adapter::ProcessLifecycleAdapterStateCallbackIf*>()))
         .Times(0);
-    EXPECT_CALL(*mApi, Start()).WillOnce([this] { mDone.set_value(); });
+    EXPECT_CALL(*mApi, Start()).WillOnce([this] { mDone.Open(); });
     EXPECT_CALL(*mApi, IAmAlive()).Times(0);
     EXPECT_CALL(*mApi, StateChanged(ProcessState::kPrepSD, 9U));
     mAdapter->NotifyInit("unit", nullptr);
-    ExpectReady(mDone);
+    mDone.Pass();
     mAdapter->StateChanged(ProcessState::kPrepSD, 9);
 }
 
 TEST(ProcessLifecycleAdapterHandleTest, TheRealAdapterEndsOnSigterm) {
     const testing_support::CapturedLog log;
-    std::promise<void> terminated;
+    testing_support::Gate terminated;
     NiceMock<MockApplication> application;
     EXPECT_CALL(application, ProcessLifecycleAdapterTerminate()).WillOnce([&] {
-        terminated.set_value();
+        terminated.Open();
     });
     process_lifecycle_adapter::ProcessLifecycleAdapter adapter(&application);
     adapter.Initialize("component-without-a-file", nullptr);
     ::raise(SIGTERM);
-    ASSERT_EQ(terminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+    terminated.Pass();
     EXPECT_TRUE(log.Contains("W Config path /etc/component-without-a-file-phm.ini"));
     EXPECT_TRUE(
         log.Contains("D ProcessLifecycleAdapterApiImpl::Terminating, "

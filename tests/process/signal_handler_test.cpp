@@ -3,9 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
-#include <future>
 #include <memory>
 
 #include <ara_log_host/sink.h>
@@ -16,28 +14,28 @@
 
 #include "logging/qel_logging.h"
 #include "testing/captured_log.h"
+#include "testing/waiting.h"
 
 namespace {
 
 using signal_handler::SignalHandler;
-
-constexpr std::chrono::seconds kHangGuard{30};
+using testing_support::Gate;
 
 class SignalHandlerTest : public ::testing::Test {
 protected:
     testing_support::CapturedLog mLog;
-    std::promise<void> mTerminated;
+    Gate mTerminated;
 };
 
 TEST_F(SignalHandlerTest, SigtermCallsTheFunctionOnceAfterSigpipeWasOnlyLogged) {
     {
-        SignalHandler handler([this] { mTerminated.set_value(); });
+        SignalHandler handler([this] { mTerminated.Open(); });
         ::raise(SIGPIPE);
         ::raise(SIGTERM);
-        ASSERT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
-        // A second call would break the promise.
-        ::raise(SIGTERM);
+        mTerminated.Pass();
+        ::raise(SIGTERM);  // of no effect: the first was heard
     }
+    EXPECT_EQ(mTerminated.Openings(), 1);
     EXPECT_EQ(mLog.Count("SignalHandler: Signal 13 caught"), 1U);
     EXPECT_EQ(mLog.Count("SignalHandler: Signal 15 caught"), 1U);
     EXPECT_TRUE(mLog.Contains("I SignalHandler: SIGTERM received."));
@@ -52,29 +50,27 @@ TEST_F(SignalHandlerTest, DestructionStopsTheThreadAndALaterHandlerWorks) {
     EXPECT_TRUE(mLog.Contains("I SignalHandler: STOP message received."));
     EXPECT_EXIT((makeUnused(), ::raise(SIGTERM)), testing::KilledBySignal(SIGTERM), "");
 
-    SignalHandler handler([this] { mTerminated.set_value(); });
+    SignalHandler handler([this] { mTerminated.Open(); });
     ::raise(SIGTERM);
-    EXPECT_EQ(mTerminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+    mTerminated.Pass();
 }
 
 TEST_F(SignalHandlerTest, ASigtermBehindTheStopIsHeardAllTheSame) {
     {
-        SignalHandler handler([this] { mTerminated.set_value(); });
+        SignalHandler handler([this] { mTerminated.Open(); });
         // The thread ends at this byte as it does at the one of the destructor.
         signal_handler::HandleSignal(SIGRTMIN);
         ASSERT_TRUE(mLog.WaitFor("SignalHandler: STOP message received."));
         ::raise(SIGTERM);
     }
-    EXPECT_EQ(mTerminated.get_future().wait_for(std::chrono::seconds(0)),
-              std::future_status::ready);
+    EXPECT_EQ(mTerminated.Openings(), 1);
     ::raise(SIGTERM);  // of no effect: the first was heard
 }
 
 TEST(SignalStormTest, NeitherBlocksNorChangesErrnoNorHidesASigterm) {
-    std::promise<void> raised;
+    Gate raised;
     // The thread stands still in its first line until the pipe has been full for long.
-    const auto previous = ara_log_host::ExchangeSink(
-        {[goOn = raised.get_future().share()](auto, const auto&) { goOn.wait(); }});
+    const auto previous = ara_log_host::ExchangeSink({[&](auto, const auto&) { raised.Pass(); }});
     const auto raiseMany = [] {
         errno = EDOM;
         for (int i = 0; i < 100000; ++i) {
@@ -82,12 +78,12 @@ TEST(SignalStormTest, NeitherBlocksNorChangesErrnoNorHidesASigterm) {
         }
         EXPECT_EQ(errno, EDOM);
     };
-    std::promise<void> terminated;
-    SignalHandler handler([&] { terminated.set_value(); });
+    Gate terminated;
+    SignalHandler handler([&] { terminated.Open(); });
     raiseMany();
     ::raise(SIGTERM);
-    raised.set_value();
-    ASSERT_EQ(terminated.get_future().wait_for(kHangGuard), std::future_status::ready);
+    raised.Open();
+    terminated.Pass();
     raiseMany();  // which nobody reads any more
     ara_log_host::ExchangeSink(previous);
 }
@@ -98,8 +94,8 @@ std::atomic<int> gBrokenPipes{0};
 [[noreturn]] void LogWithoutReader() {
     ::setenv("ARA_LOG_LEVEL", "verbose", 1);
     qel_logging::QELLogging::InitLogging("TEST");
-    std::promise<void> terminated;
-    auto handler = std::make_unique<SignalHandler>([&] { terminated.set_value(); });
+    Gate terminated;
+    auto handler = std::make_unique<SignalHandler>([&] { terminated.Open(); });
     struct sigaction counting {};
     counting.sa_handler = [](int signal) {
         ++gBrokenPipes;
@@ -113,7 +109,7 @@ std::atomic<int> gBrokenPipes{0};
     qel_logging::QELLogging::LogInfo("a line");
     // Behind the SIGPIPE in the pipe: when it arrives, the thread has logged the other.
     ::raise(SIGTERM);
-    const bool isOver = terminated.get_future().wait_for(kHangGuard) == std::future_status::ready;
+    const bool isOver = terminated.Pass();
     handler.reset();
     ::_exit(isOver ? gBrokenPipes.load() : 101);
 }

@@ -5,8 +5,6 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -14,6 +12,8 @@
 #include <vector>
 
 #include <sqlite3.h>
+
+#include "testing/files.h"
 
 namespace store_faults {
 
@@ -52,11 +52,6 @@ struct State {
 State& Shared() {
     static auto* state = new State();
     return *state;
-}
-
-std::string Read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 bool Toss() {
@@ -170,7 +165,7 @@ Durability& Track(const std::string& path) {
     if (!std::filesystem::exists(path)) {
         place->second = {};
     } else if (isNew) {
-        place->second = {true, Read(path), {}};
+        place->second = {true, testing_support::ReadFile(path), {}};
     }
     return place->second;
 }
@@ -240,7 +235,7 @@ void Arm(const FaultPlan& plan) {
     state.calls = 0;
     state.random.seed(plan.seed);
     for (auto& [path, file] : state.files) {
-        file = {std::filesystem::exists(path), Read(path), {}};
+        file = {std::filesystem::exists(path), testing_support::ReadFile(path), {}};
     }
 }
 
@@ -257,7 +252,7 @@ void CutPower() {
                 Apply(change, kind == 0, file.synced);
             }
         }
-        std::ofstream(path, std::ios::binary) << file.synced;
+        testing_support::WriteFile(path, file.synced);
     }
     Die();
 }

@@ -8,6 +8,8 @@
 
 #include <ara_log_host/sink.h>
 
+#include "testing/waiting.h"
+
 namespace testing_support {
 
 /// Captures the lines of the log, of every level and thread, in the place of stderr while it lives.
@@ -32,7 +34,7 @@ public:
     std::size_t Count(const std::string& text) const;
     /// Waits until so many lines hold the text; false after a time that only a hang takes.
     bool WaitFor(const std::string& text, std::size_t times = 1,
-                 std::chrono::milliseconds hangGuard = std::chrono::seconds(20)) const;
+                 std::chrono::milliseconds hangGuard = kHangGuard) const;
 
 private:
     std::size_t CountLocked(const std::string& text) const;

@@ -1,14 +1,14 @@
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <thread>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "fsm/fsm.h"
 #include "logging/qel_logging.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
+#include "testing/recorder_fsm.h"
 #include "testing/temporary_directory.h"
 #include "testing/virtual_time_dispatcher.h"
 
@@ -17,6 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using qel_logging::QELLogging;
 using testing_support::CapturedLog;
+using testing_support::RecorderFsm;
 using testing_support::TemporaryDirectory;
 using testing_support::VirtualTimeDispatcher;
 
@@ -37,87 +38,99 @@ TEST(CapturedLogTest, HoldsTheLinesOfAllThreadsAndLevels) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
+TEST(EventRecorderTest, GivesEachEventOnceAndAllOfThemAgain) {
+    testing_support::EventRecorder events;
+    std::thread other([&] {
+        for (const char* const event : {"1", "2", "3"}) {
+            events.Add(event);
+        }
+    });
+    EXPECT_EQ(events.Next(), "1");
+    EXPECT_EQ(events.Wait(3), (std::vector<std::string>{"1", "2", "3"}));
+    other.join();
+    EXPECT_EQ(events.Waiting(), 2U);
+    EXPECT_EQ(events.Next(), "2");
+    EXPECT_EQ(events.Events().size(), 3U);
+}
+
+TEST(GateTest, HoldsUntilItIsOpenedAndCounts) {
+    testing_support::Gate there;
+    testing_support::Gate back;
+    std::thread other([&] {
+        there.Pass();
+        back.Open();
+        back.Open();
+    });
+    EXPECT_EQ(back.Openings(), 0);
+    there.Open();
+    EXPECT_TRUE(back.Pass());
+    other.join();
+    EXPECT_EQ(back.Openings(), 2);
+}
+
 TEST(TemporaryDirectoryTest, GoesWithAllThatItHolds) {
     std::filesystem::path path;
     {
         const TemporaryDirectory directory;
         path = directory.Path();
         std::filesystem::create_directory(path / "inner");
-        std::ofstream(directory.File("inner/file")) << "x";
-        EXPECT_TRUE(std::filesystem::exists(path / "inner/file"));
+        const std::string bytes("x\0\n", 3);
+        EXPECT_EQ(testing_support::ReadFile(directory.Write("inner/file", bytes)), bytes);
+        EXPECT_EQ(directory.Read("missing"), "");
     }
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-/// Notes when its events come, and raises a follow-up timer on event 1.
-class Clock : public fsm::Fsm {
-public:
-    Clock() : Fsm("Clock") {}
-
-    void Start(const std::shared_ptr<VirtualTimeDispatcher>& dispatcher) {
-        mStart = dispatcher->GetCurrentTime();
-        SetupFsm(dispatcher, nullptr, 0);
-        SetFsmState(&Clock::FsmStateRunning, "FsmStateRunning");
-    }
-
-    std::vector<std::pair<int, std::chrono::milliseconds>> events;
-
-protected:
-    void OnTerminate() override {}
-
-private:
-    void FsmStateRunning(int eventId, int) {
-        const auto elapsed = GetDispatcher()->GetCurrentTime() - mStart;
-        events.emplace_back(eventId,
-                            std::chrono::duration_cast<std::chrono::milliseconds>(elapsed));
-        if (eventId == 1) {
-            RaiseTimerEvent(2, 0, 50, nullptr);
-        }
-        if (eventId == 9) {
-            GetDispatcher()->ExitDispatching(true);
-        }
-    }
-
-    fsm::EventQueue::TimePoint mStart;
-};
-
 class VirtualTimeDispatcherTest : public testing::Test {
 protected:
-    VirtualTimeDispatcherTest() { clock->Start(dispatcher); }
-    ~VirtualTimeDispatcherTest() override { clock->StopFsm(); }
+    VirtualTimeDispatcherTest() {
+        machine->onEvent = [this](int eventId, int) {
+            events.emplace_back(eventId, dispatcher->GetCurrentTime() - start);
+            if (eventId == 1) {
+                machine->RaiseTimerEvent(2, 0, 50, nullptr);
+            }
+            if (eventId == 9) {
+                dispatcher->ExitDispatching(true);
+            }
+        };
+        machine->Start(dispatcher);
+    }
+    ~VirtualTimeDispatcherTest() override { machine->StopFsm(); }
 
     CapturedLog log;
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("Dispatcher");
-    std::shared_ptr<Clock> clock = std::make_shared<Clock>();
+    const fsm::EventQueue::TimePoint start = dispatcher->GetCurrentTime();
+    std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();
+    std::vector<std::pair<int, fsm::EventQueue::TimePoint::duration>> events;
 };
 
 TEST_F(VirtualTimeDispatcherTest, EachEventComesAtItsOwnTime) {
     EXPECT_EQ(dispatcher->NextDelay(), std::nullopt);
-    clock->RaiseTimerEvent(1, 0, 100, nullptr);
-    clock->RaiseTimerEvent(3, 0, 3600000, nullptr);
+    machine->RaiseTimerEvent(1, 0, 100, nullptr);
+    machine->RaiseTimerEvent(3, 0, 3600000, nullptr);
     EXPECT_EQ(dispatcher->NextDelay(), 100ms);
     EXPECT_TRUE(dispatcher->RunPending());
-    EXPECT_TRUE(clock->events.empty()) << "the clock stands still by itself";
+    EXPECT_TRUE(events.empty()) << "the clock stands still by itself";
 
     dispatcher->AdvanceBy(1h);
-    const decltype(clock->events) expected{{1, 100ms}, {2, 150ms}, {3, 3600000ms}};
-    EXPECT_EQ(clock->events, expected);
+    const decltype(events) expected{{1, 100ms}, {2, 150ms}, {3, 3600000ms}};
+    EXPECT_EQ(events, expected);
 }
 
 TEST_F(VirtualTimeDispatcherTest, EventsOfOtherThreadsAreWaitedFor) {
-    std::thread other([this] { clock->RaiseAsyncEvent(7, 0, nullptr); });
-    EXPECT_TRUE(dispatcher->RunUntil([this] { return !clock->events.empty(); }));
+    std::thread other([this] { machine->RaiseAsyncEvent(7, 0, nullptr); });
+    EXPECT_TRUE(dispatcher->RunUntil([this] { return !events.empty(); }));
     other.join();
     EXPECT_FALSE(dispatcher->RunUntil([] { return false; }, 0ms)) << "the hang guard";
 }
 
 TEST_F(VirtualTimeDispatcherTest, AfterTheExitNothingIsDelivered) {
-    clock->RaiseEvent(9, 0, nullptr);
+    machine->RaiseEvent(9, 0, nullptr);
     EXPECT_FALSE(dispatcher->RunPending());
-    clock->RaiseEvent(4, 0, nullptr);
+    machine->RaiseEvent(4, 0, nullptr);
     EXPECT_FALSE(dispatcher->RunPending());
-    EXPECT_EQ(clock->events.size(), 1U);
+    EXPECT_EQ(events.size(), 1U);
 }
 
 }  // namespace

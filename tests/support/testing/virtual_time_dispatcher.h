@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fsm/event_dispatcher.h"
+#include "testing/waiting.h"
 
 namespace testing_support {
 
@@ -37,7 +38,7 @@ public:
     /// Waits for descriptors (other threads' events among them) and delivers until the condition
     /// holds; the clock stands still. False after a time that only a hang takes.
     bool RunUntil(const std::function<bool()>& condition,
-                  std::chrono::milliseconds hangGuard = std::chrono::seconds(20));
+                  std::chrono::milliseconds hangGuard = kHangGuard);
 
 protected:
     int Poll(std::vector<pollfd>& pollFds, int timeoutMillisec) override;
