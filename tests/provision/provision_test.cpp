@@ -1,8 +1,6 @@
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -63,14 +61,9 @@ protected:
         return Read("output");
     }
 
-    void Write(const std::string& name, const std::string& text) {
-        std::ofstream(mDirectory.File(name), std::ios::binary) << text;
-    }
+    void Write(const std::string& name, const std::string& text) { mDirectory.Write(name, text); }
 
-    std::string Read(const std::string& name) {
-        std::ifstream file(mDirectory.File(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
+    std::string Read(const std::string& name) { return mDirectory.Read(name); }
 
     testing_support::TemporaryDirectory mDirectory;
     Family mFactory{"Factory", kCommonName};

@@ -15,8 +15,8 @@
 
 #include <clampcontrolclient/clamp_control_client.h>
 
-#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "vehicle/clamp_control_wexa_impl.h"
 
 namespace {
@@ -25,7 +25,7 @@ using clampcontrolclient::ClampControlCallbackIf;
 
 /// What the scripted client below does and has done.
 struct Script {
-    service_access_test::EventRecorder calls;
+    testing_support::EventRecorder calls;
     std::function<void(ClampControlCallbackIf&)> atStart;
     std::function<void()> atRelease;
     std::mutex mutex;
@@ -105,8 +105,9 @@ void ClampControlClient::UnsubscribeClampState(const std::string& subscription) 
 
 namespace nuro_common {
 
-using service_access_test::EventRecorder;
 using ::testing::ElementsAre;
+using testing_support::EventRecorder;
+using testing_support::Gate;
 
 class HandlerCallback : public ClampControlHandlerCbIf {
 public:
@@ -191,9 +192,9 @@ TEST_F(ClampControlHandlerTest, AnExceptionEndsTheAttemptsUntilTheNextSubscripti
 }
 
 TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
-    std::promise<void> release;
+    Gate release;
     mScript.Answer([&release] {
-        release.get_future().wait();
+        release.Pass();
         return "";
     });
     mScript.Answer([] { return "second"; });
@@ -202,7 +203,7 @@ TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
         handler.SubscribeNB();
         Calls(1);
         auto again = std::async(std::launch::async, [&handler] { handler.SubscribeNB(); });
-        release.set_value();
+        release.Open();
         again.get();
         Calls(2);
         EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
@@ -212,17 +213,17 @@ TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
 }
 
 TEST_F(ClampControlHandlerTest, DestructionWaitsForAnAttemptThatBlocksAndEndsItsSubscription) {
-    std::promise<void> release;
+    Gate release;
     mScript.Answer([&release] {
-        release.get_future().wait();
+        release.Pass();
         return "late";
     });
     auto handler = std::make_unique<ClampControlHandler>(&mCallback);
     handler->SubscribeNB();
     Calls(1);
     auto destruction = std::async(std::launch::async, [&handler] { handler.reset(); });
-    release.set_value();
-    ASSERT_EQ(std::future_status::ready, destruction.wait_for(service_access_test::kHangGuard));
+    release.Open();
+    destruction.get();
     EXPECT_THAT(Calls(4), ElementsAre("subscribe", "unsubscribe late", "no callback", "stop"));
 }
 

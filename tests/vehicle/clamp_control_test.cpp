@@ -7,17 +7,17 @@
 #include <gtest/gtest.h>
 
 #include "client/clamp_control_if.h"
-#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "vehicle/vehicle_services.h"
 
 namespace vintrel {
 
 using service_access::SubscriptionAnswer;
-using service_access_test::EventRecorder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using testing_support::EventRecorder;
 using vehicle_test::VehicleServices;
 
 class ClampControlTest : public ::testing::Test, public ClampControlCbIf {

@@ -1,7 +1,4 @@
 #include <atomic>
-#include <cstdlib>
-#include <fstream>
-#include <future>
 #include <thread>
 
 #include <ara_log_host/sink.h>
@@ -11,18 +8,17 @@
 #include "client/ecu_capabilities_if.h"
 #include "diagnosticinfo_host/diagnostic_info_server.h"
 #include "testing/captured_log.h"
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/diagnostic_info_services.h"
 #include "vehicle/ecu_capabilities_diag_info_impl.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using diagnosticinfo_host::DiagnosticInfoServer;
 using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
 using orv::tee::DiagnosticInfoServices;
-
-constexpr std::chrono::seconds kHangGuard{5};
+using testing_support::Gate;
 
 std::vector<std::uint8_t> Bytes(const std::string& text) {
     return {text.begin(), text.end()};
@@ -45,17 +41,12 @@ DT_identificationData_struct Address(std::uint16_t address) {
 
 class EcuCapabilitiesTest : public testing::Test {
 protected:
-    EcuCapabilitiesTest() {
-        ::setenv("SOMEIP_DEPLOYMENT", mDirectory.File("Deployment.json").c_str(), 1);
-        Deploy();
-    }
-
-    ~EcuCapabilitiesTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
+    EcuCapabilitiesTest() { Deploy(); }
 
     void Deploy() {
         someip::Deployment deployment = mServer.Deployment();
         deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
-        std::ofstream(mDirectory.File("Deployment.json")) << someip::FormatDeployment(deployment);
+        mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
     }
 
     /// Publishes and waits until the line that reports the last value is there.
@@ -74,6 +65,8 @@ protected:
     }
 
     testing_support::TemporaryDirectory mDirectory;
+    const testing_support::EnvironmentVariable mVariable{"SOMEIP_DEPLOYMENT",
+                                                         mDirectory.File("Deployment.json")};
     testing_support::CapturedLog mLog;
     DiagnosticInfoServer mServer;
 };
@@ -216,8 +209,8 @@ TEST_F(EcuCapabilitiesTest, AServiceThatWasNeverThereLeavesNothingToEnd) {
 }
 
 TEST_F(EcuCapabilitiesTest, AWithdrawalWaitsForTheReceiveHandlerThatRuns) {
-    std::promise<void> handlerRuns;
-    std::promise<void> withdrawn;
+    Gate handlerRuns;
+    Gate withdrawn;
     std::string lines;
     const auto previous = ara_log_host::ExchangeSink({});
     ara_log_host::ExchangeSink({[&](ara::log::LogLevel level, const std::string& text) {
@@ -225,8 +218,8 @@ TEST_F(EcuCapabilitiesTest, AWithdrawalWaitsForTheReceiveHandlerThatRuns) {
                                     lines += text + '\n';
                                     previous.sink(level, text);
                                     if (first && text == "Get data from entry") {
-                                        handlerRuns.set_value();
-                                        withdrawn.get_future().wait_for(kHangGuard);
+                                        handlerRuns.Open();
+                                        withdrawn.Pass();
                                     }
                                 },
                                 previous.level});
@@ -234,9 +227,9 @@ TEST_F(EcuCapabilitiesTest, AWithdrawalWaitsForTheReceiveHandlerThatRuns) {
     services.Start();
     mServer.Publish({Record("0209", "H01", "part")});
     mServer.Offer();
-    EXPECT_EQ(handlerRuns.get_future().wait_for(kHangGuard), std::future_status::ready);
+    handlerRuns.Pass();
     mServer.StopOffer();
-    withdrawn.set_value();
+    withdrawn.Open();
     EXPECT_TRUE(mLog.WaitFor("DiagnosticInfoServices service stopped"));
     ara_log_host::ExchangeSink(previous);
     EXPECT_LT(lines.find("Received partNumber: 'part' stored"), lines.find("service stopped"));

@@ -8,19 +8,19 @@
 #include <gtest/gtest.h>
 
 #include "client/immobilizer_if.h"
-#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/immobilizer_client.h"
 #include "vehicle/vehicle_services.h"
 
 namespace vintrel {
 
-using service_access_test::EventRecorder;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using testing_support::EventRecorder;
 using vehicle_test::VehicleServices;
 
 class ImmobilizerTest : public ::testing::Test,

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,8 +16,8 @@
 
 #include <vonta_socket/unix_stream_client_connector.h>
 
-#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
 #include "vehicle/socks_tls_alert_client_impl.h"
 #include "vonta_socket_host/stream_server.h"
@@ -45,16 +46,15 @@ extern "C" int Wait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t
 
 namespace {
 
-using service_access_test::EventRecorder;
 using socks_rux::SocksTlsAlertClientImpl;
-using testing::InSequence;
 using testing::NiceMock;
 using testing::Return;
+using testing_support::EventRecorder;
+using testing_support::Gate;
+using testing_support::kHangGuard;
 using tls_alert_if::ETlsAlertCode;
 using vonta_socket::StreamCommunicatorIf;
 using vonta_socket::UnixStreamClientConnector;
-
-constexpr std::chrono::seconds kHangGuard{30};
 
 class MockSocksClient : public socks_rux::SocksTlsAlertClientIf {
 public:
@@ -68,28 +68,10 @@ public:
     MOCK_METHOD(void, TlsAlertNotifyCb, (std::string, ETlsAlertCode), (override));
 };
 
-class MockAlertReceiver : public socks_rux::SocksTlsAlertClientCallbackIf {
-public:
-    MOCK_METHOD(void, SocksTlsAlertOccured, (std::string, ETlsAlertCode), (override));
-    MOCK_METHOD(void, SocksTlsAlertError, (), (override));
-};
-
 std::shared_ptr<MockSocksClient>& SharedSocksClient() {
     static std::shared_ptr<MockSocksClient> client;
     return client;
 }
-
-/// Makes connections as the test says.
-class ScriptedConnector : public vonta_socket::StreamClientConnectorIf {
-public:
-    using Script = std::function<std::shared_ptr<StreamCommunicatorIf>()>;
-
-    explicit ScriptedConnector(Script script) : mScript(std::move(script)) {}
-    std::shared_ptr<StreamCommunicatorIf> Connect() override { return mScript(); }
-
-private:
-    Script mScript;
-};
 
 class TlsAlertsTest : public testing::Test {
 protected:
@@ -145,10 +127,47 @@ TEST_F(TlsAlertsTest, AnAlertAfterStopIsLostWithAWarning) {
     EXPECT_TRUE(HasLine('W', "Callback not set, TLS Alert is ignored"));
 }
 
-class SocksTlsAlertClientTest : public testing::Test {
+/// Makes connections as the test says.
+class ScriptedConnector : public vonta_socket::StreamClientConnectorIf {
+public:
+    using Script = std::function<std::shared_ptr<StreamCommunicatorIf>()>;
+
+    explicit ScriptedConnector(Script script) : mScript(std::move(script)) {}
+    std::shared_ptr<StreamCommunicatorIf> Connect() override { return mScript(); }
+
+private:
+    Script mScript;
+};
+
+class SocksTlsAlertClientTest : public testing::Test,
+                                protected socks_rux::SocksTlsAlertClientCallbackIf {
 protected:
+    ~SocksTlsAlertClientTest() override {
+        mClient.reset();
+        EXPECT_EQ(mEvents.Waiting(), 0U) << mEvents.Next();
+    }
+
+    void SocksTlsAlertOccured(std::string operationId, ETlsAlertCode code) override {
+        mEvents.Add(operationId + " " + std::to_string(static_cast<int>(code)));
+        if (mAtAlert) {
+            mAtAlert();
+        }
+    }
+    void SocksTlsAlertError() override { mEvents.Add("error"); }
+
     std::shared_ptr<StreamCommunicatorIf> ConnectToDaemon() const {
         return UnixStreamClientConnector(mPath, -1, "test").Connect();
+    }
+
+    /// Replaces the client by one that connects so.
+    void ConnectBy(ScriptedConnector::Script script) {
+        mClient.emplace(std::make_shared<ScriptedConnector>(std::move(script)));
+    }
+
+    /// Starts the client, once it is subscribed.
+    void Subscribe() {
+        ASSERT_EQ(mClient->StartListening(this), socks_rux::kStartOk);
+        ExpectSubscriptions(1);
     }
 
     void ExpectSubscriptions(std::size_t total) {
@@ -158,84 +177,63 @@ protected:
     testing_support::TemporaryDirectory mDirectory;
     std::string mPath = mDirectory.File("alerts");
     vonta_socket::host::StreamServer mDaemon{mPath};
-    MockAlertReceiver mReceiver;
-    SocksTlsAlertClientImpl mClient{std::make_shared<UnixStreamClientConnector>(mPath, -1, "test")};
+    EventRecorder mEvents;
+    std::function<void()> mAtAlert;
+    std::optional<SocksTlsAlertClientImpl> mClient{
+        std::make_shared<UnixStreamClientConnector>(mPath, -1, "test")};
 };
 
 TEST_F(SocksTlsAlertClientTest, AlertsArriveAsTheDaemonSentThem) {
-    std::promise<void> received;
-    {
-        const InSequence sequence;
-        EXPECT_CALL(mReceiver, SocksTlsAlertOccured("first", ETlsAlertCode::kDecryptError));
-        EXPECT_CALL(mReceiver, SocksTlsAlertOccured("", static_cast<ETlsAlertCode>(255)))
-            .WillOnce([&] { received.set_value(); });
-    }
-    ASSERT_EQ(mClient.StartListening(&mReceiver), socks_rux::kStartOk);
-    EXPECT_EQ(mClient.StartListening(&mReceiver), socks_rux::kAlreadyListening);
-    ExpectSubscriptions(1);
+    Subscribe();
+    EXPECT_EQ(mClient->StartListening(this), socks_rux::kAlreadyListening);
     mDaemon.BroadcastAlert("first", 51);
     mDaemon.BroadcastAlert("", 255);
-    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(mEvents.Next(), "first 51");
+    EXPECT_EQ(mEvents.Next(), " 255");
 }
 
 TEST_F(SocksTlsAlertClientTest, AnythingButAnAlertDropsTheConnectionAndSubscribesAnew) {
     const std::vector<std::vector<std::uint8_t>> streams{
         {1}, {3}, {2, 0, 0, 0x10, 1}, {2, 0x40, 0, 0, 0}, {2, 0xFF, 0xFF, 0xFF, 0xFF}};
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(static_cast<int>(streams.size()) + 1);
-    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).Times(0);
-    mClient.StartListening(&mReceiver);
-    std::size_t subscriptions = 0;
+    Subscribe();
+    std::size_t subscriptions = 1;
     for (const auto& stream : streams) {
-        ExpectSubscriptions(++subscriptions);
         mDaemon.Broadcast(stream);
+        EXPECT_EQ(mEvents.Next(), "error");
+        ExpectSubscriptions(++subscriptions);
     }
-    ExpectSubscriptions(++subscriptions);
     mDaemon.Broadcast({2, 0, 0, 0, 2, 'o'});
     mDaemon.DropConnections();
+    EXPECT_EQ(mEvents.Next(), "error");
     ExpectSubscriptions(++subscriptions);
 }
 
 TEST_F(SocksTlsAlertClientTest, AnAlertInSingleBytesArrivesAndHalfAnAlertIsNoHindranceToAStop) {
-    std::promise<void> received;
-    EXPECT_CALL(mReceiver, SocksTlsAlertOccured("op", ETlsAlertCode::kCertificateRevoked))
-        .WillOnce([&] { received.set_value(); });
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
-    mClient.StartListening(&mReceiver);
-    ExpectSubscriptions(1);
-    for (const std::uint8_t byte :
-         std::vector<std::uint8_t>{2, 0, 0, 0, 2, 'o', 'p', 44, 2, 0, 0}) {
-        EXPECT_EQ(mDaemon.Broadcast({byte}), 1U);
+    Subscribe();
+    for (const int byte : {2, 0, 0, 0, 2, int{'o'}, int{'p'}, 44, 2, 0, 0}) {
+        EXPECT_EQ(mDaemon.Broadcast({static_cast<std::uint8_t>(byte)}), 1U);
     }
-    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(mEvents.Next(), "op 44");
 }
 
 TEST_F(SocksTlsAlertClientTest, AStopDuringAReadIsNoErrorAndAStartFollowsAtOnce) {
-    MockAlertReceiver second;
-    std::promise<void> received;
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
-    EXPECT_CALL(second, SocksTlsAlertError()).Times(0);
-    EXPECT_CALL(second, SocksTlsAlertOccured).WillOnce([&] { received.set_value(); });
-    mClient.StartListening(&mReceiver);
-    ExpectSubscriptions(1);
-    mClient.StopListening();
-    ASSERT_EQ(mClient.StartListening(&second), socks_rux::kStartOk);
+    Subscribe();
+    mClient->StopListening();
+    ASSERT_EQ(mClient->StartListening(this), socks_rux::kStartOk);
     ExpectSubscriptions(2);
     mDaemon.BroadcastAlert("op", 44);
-    EXPECT_EQ(received.get_future().wait_for(kHangGuard), std::future_status::ready);
+    EXPECT_EQ(mEvents.Next(), "op 44");
 }
 
 TEST_F(SocksTlsAlertClientTest, TheReceiverMayStopButNotRestartTheListening) {
-    std::promise<unsigned int> restarted;
-    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).WillOnce([&] {
-        mClient.StopListening();
-        restarted.set_value(mClient.StartListening(&mReceiver));
-    });
-    mClient.StartListening(&mReceiver);
-    ExpectSubscriptions(1);
+    mAtAlert = [this] {
+        mClient->StopListening();
+        mEvents.Add(std::to_string(mClient->StartListening(this)));
+    };
+    Subscribe();
     mDaemon.BroadcastAlert("op", 44);
-    auto result = restarted.get_future();
-    ASSERT_EQ(result.wait_for(kHangGuard), std::future_status::ready);
-    EXPECT_EQ(result.get(), socks_rux::kAlreadyListening);
+    EXPECT_EQ(mEvents.Next(), "op 44");
+    EXPECT_EQ(mEvents.Next(), std::to_string(socks_rux::kAlreadyListening));
 }
 
 TEST_F(SocksTlsAlertClientTest, AStopEndsTheTenSecondsBetweenTwoAttempts) {
@@ -245,19 +243,17 @@ TEST_F(SocksTlsAlertClientTest, AStopEndsTheTenSecondsBetweenTwoAttempts) {
     std::promise<std::chrono::nanoseconds> begun;
     gNextWait = &begun;
     int attempts = 0;
-    {
-        SocksTlsAlertClientImpl client(
-            std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
-                ++attempts;
-                return nullptr;
-            }));
-        const std::chrono::nanoseconds earliest = inTenSeconds();
-        client.StartListening(&mReceiver);
-        const std::chrono::nanoseconds limit = begun.get_future().get();
-        EXPECT_LE(earliest, limit);
-        EXPECT_LE(limit, inTenSeconds());
-        client.StopListening();
-    }
+    ConnectBy([&] {
+        ++attempts;
+        return nullptr;
+    });
+    const std::chrono::nanoseconds earliest = inTenSeconds();
+    mClient->StartListening(this);
+    const std::chrono::nanoseconds limit = begun.get_future().get();
+    EXPECT_LE(earliest, limit);
+    EXPECT_LE(limit, inTenSeconds());
+    mClient->StopListening();
+    mClient.reset();
     EXPECT_EQ(attempts, 1);
 }
 
@@ -283,91 +279,78 @@ private:
 };
 
 TEST_F(SocksTlsAlertClientTest, ADaemonThatAcceptsAndClosesIsCalledAnewInTheSameOrder) {
-    EventRecorder calls;
     std::weak_ptr<StreamCommunicatorIf> former;
     int attempts = 0;
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).WillOnce([&] { calls.Add("error"); });
-    SocksTlsAlertClientImpl client(
-        std::make_shared<ScriptedConnector>([&]() -> std::shared_ptr<StreamCommunicatorIf> {
-            EXPECT_TRUE(former.expired()) << "something is left of the last connection";
-            calls.Add("connect");
-            if (++attempts == 3) {
-                return nullptr;
-            }
-            auto connection = std::make_shared<ClosedConnection>(calls, attempts == 1);
-            former = connection;
-            return connection;
-        }));
-    client.StartListening(&mReceiver);
-    EXPECT_THAT(calls.Wait(9), testing::ElementsAre("connect", "write 1", "read", "error", "close",
-                                                    "connect", "write 1", "close", "connect"));
-    client.StopListening();
-    EXPECT_EQ(calls.Events().size(), 9U) << "no connection, nothing to close";
+    ConnectBy([&]() -> std::shared_ptr<StreamCommunicatorIf> {
+        EXPECT_TRUE(former.expired()) << "something is left of the last connection";
+        mEvents.Add("connect");
+        if (++attempts == 3) {
+            return nullptr;
+        }
+        auto connection = std::make_shared<ClosedConnection>(mEvents, attempts == 1);
+        former = connection;
+        return connection;
+    });
+    mClient->StartListening(this);
+    for (const char* const call : {"connect", "write 1", "read", "error", "close", "connect",
+                                   "write 1", "close", "connect"}) {
+        EXPECT_EQ(mEvents.Next(), call);
+    }
+    mClient.reset();
 }
 
 TEST_F(SocksTlsAlertClientTest, AnAlertInTheMomentOfTheStopEndsBeforeTheDestruction) {
-    std::promise<void> alerted;
-    std::promise<void> stopped;
-    bool ended = false;
-    EXPECT_CALL(mReceiver, SocksTlsAlertError()).Times(0);
-    EXPECT_CALL(mReceiver, SocksTlsAlertOccured).WillOnce([&] {
-        alerted.set_value();
-        stopped.get_future().wait();
-        ended = true;
-    });
-    {
-        SocksTlsAlertClientImpl client(
-            std::make_shared<UnixStreamClientConnector>(mPath, -1, "test"));
-        client.StartListening(&mReceiver);
-        ExpectSubscriptions(1);
-        mDaemon.BroadcastAlert("during", 44);
-        mDaemon.BroadcastAlert("behind", 44);
-        alerted.get_future().wait();
-        client.StopListening();
-        stopped.set_value();
-    }
-    EXPECT_TRUE(ended);
+    Gate stopped;
+    mAtAlert = [&] {
+        stopped.Pass();
+        mEvents.Add("ended");
+    };
+    Subscribe();
+    mDaemon.BroadcastAlert("during", 44);
+    mDaemon.BroadcastAlert("behind", 44);
+    EXPECT_EQ(mEvents.Next(), "during 44");
+    mClient->StopListening();
+    stopped.Open();
+    mClient.reset();
+    EXPECT_EQ(mEvents.Events().back(), "ended");
+    mEvents.Next();
 }
 
 TEST_F(SocksTlsAlertClientTest, AStopAndAStartDuringAnAttemptLeaveOneListener) {
-    std::promise<void> connecting;
-    std::promise<void> stopped;
-    std::atomic<int> attempts{0};
-    SocksTlsAlertClientImpl client(std::make_shared<ScriptedConnector>([&] {
-        if (++attempts == 1) {
-            connecting.set_value();
-            stopped.get_future().wait();
-        }
+    Gate connecting;
+    Gate stopped;
+    ConnectBy([&] {
+        connecting.Open();
+        stopped.Pass();
         return ConnectToDaemon();
-    }));
-    client.StartListening(&mReceiver);
-    connecting.get_future().wait();
-    client.StopListening();
-    auto start = std::async(std::launch::async, [&] { return client.StartListening(&mReceiver); });
-    stopped.set_value();
-    ASSERT_EQ(start.wait_for(kHangGuard), std::future_status::ready);
+    });
+    mClient->StartListening(this);
+    connecting.Pass();
+    mClient->StopListening();
+    auto start = std::async(std::launch::async, [&] { return mClient->StartListening(this); });
+    stopped.Open();
     EXPECT_EQ(start.get(), socks_rux::kStartOk);
     ExpectSubscriptions(1);
-    EXPECT_EQ(attempts, 2);
+    EXPECT_EQ(connecting.Openings(), 2);
     EXPECT_EQ(mDaemon.GetSubscriberCount(), 1U);
+    mClient.reset();
 }
 
 TEST_F(SocksTlsAlertClientTest, AConnectionMadeDuringAStopIsClosedUnused) {
-    std::promise<void> connecting;
-    std::promise<void> stopped;
+    Gate connecting;
+    Gate stopped;
     std::shared_ptr<StreamCommunicatorIf> connection;
-    {
-        SocksTlsAlertClientImpl client(std::make_shared<ScriptedConnector>([&] {
-            connecting.set_value();
-            stopped.get_future().wait();
-            connection = ConnectToDaemon();
-            return connection;
-        }));
-        client.StartListening(&mReceiver);
-        connecting.get_future().wait();
-        client.StopListening();
-        stopped.set_value();
-    }
+    ConnectBy([&] {
+        connecting.Open();
+        stopped.Pass();
+        connection = ConnectToDaemon();
+        return connection;
+    });
+    mClient->StartListening(this);
+    connecting.Pass();
+    mClient->StopListening();
+    stopped.Open();
+    mClient.reset();
     ASSERT_NE(connection, nullptr);
     EXPECT_EQ(connection->Write({1}), 0U);
     EXPECT_EQ(mDaemon.GetSubscriberCount(), 0U);

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <fstream>
 #include <string>
-
-#include <stdlib.h>
 
 #include <service_access/server.h>
 
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
 
 namespace vehicle_test {
@@ -19,15 +17,9 @@ public:
         const auto limit = std::to_string(timeLimit.count());
         WriteConfig(R"({"socketPath":")" + SocketPath() + R"(","queryTimeLimitMs":)" + limit +
                     R"(,"subscribeTimeLimitMs":)" + limit + R"(,"reconnectInitialMs":1})");
-        setenv("WEXA_CLIENT_CONFIG", ConfigPath().c_str(), 1);
     }
 
-    ~VehicleServices() { unsetenv("WEXA_CLIENT_CONFIG"); }
-
-    VehicleServices(const VehicleServices&) = delete;
-    VehicleServices& operator=(const VehicleServices&) = delete;
-
-    void WriteConfig(const std::string& text) const { std::ofstream(ConfigPath()) << text; }
+    void WriteConfig(const std::string& text) const { mDirectory.Write("ClientConfig.json", text); }
 
     std::string ConfigPath() const { return mDirectory.File("ClientConfig.json"); }
 
@@ -37,6 +29,7 @@ private:
     std::string SocketPath() const { return mDirectory.File("access.sock"); }
 
     const testing_support::TemporaryDirectory mDirectory;
+    const testing_support::EnvironmentVariable mVariable{"WEXA_CLIENT_CONFIG", ConfigPath()};
     service_access::Server mServer{SocketPath()};
 };
 

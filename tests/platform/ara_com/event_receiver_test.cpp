@@ -1,8 +1,4 @@
 #include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <fstream>
-#include <future>
 #include <memory>
 #include <optional>
 
@@ -13,17 +9,18 @@
 #include <ara/com/internal/proxy/event_receiver.h>
 #include <someip/server/field_server.h>
 
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
+#include "testing/waiting.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using ac::com::cpp_binding::Event_cache_update_policy;
 using ara::com::FindServiceHandle;
 using ara::com::ServiceHandle;
 using ara::com::internal::proxy::EventReceiver;
+using testing_support::Gate;
 
-constexpr auto kGuard = 30s;
 constexpr std::uint16_t kFieldId = 0x8001;
 
 /// A receiver of a field of one byte, connected to a server.
@@ -32,23 +29,17 @@ protected:
     EventReceiverTest() {
         someip::Deployment deployment = Deployment();
         deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
-        const std::string path = mDirectory.File("Deployment.json");
-        std::ofstream(path) << someip::FormatDeployment(deployment);
-        ::setenv("SOMEIP_DEPLOYMENT", path.c_str(), 1);
-        std::promise<ServiceHandle> found;
-        std::atomic<bool> once{false};
+        mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
+        Gate found;
         mServer.Offer();
         const FindServiceHandle search("test::Service", "1", [&](const auto& handles) {
-            if (!handles.empty() && !once.exchange(true)) {
-                found.set_value(handles.front());
+            if (!handles.empty() && !mHandle) {
+                mHandle = handles.front();
+                found.Open();
             }
         });
-        auto handle = found.get_future();
-        EXPECT_EQ(handle.wait_for(kGuard), std::future_status::ready);
-        mHandle = handle.get();
+        found.Pass();
     }
-
-    ~EventReceiverTest() override { ::unsetenv("SOMEIP_DEPLOYMENT"); }
 
     static someip::Deployment Deployment() {
         someip::ServiceDeployment service;
@@ -71,11 +62,7 @@ protected:
 
     void PublishAndAwait(int value) {
         mServer.SetField(kFieldId, {static_cast<std::uint8_t>(value)});
-        const auto end = std::chrono::steady_clock::now() + kGuard;
-        while (mHandled != value && std::chrono::steady_clock::now() < end) {
-            std::this_thread::yield();
-        }
-        ASSERT_EQ(mHandled, value);
+        ASSERT_TRUE(testing_support::WaitUntil([&] { return mHandled == value; }));
     }
 
     static std::vector<int> Cache(const EventReceiver& receiver) {
@@ -87,6 +74,8 @@ protected:
     }
 
     testing_support::TemporaryDirectory mDirectory;
+    const testing_support::EnvironmentVariable mVariable{"SOMEIP_DEPLOYMENT",
+                                                         mDirectory.File("Deployment.json")};
     someip::FieldServer mServer{Deployment()};
     std::optional<ServiceHandle> mHandle;
     std::atomic<int> mLatest{-1};
@@ -140,17 +129,17 @@ TEST_F(EventReceiverTest, UnsubscribedReceiverHearsNothingUntilItSubscribesAgain
 
 TEST_F(EventReceiverTest, HandlerMayEndItsReceiver) {
     auto receiver = Receiver();
-    std::promise<void> ended;
+    Gate ended;
     receiver->SetReceiveHandler([&] {
         if (receiver) {
             receiver->Unsubscribe();
             receiver.reset();
-            ended.set_value();
+            ended.Open();
         }
     });
     mServer.SetField(kFieldId, {1});
     receiver->Subscribe(Event_cache_update_policy::kNewestN, 20);
-    EXPECT_EQ(ended.get_future().wait_for(kGuard), std::future_status::ready);
+    ended.Pass();
     EXPECT_FALSE(receiver);
 }
 

@@ -7,9 +7,10 @@
 #include <string>
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "testing/waiting.h"
 
 /// Takes the service manager's place: while it lives, $NOTIFY_SOCKET names its datagram socket,
 /// whose name is an abstract one of the kernel's choice, so that no file is left behind.
@@ -19,13 +20,12 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         auto* generic = reinterpret_cast<sockaddr*>(&address);
-        const timeval hangGuard{30, 0};
         socklen_t size = sizeof(address);
         if (mFd < 0 || ::bind(mFd, generic, sizeof(sa_family_t)) != 0 ||
-            ::getsockname(mFd, generic, &size) != 0 ||
-            ::setsockopt(mFd, SOL_SOCKET, SO_RCVTIMEO, &hangGuard, sizeof(hangGuard)) != 0) {
+            ::getsockname(mFd, generic, &size) != 0) {
             throw std::runtime_error("no notification socket");
         }
+        testing_support::GuardReads(mFd);
         const std::size_t nameLength = size - offsetof(sockaddr_un, sun_path) - 1;
         mName = "@" + std::string(&address.sun_path[1], nameLength);
         ::setenv("NOTIFY_SOCKET", mName.c_str(), 1);

@@ -2,7 +2,6 @@
 #include <array>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,11 +21,14 @@
 #include <ara/log/logging.h>
 
 #include "dlt_output.h"
+#include "testing/environment.h"
+#include "testing/temporary_directory.h"
 
 namespace {
 
 using ara::log::LogLevel;
 using ara_log_host::FormatEntry;
+using testing_support::EnvironmentVariable;
 
 const std::chrono::system_clock::time_point kTime{std::chrono::milliseconds(1795248000007)};
 
@@ -85,9 +87,8 @@ TEST(LoggerTest, FollowsTheApplicationUnlessItHasALevelOfItsOwn) {
     ara::log::InitLogging("TEST", "", LogLevel::kInfo);
     EXPECT_TRUE(follower.IsLogEnabled(LogLevel::kInfo));
 
-    setenv("ARA_LOG_LEVEL", "fatal", 1);
+    const EnvironmentVariable variable("ARA_LOG_LEVEL", "fatal");
     ara::log::InitLogging("TEST", "", LogLevel::kInfo);
-    unsetenv("ARA_LOG_LEVEL");
     EXPECT_FALSE(own.IsLogEnabled(LogLevel::kError)) << "the environment rules them all";
 }
 
@@ -285,18 +286,14 @@ TEST(LogConfigTest, AFileIsTakenAsAWholeOrNotAtAll) {
 }
 
 TEST(LogConfigTest, TheEnvironmentOverridesTheFileAndWhatIsUnusableIsNamed) {
-    const std::string path = testing::TempDir() + "Logging.json." + std::to_string(getpid());
+    const testing_support::TemporaryDirectory directory;
+    const std::string path = directory.File("Logging.json");
     const auto read = [&](const std::string& file, const char* output, const char* level) {
-        std::ofstream(path) << file;
-        setenv("ARA_LOG_CONFIG", path.c_str(), 1);
-        setenv("ARA_LOG_OUTPUT", output, 1);
-        setenv("ARA_LOG_LEVEL", level, 1);
+        directory.Write("Logging.json", file);
+        const EnvironmentVariable variables[] = {
+            {"ARA_LOG_CONFIG", path}, {"ARA_LOG_OUTPUT", output}, {"ARA_LOG_LEVEL", level}};
         std::vector<std::string> complaints;
         const auto config = ara_log_host::ReadLogConfig(complaints);
-        unsetenv("ARA_LOG_CONFIG");
-        unsetenv("ARA_LOG_OUTPUT");
-        unsetenv("ARA_LOG_LEVEL");
-        unlink(path.c_str());
         return std::pair(config, complaints);
     };
     const auto [config, none] =

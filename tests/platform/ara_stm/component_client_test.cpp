@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -9,6 +8,7 @@
 #include <ara/stm/component_client.h>
 #include <vonta_socket/unix_stream_client_connector.h>
 
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
 
 namespace {
@@ -41,9 +41,6 @@ private:
 
 class ComponentClientTest : public ::testing::Test {
 protected:
-    ComponentClientTest() { ::setenv("ARA_STM_DIR", mDirectory.Path().c_str(), 1); }
-    ~ComponentClientTest() override { ::unsetenv("ARA_STM_DIR"); }
-
     static std::unique_ptr<ComponentClient> CreateConfirmingClient() {
         return ara::stm::createComponentClient(
             "unit",
@@ -53,6 +50,7 @@ protected:
     }
 
     testing_support::TemporaryDirectory mDirectory;
+    const testing_support::EnvironmentVariable mVariable{"ARA_STM_DIR", mDirectory.Path()};
 };
 
 TEST_F(ComponentClientTest, RequestsReachTheHandlerAndConfirmationsReachEveryManager) {
@@ -97,7 +95,7 @@ TEST_F(ComponentClientTest, OnlyAFreeAndValidNameCanBeAnnounced) {
 }
 
 TEST_F(ComponentClientTest, WithoutStateManagementAClientConfirmsIntoTheVoid) {
-    ::setenv("ARA_STM_DIR", mDirectory.File("absent").c_str(), 1);
+    const testing_support::EnvironmentVariable variable("ARA_STM_DIR", mDirectory.File("absent"));
     const auto client = CreateConfirmingClient();
     EXPECT_NO_THROW(client->confirmStateChange(1, "kOn", 0));
 }

@@ -1,6 +1,4 @@
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -84,9 +82,7 @@ protected:
         return encoder == nullptr ? "" : encoder->encode(Bytes(payload), auxiliaryData).GetObject();
     }
 
-    void Write(const std::string& name, const std::string& text) {
-        std::ofstream(mDirectory.File(name), std::ios::binary) << text;
-    }
+    void Write(const std::string& name, const std::string& text) { mDirectory.Write(name, text); }
 
     /// Whether the openssl program succeeds; its output is in the file "output".
     bool OpenSsl(const std::string& arguments) {
@@ -100,10 +96,7 @@ protected:
         return OpenSsl("cms -verify -binary -inform PEM -in container.pem -CAfile root.pem");
     }
 
-    std::string Output() {
-        std::ifstream file(mDirectory.File("output"), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
+    std::string Output() { return mDirectory.Read("output"); }
 
     /// Whether the DER verifies against the factory root, as the openssl program does it. Then its
     /// content must be the payload and its signer the factory's leaf.

@@ -1,10 +1,7 @@
 #include "vonta_socket_host/stream_server.h"
 
-#include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,17 +11,19 @@
 #include <vonta_socket/stream_protocol.h>
 #include <vonta_socket/unix_stream_client_connector.h>
 
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
+#include "testing/waiting.h"
 #include "vonta_socket_host/socket_path.h"
 
 namespace {
 
+using testing_support::kHangGuard;
 using vonta_socket::StreamProtocol;
 using vonta_socket::UnixStreamClientConnector;
 using vonta_socket::host::StreamServer;
 
-constexpr std::chrono::seconds kHangGuard{30};
-constexpr int kReadTimeoutMs = 30000;
+constexpr int kReadTimeoutMs = std::chrono::milliseconds(kHangGuard).count();
 
 class StreamServerTest : public ::testing::Test {
 protected:
@@ -90,7 +89,7 @@ TEST_F(StreamServerTest, TheSocketIsPrivateAndReplacesOnlyAStaleOne) {
         EXPECT_NE(Connect(), nullptr);
     }
     EXPECT_FALSE(std::filesystem::exists(mPath));
-    std::ofstream(mPath) << "content";
+    mDirectory.Write("alerts", "content");
     EXPECT_THROW(StreamServer{mPath}, std::runtime_error);
     EXPECT_TRUE(std::filesystem::is_regular_file(mPath));
 }
@@ -109,11 +108,10 @@ TEST_F(StreamServerTest, ConnectionsAboveTheLimitAreTurnedAway) {
 }
 
 TEST_F(StreamServerTest, ADirectoryFromTheEnvironmentHoldsTheSocketsOfBothSides) {
-    ::setenv("VONTA_SOCKET_DIR", mDirectory.Path().c_str(), 1);
+    const testing_support::EnvironmentVariable variable("VONTA_SOCKET_DIR", mDirectory.Path());
     StreamServer server("/somewhere/on/the/unit/alerts");
     const auto subscriber =
         UnixStreamClientConnector("/somewhere/on/the/unit/alerts", kReadTimeoutMs, "").Connect();
-    ::unsetenv("VONTA_SOCKET_DIR");
     ASSERT_NE(subscriber, nullptr);
     EXPECT_TRUE(std::filesystem::is_socket(mPath));
 }

@@ -1,6 +1,4 @@
 #include <cstdlib>
-#include <fstream>
-#include <future>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,6 +20,7 @@ using host::SocketStatus;
 using host::TlsSettings;
 using host::TlsVersion;
 using testing_support::CertificateTraits;
+using testing_support::Gate;
 using testing_support::Identity;
 
 constexpr const char* kServerName = "backend.test";
@@ -60,8 +59,7 @@ protected:
     }
 
     std::string WriteAnchors(const std::string& name, const std::string& pem) {
-        std::ofstream(mDirectory.File(name)) << pem;
-        return mDirectory.File(name);
+        return mDirectory.Write(name, pem);
     }
 
     void Start() {
@@ -352,47 +350,47 @@ TEST_F(ProtectedConnectionTest, AClientThatEndsItsDirectionStillGetsTheAnswer) {
 }
 
 TEST_F(ProtectedConnectionTest, WhatAClientSentBeforeItClosedArrives) {
-    std::promise<std::string> seen;
+    testing_support::EventRecorder seen;
     ScriptedPeer peer([&seen](int socket) {
         TlsServer server(socket, ServerFamily::Get().server);
         const std::string text = server.ReadToEnd();
         // Nobody listens any more, so the connection goes, whether we end our direction or not.
         char byte = 0;
-        seen.set_value(recv(socket, &byte, 1, 0) == 0 ? text : "still open");
+        seen.Add(recv(socket, &byte, 1, 0) == 0 ? text : "still open");
     });
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
     const std::string text(100000, 'x');
     SendText(mSocket, text);
     close(std::exchange(mSocket, -1));
-    EXPECT_TRUE(seen.get_future().get() == text);
+    EXPECT_TRUE(seen.Next() == text);
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatNeverTakesItIsWaitedForWithinALimit) {
-    std::promise<void> done;
+    Gate done;
     ScriptedPeer peer([&done](int socket) {
         TlsServer server(socket, ServerFamily::Get().server);
-        done.get_future().wait();
+        done.Pass();
     });
     mFile.closeTimeout = std::chrono::milliseconds(0);
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
     SendUntilHeldBack(mSocket, Witness(*mConnector));
     close(std::exchange(mSocket, -1));
     EXPECT_TRUE(mLog.WaitFor("did not take all that the client had sent"));
-    done.set_value();
+    done.Open();
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatAnswersWithoutReadingIsHeardNevertheless) {
-    std::promise<void> done;
+    Gate done;
     ScriptedPeer peer([&done](int socket) {
         TlsServer server(socket, ServerFamily::Get().server);
         server.Write("enough");
         server.End();
-        done.get_future().wait();
+        done.Pass();
     });
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
     SendText(mSocket, std::string(100000, 'x'));
     EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "enough");
-    done.set_value();
+    done.Open();
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatHasGoneTakesNoMoreAndRaisesNoSignal) {
@@ -416,17 +414,16 @@ TEST_F(ProtectedConnectionTest, APeerThatHasGoneTakesNoMoreAndRaisesNoSignal) {
 }
 
 TEST_F(ProtectedConnectionTest, PeersThatTrickleOrFloodHarmNobodyElse) {
-    std::promise<void> done;
-    const std::shared_future<void> released = done.get_future().share();
+    Gate done;
     const Identity& server = ServerFamily::Get().server;
     ScriptedPeer flooding([&server](int socket) {
         TlsServer tls(socket, server);
         while (tls.Write(std::string(65536, 'x'))) {
         }
     });
-    ScriptedPeer trickling([released](int socket) {
+    ScriptedPeer trickling([&done](int socket) {
         SendText(socket, "\x16");
-        released.wait();
+        done.Pass();
     });
     ScriptedPeer good(EchoBy(server));
     ASSERT_EQ(Connect(flooding.Port()), Status(host::kSocketConnected));
@@ -441,7 +438,7 @@ TEST_F(ProtectedConnectionTest, PeersThatTrickleOrFloodHarmNobodyElse) {
     close(flooded);
     mConnector->Stop();
     EXPECT_EQ(waiting.Waiting(), 0U);
-    done.set_value();
+    done.Open();
 }
 
 enum class Moment { kConnect, kProxy, kHandshake, kIdle, kFlood };
@@ -458,12 +455,12 @@ TEST_P(StopTest, EndsWhateverIsUnderWay) {
     if (moment == Moment::kProxy) {
         mProxy = ProxySettings{ProxyType::kSocks5, "127.0.0.1", listener.Port(), "", ""};
     }
-    std::promise<void> done;
+    Gate done;
     ScriptedPeer peer([&](int socket) {
         TlsServer server(socket, ServerFamily::Get().server);
         while (moment == Moment::kFlood && server.Write(std::string(65536, 'x'))) {
         }
-        done.get_future().wait();
+        done.Pass();
     });
     BeginConnect(connects ? peer.Port() : listener.Port());
     if (connects) {
@@ -486,7 +483,7 @@ TEST_P(StopTest, EndsWhateverIsUnderWay) {
     }
     mConnector.reset();
     EXPECT_EQ(mRecorder.Waiting(), callbacks);
-    done.set_value();
+    done.Open();
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, StopTest,

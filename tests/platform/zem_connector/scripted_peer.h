@@ -9,10 +9,10 @@
 
 #include <openssl/ssl.h>
 #include <pthread.h>
-#include <sys/time.h>
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "tcp_listener.h"
+#include "testing/waiting.h"
 
 namespace zem_connector {
 
@@ -38,8 +38,7 @@ private:
         sigaddset(&pipe, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
         for (int socket = mListener.Accept(); socket >= 0; socket = mListener.Accept()) {
-            const timeval hangGuard{30, 0};
-            setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &hangGuard, sizeof(hangGuard));
+            testing_support::GuardReads(socket);
             mScript(socket);
             close(socket);
         }

@@ -1,5 +1,4 @@
 #include <cstdlib>
-#include <fstream>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -35,7 +34,7 @@ protected:
     }
 
     void WriteFile() { mFile.WriteAtomically(mPath); }
-    void WriteInPlace(const std::string& text) { std::ofstream(mPath) << text; }
+    void WriteInPlace(const std::string& text) { mDirectory.Write("ZemConnector.json", text); }
 
     SessionStatus StartWith(SessionStatus status) {
         mFile.sessionStatus = status;

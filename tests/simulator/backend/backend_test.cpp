@@ -1,6 +1,6 @@
-#include <fstream>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -50,8 +50,7 @@ class Client {
 public:
     explicit Client(std::uint16_t port)
         : mSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        const timeval hangGuard{20, 0};
-        ::setsockopt(mSocket, SOL_SOCKET, SO_RCVTIMEO, &hangGuard, sizeof(hangGuard));
+        testing_support::GuardReads(mSocket);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -193,9 +192,8 @@ protected:
     }
 
     void Save(const std::string& name, const Identity& identity) {
-        std::ofstream(mDirectory.File(name + ".pem")) << identity.Pem();
-        std::ofstream(mDirectory.File(name + ".key"))
-            << testing_support::PrivateKeyPem(identity.key);
+        mDirectory.Write(name + ".pem", identity.Pem());
+        mDirectory.Write(name + ".key", testing_support::PrivateKeyPem(identity.key));
     }
 
     std::string Container(const std::string& payload) {
@@ -229,7 +227,7 @@ protected:
 
     std::vector<json> Journal() {
         std::vector<json> entries;
-        std::ifstream file(mDirectory.File("journal"));
+        std::istringstream file(mDirectory.Read("journal"));
         for (std::string line; std::getline(file, line);) {
             entries.push_back(json::parse(line));
         }
@@ -462,9 +460,8 @@ TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
                               "--scenario", "refuse:404", "--control", mDirectory.File("control")});
         const std::string line = program.ReadLine();
         EXPECT_THAT(line, StartsWith("listening on 127.0.0.1:"));
-        std::string port;
-        std::ifstream(mDirectory.File("port")) >> port;
-        EXPECT_EQ(line, "listening on 127.0.0.1:" + port);
+        const std::string port = mDirectory.Read("port");
+        EXPECT_EQ(line + "\n", "listening on 127.0.0.1:" + port);
 
         const std::string body = GoodBody();
         Client client(static_cast<std::uint16_t>(std::stoi(port)));
@@ -473,7 +470,7 @@ TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
         EXPECT_EQ(Journal().back()["vin"], "VNTREL00000000001");
 
         const auto command = [this](const char* text) {
-            return AskControlServer(mDirectory.File("control"), text, std::chrono::seconds(20));
+            return AskControlServer(mDirectory.File("control"), text, testing_support::kHangGuard);
         };
         EXPECT_EQ(command("scenario refuse:503"), "ok");
         EXPECT_EQ(command("scenario refuse:999"),
@@ -486,7 +483,7 @@ TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
         EXPECT_EQ(program.Wait(), 0);
         EXPECT_NE(::access(mDirectory.File("port").c_str(), F_OK), 0);
     }
-    std::ofstream(mDirectory.File("product-ca.key")) << "no key";
+    mDirectory.Write("product-ca.key", "no key");
     EXPECT_EQ(ChildProgram({"--pki", mDirectory.Path().string()}).Wait(), 1);
 }
 

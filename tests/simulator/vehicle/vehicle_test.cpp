@@ -1,10 +1,6 @@
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -26,6 +22,7 @@
 #include "simulator/vehicle/command_interpreter.h"
 #include "testing/captured_log.h"
 #include "testing/child_program.h"
+#include "testing/environment.h"
 #include "testing/temporary_directory.h"
 #include "zem_connector_host/connector_file.h"
 
@@ -37,11 +34,6 @@ using simulator::vehicle::Vehicle;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing_support::ChildProgram;
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 Options OptionsFor(std::vector<const char*> arguments) {
     arguments.insert(arguments.begin(), "vintrel-vehicle");
@@ -87,7 +79,8 @@ protected:
     zem_connector::host::ConnectorFile Connector() const {
         zem_connector::host::ConnectorFile file;
         std::vector<std::string> warnings;
-        zem_connector::host::ParseConnectorFile(ReadFile(mOptions.connectorPath), file, warnings);
+        zem_connector::host::ParseConnectorFile(testing_support::ReadFile(mOptions.connectorPath),
+                                                file, warnings);
         EXPECT_TRUE(warnings.empty());
         return file;
     }
@@ -244,10 +237,7 @@ TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
     const std::string readyFile = mDirectory.File("ready");
     ChildProgram program(WithRoot({"--ready-file", readyFile}));
     program.CloseInput();
-    const auto end = std::chrono::steady_clock::now() + ChildProgram::kHangGuard;
-    while (!std::filesystem::exists(readyFile) && std::chrono::steady_clock::now() < end) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(testing_support::WaitUntil([&] { return std::filesystem::exists(readyFile); }));
     const int first = ConnectControl();
     const int second = ConnectControl();
     EXPECT_EQ(Ask(first, "clamp on\n"), "ok");
@@ -293,10 +283,10 @@ private:
 
 TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
     const Options options = OptionsFor({"--root", mDirectory.Path().c_str()});
-    ::setenv("WEXA_CLIENT_CONFIG", options.clientConfigPath.c_str(), 1);
-    ::setenv("SOMEIP_DEPLOYMENT", options.deploymentPath.c_str(), 1);
-    ::setenv("VONTA_SOCKET_DIR",
-             std::filesystem::path(options.alertSocketPath).parent_path().c_str(), 1);
+    const testing_support::EnvironmentVariable variables[] = {
+        {"WEXA_CLIENT_CONFIG", options.clientConfigPath},
+        {"SOMEIP_DEPLOYMENT", options.deploymentPath},
+        {"VONTA_SOCKET_DIR", std::filesystem::path(options.alertSocketPath).parent_path()}};
     testing_support::CapturedLog log;
     ChildProgram program(WithRoot({"--vin", "VIN-A", "--ecu-sw", "SW-A"}));
     ASSERT_EQ(program.ReadLine(), "ready");

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <string>
 #include <utility>
@@ -14,14 +13,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "testing/waiting.h"
+
 namespace testing_support {
 
 /// The program that the definition SIMULATOR_PROGRAM names, running, with pipes to its standard
 /// input and output; killed with the test.
 class ChildProgram {
 public:
-    static constexpr std::chrono::seconds kHangGuard{30};
-
     explicit ChildProgram(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), SIMULATOR_PROGRAM);
         std::array<int, 2> input{};

@@ -1,8 +1,6 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 
@@ -19,6 +17,8 @@ namespace {
 using posix::AtomicFileSettings;
 using posix::ExistingFile;
 using posix::WriteFileAtomically;
+using testing_support::ReadFile;
+using testing_support::WriteFile;
 
 /// While it lives, no file of this process grows beyond a size: writing fails half-way.
 class FileSizeLimit {
@@ -41,11 +41,6 @@ class AtomicFileTest : public ::testing::Test {
 protected:
     AtomicFileTest() { mSettings.temporaryPath = mDirectory.File("fixed"); }
 
-    void PutText(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-    std::string TextOf(const std::string& path) {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     std::set<std::string> Names() {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(mDirectory.Path())) {
@@ -79,17 +74,17 @@ TEST_F(AtomicFileTest, WritesAllWithItsModeAndLeavesNothingElse) {
         struct stat status {};
         ASSERT_EQ(::stat(mPath.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 07777U, mode);
-        EXPECT_EQ(TextOf(mPath), text);
+        EXPECT_EQ(ReadFile(mPath), text);
     }
     EXPECT_EQ(Names(), std::set<std::string>{"file"});
 }
 
 TEST_F(AtomicFileTest, AWriteThatFailsHalfWayLeavesTheOldFile) {
-    PutText(mPath, "old");
+    WriteFile(mPath, "old");
     const FileSizeLimit limit(5000);
     EXPECT_EQ(Failure(mSettings, std::string(10000, 'x')), "fixed cannot write: File too large");
     EXPECT_THROW(WriteFileAtomically(mPath, std::string(10000, 'x'), {}), std::system_error);
-    EXPECT_EQ(TextOf(mPath), "old");
+    EXPECT_EQ(ReadFile(mPath), "old");
     EXPECT_EQ(Names(), std::set<std::string>{"file"});
 }
 
@@ -104,21 +99,21 @@ TEST_F(AtomicFileTest, AFileThatIsKeptStaysAsItIs) {
     settings.existing = ExistingFile::kIsKept;
     EXPECT_TRUE(WriteFileAtomically(mPath, "first", settings));
     EXPECT_FALSE(WriteFileAtomically(mPath, "second", settings));
-    EXPECT_EQ(TextOf(mPath), "first");
+    EXPECT_EQ(ReadFile(mPath), "first");
     EXPECT_EQ(Names(), std::set<std::string>{"file"});
 }
 
 TEST_F(AtomicFileTest, NoLinkIsFollowed) {
     const std::string target = mDirectory.File("target");
-    PutText(target, "old");
+    WriteFile(target, "old");
     std::filesystem::create_symlink(target, mPath);
     WriteFileAtomically(mPath, "new", {});
     EXPECT_FALSE(std::filesystem::is_symlink(mPath));
-    EXPECT_EQ(TextOf(mPath), "new");
+    EXPECT_EQ(ReadFile(mPath), "new");
 
     std::filesystem::create_symlink(target, mSettings.temporaryPath);
     EXPECT_EQ(Failure(mSettings), "fixed cannot create: File exists");
-    EXPECT_EQ(TextOf(target), "old");
+    EXPECT_EQ(ReadFile(target), "old");
     EXPECT_EQ(Names(), (std::set<std::string>{"file", "fixed", "target"}));
 }
 

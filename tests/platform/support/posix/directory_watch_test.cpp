@@ -1,7 +1,6 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,12 +11,12 @@
 #include <posix/directory_watch.h>
 
 #include "testing/temporary_directory.h"
+#include "testing/waiting.h"
 
 namespace {
 
 using posix::DirectoryWatch;
-
-constexpr std::chrono::seconds kHangGuard{20};
+using testing_support::kHangGuard;
 
 class DirectoryWatchTest : public ::testing::Test {
 protected:
@@ -36,7 +35,7 @@ protected:
     }
 
     std::string File(const std::string& name) const { return mPath + "/" + name; }
-    static void Write(const std::string& path) { std::ofstream(path) << "text"; }
+    static void Write(const std::string& path) { testing_support::WriteFile(path, "text"); }
 
     /// What the next report says; nothing if none comes.
     std::optional<DirectoryWatch::Report> Report() {

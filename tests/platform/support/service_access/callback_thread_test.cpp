@@ -7,12 +7,12 @@
 
 #include <service_access/callback_thread.h>
 
-#include "platform/support/service_access/event_recorder.h"
+#include "testing/event_recorder.h"
 
 namespace service_access {
 
-using service_access_test::EventRecorder;
-using service_access_test::kHangGuard;
+using testing_support::EventRecorder;
+using testing_support::Gate;
 
 TEST(CallbackThreadTest, StopRunsWhatWasPostedAndNothingAfterwards) {
     EventRecorder events;
@@ -40,35 +40,34 @@ TEST(CallbackThreadTest, AnExceptionEndsItsTaskOnly) {
 TEST(CallbackThreadTest, ATaskMayDestroyItsOwnThread) {
     EventRecorder events;
     auto thread = std::make_unique<CallbackThread>();
-    std::promise<void> posted;
-    thread->Post([&thread, &events, ready = posted.get_future().share()] {
-        ready.wait();
+    Gate posted;
+    thread->Post([&] {
+        posted.Pass();
         thread.reset();
         events.Add("destroyed");
     });
     thread->Post([&events] { events.Add("second"); });
-    posted.set_value();
+    posted.Open();
     EXPECT_EQ((std::vector<std::string>{"second", "destroyed"}), events.Wait(2));
 }
 
 TEST(CallbackThreadTest, WaitForRunningTaskWaitsForThatTaskButNotForItself) {
     EventRecorder events;
     CallbackThread thread;
-    std::promise<void> running;
-    std::promise<void> mayEnd;
+    Gate running;
+    Gate mayEnd;
     thread.Post([&] {
         thread.WaitForRunningTask();
-        running.set_value();
-        mayEnd.get_future().wait();
+        running.Open();
+        mayEnd.Pass();
         events.Add("ended");
     });
-    running.get_future().wait();
+    running.Pass();
     auto waiting = std::async(std::launch::async, [&] {
         thread.WaitForRunningTask();
         return events.Events().size();
     });
-    mayEnd.set_value();
-    ASSERT_EQ(std::future_status::ready, waiting.wait_for(kHangGuard));
+    mayEnd.Open();
     EXPECT_EQ(1U, waiting.get());
 }
 

@@ -1,4 +1,3 @@
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -16,9 +15,7 @@ using ::testing::HasSubstr;
 class ClientConfigTest : public ::testing::Test {
 protected:
     ClientConfig Load(const std::string& text) const {
-        const auto path = mDirectory.File("ClientConfig.json");
-        std::ofstream(path) << text;
-        return LoadClientConfig(path);
+        return LoadClientConfig(mDirectory.Write("ClientConfig.json", text));
     }
 
     std::string Failure(const std::string& text) const {

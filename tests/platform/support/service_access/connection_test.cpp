@@ -16,19 +16,18 @@
 #include <service_access/server.h>
 #include <service_access/service_names.h>
 
-#include "platform/support/service_access/event_recorder.h"
+#include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
 
 namespace service_access {
 
-using service_access::Server;
-using service_access::SubscriptionAnswer;
-using service_access_test::EventRecorder;
-using service_access_test::kHangGuard;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using testing_support::EventRecorder;
+using testing_support::Gate;
+using testing_support::kHangGuard;
 
 class ConnectionTest : public ::testing::Test {
 protected:
@@ -107,9 +106,9 @@ TEST_F(ConnectionTest, FindsAServerThatStartsLaterAndFindsItAgain) {
 TEST_F(ConnectionTest, RegistryEventsArriveInOrderEvenIfACallbackBlocksForLong) {
     mServer.Start();
     const auto connection = Connected("Some");
-    std::promise<void> release;
+    Gate release;
     ServiceObserver slow;
-    slow.available = [released = release.get_future().share()] { released.wait(); };
+    slow.available = [&release] { release.Pass(); };
     connection->AddObserver("Some", slow);
     mServer.SetServiceAvailable("Other", true);
     std::vector<std::string> expected{"available"};
@@ -117,7 +116,7 @@ TEST_F(ConnectionTest, RegistryEventsArriveInOrderEvenIfACallbackBlocksForLong) 
         mServer.SetServiceAvailable("Some", i % 2 == 1);
         expected.emplace_back(i % 2 == 1 ? "available" : "unavailable");
     }
-    release.set_value();
+    release.Open();
     EXPECT_EQ(expected, mEvents.Wait(expected.size()));
 }
 
@@ -219,12 +218,12 @@ TEST_F(ConnectionTest, ABlockedSubscriberReturnsOnRefusalTimeLimitLossAndStop) {
 
     mConfig.subscribeTimeLimit = milliseconds(1);
     Connection impatient(mConfig);
-    std::promise<void> there;
+    Gate there;
     ServiceObserver observer;
-    observer.available = [&there] { there.set_value(); };
+    observer.available = [&there] { there.Open(); };
     impatient.AddObserver(kClampControlService, observer);
     impatient.Start();
-    there.get_future().wait();
+    there.Pass();
     EXPECT_EQ("", impatient.Subscribe(kClampControlService, kClamp15Element));
 }
 
@@ -269,20 +268,20 @@ TEST_F(ConnectionTest, ACallbackMayStopOrDestroyItsConnection) {
     mServer.Start();
     for (const bool destroy : {false, true}) {
         auto connection = std::make_unique<Connection>(mConfig);
-        std::promise<void> begin;
-        std::promise<void> done;
+        Gate begin;
+        Gate done;
         ServiceObserver observer;
-        observer.available = [&, ready = begin.get_future().share()] {
-            ready.wait();
+        observer.available = [&] {
+            begin.Pass();
             connection->Query("Immobilizer", "fields=5", RecordAnswer());
             destroy ? connection.reset() : connection->Stop();
             mEvents.Add("ended");
-            done.set_value();
+            done.Open();
         };
         connection->AddObserver("Some", observer);
         connection->Start();
-        begin.set_value();
-        ASSERT_EQ(std::future_status::ready, done.get_future().wait_for(kHangGuard));
+        begin.Open();
+        done.Pass();
     }
     EXPECT_THAT(mEvents.Events(), ElementsAre("the query was cancelled", "ended",
                                               "the query was cancelled", "ended"));

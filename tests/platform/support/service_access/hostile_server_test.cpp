@@ -20,8 +20,8 @@
 #include <posix/unique_fd.h>
 #include <service_access/connection.h>
 
-#include "platform/support/service_access/event_recorder.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
 #include "vonta_socket_host/socket_path.h"
 
@@ -30,11 +30,11 @@ namespace service_access {
 namespace beast = boost::beast;
 namespace net = boost::asio;
 using posix::UniqueFd;
-using service_access_test::EventRecorder;
-using service_access_test::kHangGuard;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using testing_support::EventRecorder;
+using testing_support::kHangGuard;
 
 /// Serves each connection on a thread of its own as the test says; what it leaves open stays so.
 class HostileServer {

@@ -1,6 +1,5 @@
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <system_error>
 
@@ -76,8 +75,7 @@ TEST_F(ServerTest, ALiveServerOrAForeignFileIsNotReplaced) {
     EXPECT_THROW(Server(mPath).Start(), std::system_error);
     EXPECT_THAT(Get("/nothing"), StartsWith("HTTP/1.1 404"));
 
-    const auto filePath = mDirectory.File("file");
-    std::ofstream(filePath) << "precious";
+    const auto filePath = mDirectory.Write("file", "precious");
     EXPECT_THROW(Server(filePath).Start(), std::system_error);
     EXPECT_EQ(0, access(filePath.c_str(), F_OK));
     EXPECT_THROW(Server("/" + std::string(200, 'x')).Start(), std::system_error);

@@ -1,12 +1,7 @@
 #include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <filesystem>
-#include <fstream>
 #include <future>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -14,8 +9,8 @@
 #include <someip/server/field_server.h>
 #include <someip/wire/message.h>
 
-#include "platform/support/someip/hex.h"
 #include "testing/captured_log.h"
+#include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
 
 namespace {
@@ -25,9 +20,10 @@ using someip::Deployment;
 using someip::FieldServer;
 using someip::LoopbackEnd;
 using someip::ServiceClient;
+using testing_support::EventRecorder;
+using testing_support::Gate;
 using Bytes = someip::Bytes;
 
-constexpr auto kGuard = 30s;
 constexpr std::uint16_t kFieldId = 0x8001;
 
 /// With times to live that no test sees the end of.
@@ -47,90 +43,65 @@ Deployment ClientDeployment() {
     return deployment;
 }
 
-/// What handlers report, in order.
-template <typename T>
-class Mailbox {
-public:
-    void Put(T value) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mValues.push_back(std::move(value));
-        mChanged.notify_all();
+/// Passes over repetitions, which a field's initial value may have.
+void AwaitValue(EventRecorder& values, const std::string& wanted) {
+    while (values.Next() != wanted) {
     }
-
-    T Take() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (!mChanged.wait_for(lock, kGuard, [this] { return !mValues.empty(); })) {
-            throw std::runtime_error("nothing came");
-        }
-        T value = std::move(mValues.front());
-        mValues.pop_front();
-        return value;
-    }
-
-    /// Passes over repetitions, which a field's initial value may have.
-    void TakeUntil(const T& wanted) {
-        while (!(Take() == wanted)) {
-        }
-    }
-
-    bool IsEmpty() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mValues.empty();
-    }
-
-private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::deque<T> mValues;
-};
+}
 
 class ServiceClientTest : public testing::Test {
 protected:
     void Deploy(const Deployment& deployment) {
-        std::ofstream(mDirectory.File("next")) << someip::FormatDeployment(deployment);
-        std::filesystem::rename(mDirectory.File("next"), mDirectory.File("Deployment.json"));
+        std::filesystem::rename(mDirectory.Write("next", someip::FormatDeployment(deployment)),
+                                mDirectory.File("Deployment.json"));
     }
 
     void MakeClient() {
         mClient = std::make_unique<ServiceClient>(
             std::make_shared<someip::ClientNode>(mPool, mDirectory.File("Deployment.json")),
             "test::Service", someip::kAnyInstance);
-        mWatch = mClient->WatchAvailability([this](bool there) { mAvailability.Put(there); });
+        mWatch = mClient->WatchAvailability(mNoteAvailability);
     }
 
     std::shared_ptr<ServiceClient::Registration> Subscribe() {
-        return mClient->SubscribeEvent("field", [this](const Bytes& value) { mValues.Put(value); });
+        return mClient->SubscribeEvent("field", NoteIn(mValues));
+    }
+
+    /// Notes each value as text.
+    static ServiceClient::PayloadHandler NoteIn(EventRecorder& values) {
+        return [&values](const Bytes& value) { values.Add({value.begin(), value.end()}); };
     }
 
     void OfferAndConnect(FieldServer& server) {
         server.Offer();
         Deploy(ClientDeployment());
         MakeClient();
-        EXPECT_TRUE(mAvailability.Take());
+        EXPECT_EQ(mAvailability.Next(), "up");
     }
 
     testing_support::TemporaryDirectory mDirectory;
     std::shared_ptr<someip::WorkerPool> mPool = std::make_shared<someip::WorkerPool>(2);
-    Mailbox<bool> mAvailability;
-    Mailbox<Bytes> mValues;
+    EventRecorder mAvailability;
+    const ServiceClient::AvailabilityHandler mNoteAvailability{
+        [this](bool there) { mAvailability.Add(there ? "up" : "down"); }};
+    EventRecorder mValues;
     std::unique_ptr<ServiceClient> mClient;
     std::shared_ptr<ServiceClient::Registration> mWatch;
 };
 
 TEST_F(ServiceClientTest, SubscriberGetsTheCurrentValueAndEachChange) {
     FieldServer server(ProviderDeployment());
-    server.SetField(kFieldId, Hex("01"));
+    server.SetField(kFieldId, {'1'});
     OfferAndConnect(server);
     const auto subscription = Subscribe();
-    mValues.TakeUntil(Hex("01"));
-    server.SetField(kFieldId, Hex("02"));
-    mValues.TakeUntil(Hex("02"));
+    AwaitValue(mValues, "1");
+    server.SetField(kFieldId, {'2'});
+    AwaitValue(mValues, "2");
     EXPECT_EQ(server.SubscriberCount(kFieldId), 1U);
 
-    Mailbox<Bytes> others;
-    const auto second =
-        mClient->SubscribeEvent("field", [&](const Bytes& value) { others.Put(value); });
-    EXPECT_EQ(others.Take(), Hex("02"));
+    EventRecorder others;
+    const auto second = mClient->SubscribeEvent("field", NoteIn(others));
+    EXPECT_EQ(others.Next(), "2");
     second->Close();
 }
 
@@ -140,30 +111,30 @@ TEST_F(ServiceClientTest, LargestPayloadArrivesAndALargerOneIsRefused) {
     const Bytes largest(someip::kMaxPayload, 0x5A);
     server.SetField(kFieldId, largest);
     const auto subscription = Subscribe();
-    mValues.TakeUntil(largest);
+    AwaitValue(mValues, {largest.begin(), largest.end()});
     EXPECT_THROW(server.SetField(kFieldId, Bytes(someip::kMaxPayload + 1, 0)), std::length_error);
     EXPECT_THROW(server.SetField(kFieldId + 1, {}), std::out_of_range);
 }
 
 TEST_F(ServiceClientTest, WithdrawalAndReturnAreReportedAndTheSubscriptionGoesOn) {
     auto server = std::make_unique<FieldServer>(ProviderDeployment());
-    server->SetField(kFieldId, Hex("01"));
+    server->SetField(kFieldId, {'1'});
     OfferAndConnect(*server);
     const auto subscription = Subscribe();
-    mValues.TakeUntil(Hex("01"));
+    AwaitValue(mValues, "1");
     server->StopOffer();
-    EXPECT_FALSE(mAvailability.Take());
-    server->SetField(kFieldId, Hex("02"));
+    EXPECT_EQ(mAvailability.Next(), "down");
+    server->SetField(kFieldId, {'2'});
     server->Offer();
-    EXPECT_TRUE(mAvailability.Take());
-    mValues.TakeUntil(Hex("02"));
+    EXPECT_EQ(mAvailability.Next(), "up");
+    AwaitValue(mValues, "2");
     server.reset();
-    EXPECT_FALSE(mAvailability.Take());
+    EXPECT_EQ(mAvailability.Next(), "down");
     server = std::make_unique<FieldServer>(ProviderDeployment());
-    server->SetField(kFieldId, Hex("03"));
+    server->SetField(kFieldId, {'3'});
     server->Offer();
-    EXPECT_TRUE(mAvailability.Take());
-    mValues.TakeUntil(Hex("03"));
+    EXPECT_EQ(mAvailability.Next(), "up");
+    AwaitValue(mValues, "3");
 }
 
 TEST_F(ServiceClientTest, FileThatChangesWhileTheServiceIsAwayCountsAtOnce) {
@@ -172,34 +143,34 @@ TEST_F(ServiceClientTest, FileThatChangesWhileTheServiceIsAwayCountsAtOnce) {
     Deploy(elsewhere);
     MakeClient();
     FieldServer server(ProviderDeployment());
-    server.SetField(kFieldId, Hex("07"));
+    server.SetField(kFieldId, {'7'});
     server.Offer();
     const auto subscription = Subscribe();
     Deploy(ClientDeployment());
-    EXPECT_TRUE(mAvailability.Take());
-    mValues.TakeUntil(Hex("07"));
+    EXPECT_EQ(mAvailability.Next(), "up");
+    AwaitValue(mValues, "7");
     // While it is there, the file is left alone; it counts when the service has gone.
     Deploy(elsewhere);
-    server.SetField(kFieldId, Hex("08"));
-    mValues.TakeUntil(Hex("08"));
-    EXPECT_TRUE(mAvailability.IsEmpty());
+    server.SetField(kFieldId, {'8'});
+    AwaitValue(mValues, "8");
+    EXPECT_EQ(mAvailability.Waiting(), 0U);
     server.StopOffer();
-    EXPECT_FALSE(mAvailability.Take());
+    EXPECT_EQ(mAvailability.Next(), "down");
     Deployment provider = ProviderDeployment();
     provider.network.sdPort = 30491;
     FieldServer other(provider);
     other.Offer();
-    EXPECT_TRUE(mAvailability.Take());
+    EXPECT_EQ(mAvailability.Next(), "up");
 }
 
 TEST_F(ServiceClientTest, LeavesNothingBehindThoughTheFileHasChangedMeanwhile) {
     FieldServer server(ProviderDeployment());
     OfferAndConnect(server);
     const auto subscription = Subscribe();
-    for (const char* const value : {"01", "02", "03"}) {
+    for (const char value : {'1', '2', '3'}) {
         Deploy(ClientDeployment());
-        server.SetField(kFieldId, Hex(value));
-        mValues.TakeUntil(Hex(value));
+        server.SetField(kFieldId, {static_cast<std::uint8_t>(value)});
+        AwaitValue(mValues, {value});
     }
     subscription->Close();
     mWatch->Close();
@@ -211,12 +182,8 @@ TEST_F(ServiceClientTest, WhatIsLeftIsForgottenByTheServerAtOnce) {
     FieldServer server(ProviderDeployment());
     OfferAndConnect(server);
     const auto awaitSubscribers = [&server](std::size_t count) {
-        const auto end = std::chrono::steady_clock::now() + kGuard;
-        while (server.SubscriberCount(kFieldId) != count &&
-               std::chrono::steady_clock::now() < end) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(server.SubscriberCount(kFieldId), count);
+        EXPECT_TRUE(
+            testing_support::WaitUntil([&] { return server.SubscriberCount(kFieldId) == count; }));
     };
     auto subscription = Subscribe();
     awaitSubscribers(1);
@@ -231,51 +198,46 @@ TEST_F(ServiceClientTest, WhatIsLeftIsForgottenByTheServerAtOnce) {
 
 TEST_F(ServiceClientTest, CloseWaitsForARunningHandlerAndNoneFollows) {
     FieldServer server(ProviderDeployment());
-    server.SetField(kFieldId, Hex("01"));
+    server.SetField(kFieldId, {'1'});
     OfferAndConnect(server);
-    std::promise<void> entered;
-    std::promise<void> leave;
-    auto mayLeave = leave.get_future();
-    std::atomic<int> runs{0};
+    Gate entered;
+    Gate leave;
     std::atomic<bool> left{false};
     const auto subscription = mClient->SubscribeEvent("field", [&](const Bytes&) {
-        if (runs.fetch_add(1) == 0) {
-            entered.set_value();
-        }
-        mayLeave.wait();
+        entered.Open();
+        leave.Pass();
         left = true;
     });
-    ASSERT_EQ(entered.get_future().wait_for(kGuard), std::future_status::ready);
-    server.SetField(kFieldId, Hex("02"));
+    entered.Pass();
+    server.SetField(kFieldId, {'2'});
     auto closing = std::async(std::launch::async, [&] {
         subscription->Close();
         return left.load();
     });
-    leave.set_value();
+    leave.Open();
     EXPECT_TRUE(closing.get());
-    const int runsAtClose = runs;
+    const int runs = entered.Openings();
     // A later subscriber hears the next value, the closed one doesn't.
     const auto other = Subscribe();
-    server.SetField(kFieldId, Hex("03"));
-    mValues.TakeUntil(Hex("03"));
-    EXPECT_EQ(runs, runsAtClose);
+    server.SetField(kFieldId, {'3'});
+    AwaitValue(mValues, "3");
+    EXPECT_EQ(entered.Openings(), runs);
 }
 
 TEST_F(ServiceClientTest, HandlerMayCloseItsOwnRegistration) {
     FieldServer server(ProviderDeployment());
-    server.SetField(kFieldId, Hex("01"));
+    server.SetField(kFieldId, {'1'});
     OfferAndConnect(server);
-    std::promise<void> closed;
+    Gate subscribed;
+    Gate closed;
     std::shared_ptr<ServiceClient::Registration> registration;
-    std::mutex mutex;
-    std::unique_lock<std::mutex> lock(mutex);
     registration = mClient->SubscribeEvent("field", [&](const Bytes&) {
-        const std::lock_guard<std::mutex> handlerLock(mutex);
+        subscribed.Pass();
         registration->Close();
-        closed.set_value();
+        closed.Open();
     });
-    lock.unlock();
-    EXPECT_EQ(closed.get_future().wait_for(kGuard), std::future_status::ready);
+    subscribed.Open();
+    closed.Pass();
     registration->Close();
 }
 
@@ -288,7 +250,7 @@ TEST_F(ServiceClientTest, AProblemThatLastsIsLoggedOnceAndAgainWhenItReturns) {
     Deploy(unknown);
     ASSERT_TRUE(log.WaitFor("test::Service is not deployed"));
     Deploy(unknown);
-    std::ofstream(mDirectory.File("unrelated")) << "x";
+    mDirectory.Write("unrelated", "x");
     std::filesystem::remove(mDirectory.File("Deployment.json"));
     ASSERT_TRUE(log.WaitFor("can't open", 2));
     unknown.network.address = "192.0.2.200";
@@ -297,7 +259,7 @@ TEST_F(ServiceClientTest, AProblemThatLastsIsLoggedOnceAndAgainWhenItReturns) {
     Deploy(ClientDeployment());
     FieldServer server(ProviderDeployment());
     server.Offer();
-    EXPECT_TRUE(mAvailability.Take());
+    EXPECT_EQ(mAvailability.Next(), "up");
     EXPECT_EQ(log.Count("can't open"), 2U);
     EXPECT_EQ(log.Count("is not deployed"), 1U);
     EXPECT_EQ(log.Count("SOME/IP network"), 1U);
@@ -308,13 +270,13 @@ TEST_F(ServiceClientTest, DeploymentInADirectoryThatComesLateIsFound) {
     mClient = std::make_unique<ServiceClient>(
         std::make_shared<someip::ClientNode>(mPool, directory + "/Deployment.json"),
         "test::Service", "1");
-    mWatch = mClient->WatchAvailability([this](bool there) { mAvailability.Put(there); });
+    mWatch = mClient->WatchAvailability(mNoteAvailability);
     FieldServer server(ProviderDeployment());
     server.Offer();
     Deploy(ClientDeployment());
     std::filesystem::create_directory(directory);
     std::filesystem::rename(mDirectory.File("Deployment.json"), directory + "/Deployment.json");
-    EXPECT_TRUE(mAvailability.Take());
+    EXPECT_EQ(mAvailability.Next(), "up");
 }
 
 TEST(FieldServerNetwork, ThatIsNotToBeHadIsAnError) {
