@@ -129,7 +129,7 @@ void ClientSession::HandleMessage() {
     try {
         mOwner.MessageReceived(*this, text);
     } catch (const std::exception& error) {
-        service_access::Log().Warn(std::string("message of a client: ") + error.what());
+        Log().Warn(std::string("message of a client: ") + error.what());
         Drop();
     }
 }

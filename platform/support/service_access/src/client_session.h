@@ -39,7 +39,7 @@ public:
 class ClientSession : public std::enable_shared_from_this<ClientSession> {
 public:
     /// `owner` must outlive the session.
-    ClientSession(service_access::UnixProtocol::socket socket, SessionOwner& owner);
+    ClientSession(UnixProtocol::socket socket, SessionOwner& owner);
 
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
@@ -61,8 +61,7 @@ public:
     const std::set<std::string>& Subscriptions() const { return mSubscriptions; }
 
 private:
-    using ErrorCode = service_access::ErrorCode;
-    using Socket = service_access::UnixProtocol::socket;
+    using Socket = UnixProtocol::socket;
 
     Socket& GetSocket() { return mStream.next_layer(); }
     void StartDeadline();

@@ -15,7 +15,6 @@ namespace service_access {
 namespace {
 
 using boost::beast::http::status;
-using service_access::kImmobilizerService;
 
 constexpr std::string_view kPrefix = "/services/";
 constexpr std::string_view kSuffix = "/info";
@@ -29,7 +28,7 @@ InfoAnswer Refusal(status reason) {
 
 InfoAnswer Records(nlohmann::json items) {
     const nlohmann::json document{{"items", std::move(items)}};
-    return {static_cast<unsigned>(status::ok), service_access::FormatJson(document)};
+    return {static_cast<unsigned>(status::ok), FormatJson(document)};
 }
 
 /// The name in "/services/<name>/info"; empty if the path is another one.
@@ -72,7 +71,7 @@ std::optional<std::set<unsigned>> Fields(std::string_view query) {
 
 }  // namespace
 
-InfoService::InfoService() : mKnown{service_access::kClampControlService, kImmobilizerService} {}
+InfoService::InfoService() : mKnown{kClampControlService, kImmobilizerService} {}
 
 bool InfoService::SetAvailable(const std::string& name, bool available) {
     mKnown.insert(name);

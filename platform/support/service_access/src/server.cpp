@@ -31,11 +31,6 @@ namespace service_access {
 namespace {
 
 namespace net = boost::asio;
-using service_access::ErrorCode;
-using service_access::FormatJson;
-using service_access::kClamp15Element;
-using service_access::kClampControlService;
-using service_access::UnixProtocol;
 using SessionPtr = std::shared_ptr<ClientSession>;
 
 constexpr std::size_t kMaxClients = 128;
@@ -120,7 +115,7 @@ void Server::Impl::Start() {
     if (mThread.joinable()) {
         return;
     }
-    auto listening = service_access::ListenAtUnixSocket(mSocketPath);
+    auto listening = ListenAtUnixSocket(mSocketPath);
     const auto abandon = [this] {
         ReleaseSockets();
         unlink(mSocketPath.c_str());
@@ -177,7 +172,7 @@ void Server::Impl::RemoveSocketFile() const {
         return;
     }
     if (unlink(mSocketPath.c_str()) != 0) {
-        service_access::Log().Warn("socket file " + mSocketPath + " could not be removed");
+        Log().Warn("socket file " + mSocketPath + " could not be removed");
     }
 }
 
@@ -245,9 +240,9 @@ void Server::Impl::WaitForClient() {
 }
 
 void Server::Impl::Accept() {
-    auto accepted = service_access::AcceptUnixSocket(mAcceptor->native_handle());
+    auto accepted = AcceptUnixSocket(mAcceptor->native_handle());
     if (accepted.Get() < 0 && errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
-        service_access::Log().Warn("accept failed: " + std::generic_category().message(errno));
+        Log().Warn("accept failed: " + std::generic_category().message(errno));
         mAcceptRetry->expires_after(kAcceptRetry);
         mAcceptRetry->async_wait([this](const ErrorCode&) { WaitForClient(); });
         return;
@@ -263,7 +258,7 @@ void Server::Impl::Adopt(posix::UniqueFd accepted) {
     ErrorCode error;
     socket.assign(UnixProtocol(), accepted.Get(), error);
     if (error) {
-        service_access::Log().Warn("a client is turned away: " + error.message());
+        Log().Warn("a client is turned away: " + error.message());
         return;
     }
     accepted.Release();
@@ -279,7 +274,7 @@ void Server::Impl::EventsOpened(ClientSession& session) {
 }
 
 void Server::Impl::MessageReceived(ClientSession& session, const std::string& text) {
-    const auto message = service_access::ParseBoundedJson(text);
+    const auto message = ParseBoundedJson(text);
     const auto type = message.at("type").get<std::string>();
     if (type == "subscribe") {
         Subscribe(session, message);
