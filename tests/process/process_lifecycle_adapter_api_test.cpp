@@ -4,12 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <vonta_socket/unix_stream_client_connector.h>
-
 #include "platform/ara_exec/notify_socket.h"
 #include "process/process_lifecycle_adapter_api_impl.h"
 #include "testing/captured_log.h"
 #include "testing/environment.h"
+#include "testing/stream.h"
 #include "testing/temporary_directory.h"
 
 namespace {
@@ -128,17 +127,10 @@ TEST_F(ProcessLifecycleAdapterApiTest, StateRequestsReachTheApplicationAndItsAns
             mApi.StateChanged(state, sequence);
         });
     mApi.Initialize("unit", &mStateCallback);
-    const auto manager =
-        vonta_socket::UnixStreamClientConnector(mDirectory.File("unit.sock"), 30000, "test")
-            .Connect();
-    ASSERT_NE(manager, nullptr);
-    const std::string requests = "REQUEST 3 kOff\nREQUEST 4 kPrepSD\nREQUEST 5 kOn\n";
-    manager->Write({requests.begin(), requests.end()});
-
-    const std::string confirmations = "STATE 4 kPrepSD 0\nSTATE 5 kOn 0\n";
-    std::vector<std::uint8_t> answer(confirmations.size());
-    ASSERT_TRUE(manager->Read(answer));
-    EXPECT_EQ(std::string(answer.begin(), answer.end()), confirmations);
+    const auto manager = testing_support::Stream::ToPath(mDirectory.File("unit.sock"));
+    manager.Send("REQUEST 3 kOff\nREQUEST 4 kPrepSD\nREQUEST 5 kOn\n");
+    EXPECT_EQ(manager.ReadLine(), "STATE 4 kPrepSD 0");
+    EXPECT_EQ(manager.ReadLine(), "STATE 5 kOn 0");
     EXPECT_TRUE(mLog.Contains("E " + std::string(kClass) +
                               "StateChangeRequested, Invalid state requested: kOff"));
     EXPECT_TRUE(

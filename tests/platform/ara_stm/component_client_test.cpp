@@ -1,4 +1,3 @@
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -6,38 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <ara/stm/component_client.h>
-#include <vonta_socket/unix_stream_client_connector.h>
 
 #include "testing/environment.h"
+#include "testing/stream.h"
 #include "testing/temporary_directory.h"
 
 namespace {
 
 using ara::stm::ComponentClient;
-
-/// A state manager that is connected to the component "unit".
-class StateManager {
-public:
-    explicit StateManager(const std::string& path)
-        : mConnection(vonta_socket::UnixStreamClientConnector(path, 30000, "").Connect()) {}
-
-    bool IsConnected() const { return mConnection != nullptr; }
-
-    void Send(const std::string& text) { mConnection->Write({text.begin(), text.end()}); }
-
-    /// The next line without its end, or what has come before the connection ended.
-    std::string ReadLine() {
-        std::string line;
-        std::vector<std::uint8_t> byte(1);
-        while (mConnection->Read(byte) && byte.front() != '\n') {
-            line.push_back(static_cast<char>(byte.front()));
-        }
-        return line;
-    }
-
-private:
-    std::shared_ptr<vonta_socket::StreamCommunicatorIf> mConnection;
-};
+using testing_support::Stream;
 
 class ComponentClientTest : public ::testing::Test {
 protected:
@@ -55,9 +31,8 @@ protected:
 
 TEST_F(ComponentClientTest, RequestsReachTheHandlerAndConfirmationsReachEveryManager) {
     const auto client = CreateConfirmingClient();
-    StateManager first(mDirectory.File("unit.sock"));
-    StateManager second(mDirectory.File("unit.sock"));
-    ASSERT_TRUE(first.IsConnected() && second.IsConnected());
+    const Stream first = Stream::ToPath(mDirectory.File("unit.sock"));
+    const Stream second = Stream::ToPath(mDirectory.File("unit.sock"));
     second.Send("REQUEST 1 kOn\n");
     ASSERT_EQ(second.ReadLine(), "STATE 1 kOn 0");
 
@@ -79,11 +54,9 @@ TEST_F(ComponentClientTest, MalformedRequestsAreAnsweredAndEndTheConnection) {
                                             "REQUEST 1 " + std::string(65, 'x') + "\n",
                                             std::string(129, 'x')};
     for (const std::string& request : requests) {
-        StateManager manager(mDirectory.File("unit.sock"));
-        ASSERT_TRUE(manager.IsConnected());
-        manager.Send(request);
-        EXPECT_EQ(manager.ReadLine(), "ERROR malformed request") << request;
-        EXPECT_EQ(manager.ReadLine(), "") << request;
+        EXPECT_EQ(Stream::ToPath(mDirectory.File("unit.sock")).Send(request).ReadToEnd(),
+                  "ERROR malformed request\n")
+            << request;
     }
 }
 

@@ -22,6 +22,7 @@ using host::TlsVersion;
 using testing_support::CertificateTraits;
 using testing_support::Gate;
 using testing_support::Identity;
+using testing_support::Stream;
 
 constexpr const char* kServerName = "backend.test";
 
@@ -52,12 +53,6 @@ protected:
         mFile.connectTimeout = std::chrono::minutes(10);
     }
 
-    void TearDown() override {
-        if (mSocket >= 0) {
-            close(mSocket);
-        }
-    }
-
     std::string WriteAnchors(const std::string& name, const std::string& pem) {
         return mDirectory.Write(name, pem);
     }
@@ -82,8 +77,13 @@ protected:
     /// The status of an attempt to connect.
     std::string Connect(unsigned short port, const std::string& host = "127.0.0.1") {
         BeginConnect(port, host);
-        std::string status = mRecorder.Next();
-        mSocket = mRecorder.Socket();
+        return Await(mRecorder, mClient);
+    }
+
+    /// The status of an attempt, and its socket.
+    static std::string Await(CallbackRecorder& recorder, Stream& client) {
+        std::string status = recorder.Next();
+        client = Stream(recorder.Socket());
         return status;
     }
 
@@ -97,7 +97,7 @@ protected:
     bool mInClear{false};
     CallbackRecorder mRecorder;
     std::unique_ptr<ZemConnector> mConnector;
-    int mSocket{-1};
+    Stream mClient;
 };
 
 /// Says back what comes, to the client's proper end.
@@ -109,8 +109,8 @@ void Echo(TlsServer& server) {
 }
 
 ScriptedPeer::Script EchoBy(const Identity& identity, int maxVersion = 0) {
-    return [identity, maxVersion](int socket) {
-        TlsServer server(socket, identity, maxVersion);
+    return [identity, maxVersion](const Stream& stream) {
+        TlsServer server(stream, identity, maxVersion);
         Echo(server);
     };
 }
@@ -121,25 +121,16 @@ public:
     explicit Witness(ZemConnector& connector) : mPeer(EchoBy(ServerFamily::Get().server)) {
         EXPECT_TRUE(connector.SocketConnect("op", "127.0.0.1", mPeer.Port(), &mRecorder));
         mRecorder.Next();
-        mSocket = mRecorder.Socket();
+        mClient = Stream(mRecorder.Socket());
     }
-    Witness(const Witness&) = delete;
-    Witness& operator=(const Witness&) = delete;
-    ~Witness() {
-        shutdown(mSocket, SHUT_WR);
-        EXPECT_EQ(ReceiveUpTo(mSocket, 1), "");
-        close(mSocket);
-    }
+    ~Witness() { EXPECT_EQ(mClient.EndSending().Read(1), ""); }
 
-    void RoundTrip() const {
-        SendText(mSocket, "x");
-        EXPECT_EQ(ReceiveUpTo(mSocket, 1), "x");
-    }
+    void RoundTrip() const { EXPECT_EQ(mClient.Send("x").Read(1), "x"); }
 
 private:
     ScriptedPeer mPeer;
     CallbackRecorder mRecorder;
-    int mSocket{-1};
+    Stream mClient;
 };
 
 constexpr std::size_t kMoreThanAnyBuffer = std::size_t{64} * 1024 * 1024;
@@ -148,7 +139,7 @@ constexpr std::size_t kMoreThanAnyBuffer = std::size_t{64} * 1024 * 1024;
 ///
 /// All connections share the connector's one thread: in the time of some round trips on another one
 /// it would have taken something from this one, too, if it were not to hold it back.
-std::string SendUntilHeldBack(int socket, const Witness& witness) {
+std::string SendUntilHeldBack(const Stream& client, const Witness& witness) {
     constexpr int kRoundTrips = 20;
     std::string sent;
     std::string part(8192, '\0');
@@ -157,7 +148,8 @@ std::string SendUntilHeldBack(int socket, const Witness& witness) {
             c = static_cast<char>(sent.size() * 31 +
                                   static_cast<std::size_t>(&c - part.data()) / 7);
         }
-        const ssize_t size = send(socket, part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t size =
+            send(client.Get(), part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (size > 0) {
             sent.append(part, 0, static_cast<std::size_t>(size));
             idle = 0;
@@ -218,19 +210,19 @@ std::vector<RefusalCase> Refusals() {
          "protocol version",
          {"", kServerName, TlsVersion::kTls13}},
         {"NoTls",
-         [](int socket) {
-             SendText(socket, "HTTP/1.1 400 Bad Request\r\n\r\n");
-             ReceiveUpTo(socket, 65536);
+         [](const Stream& stream) {
+             stream.Send("HTTP/1.1 400 Bad Request\r\n\r\n");
+             stream.Read(65536);
          },
          kHandshake, "wrong version number"},
-        {"EndsAtOnce", [](int socket) { ReceiveUpTo(socket, 100); }, kHandshake, ""},
+        {"EndsAtOnce", [](const Stream& stream) { stream.Read(100); }, kHandshake, ""},
         {"NoAnchors",
-         [](int) { ADD_FAILURE() << "connected"; },
+         [](const Stream&) { ADD_FAILURE() << "connected"; },
          host::kSocketFailed,
          "/nonexistent: No such file",
          {"/nonexistent", kServerName, TlsVersion::kTls12}},
         {"AnchorsThatAreNone",
-         [](int) { ADD_FAILURE() << "connected"; },
+         [](const Stream&) { ADD_FAILURE() << "connected"; },
          host::kSocketFailed,
          "certificates in PEM expected",
          {"/etc/passwd", kServerName, TlsVersion::kTls12}},
@@ -248,7 +240,7 @@ TEST_F(ProtectedConnectionTest, ARefusedPeerGivesAStatusAndNoSocket) {
         ScriptedPeer peer(c.peer);
         const std::string port = std::to_string(peer.Port());
         EXPECT_EQ(Connect(peer.Port()), Status(c.status));
-        EXPECT_EQ(mSocket, -1);
+        EXPECT_FALSE(mClient.IsOpen());
         EXPECT_EQ(mLog.Count("Can't connect to 127.0.0.1:" + port + " for op"), 1U);
         EXPECT_GE(mLog.Count(c.log), 1U);
     }
@@ -284,11 +276,9 @@ TEST_F(ProtectedConnectionTest, BytesGoBothWaysOnceThePeerIsKnown) {
         ScriptedPeer peer(EchoBy(server, c.maxVersion));
         ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
         EXPECT_EQ(mLog.Count(" by " + c.version), 1U);
-        SendText(mSocket, "hello");
-        EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
-        close(mSocket);
+        EXPECT_EQ(mClient.Send("hello").Read(5), "hello");
+        mClient.Close();
     }
-    mSocket = -1;
 }
 
 TEST_F(ProtectedConnectionTest, AnIpV6PeerIsReachedToo) {
@@ -310,132 +300,127 @@ TEST_F(ProtectedConnectionTest, WhoIsSlowHoldsTheOthersBackAndNothingIsLost) {
     ScriptedPeer peer(EchoBy(ServerFamily::Get().server));
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
     // As long as we do not read, the echo stands still, and then what is on its way to it.
-    const std::string sent = SendUntilHeldBack(mSocket, Witness(*mConnector));
+    const std::string sent = SendUntilHeldBack(mClient, Witness(*mConnector));
     EXPECT_LT(sent.size(), kMoreThanAnyBuffer);
-    EXPECT_TRUE(ReceiveUpTo(mSocket, sent.size()) == sent);
-    close(std::exchange(mSocket, -1));
+    EXPECT_TRUE(mClient.Read(sent.size()) == sent);
+    mClient.Close();
 }
 
 TEST_F(ProtectedConnectionTest, TheEndOfTheStreamComesAndACutOneIsNoticed) {
     for (const bool proper : {true, false}) {
-        ScriptedPeer peer([proper](int socket) {
-            TlsServer server(socket, ServerFamily::Get().server);
+        ScriptedPeer peer([proper](const Stream& stream) {
+            TlsServer server(stream, ServerFamily::Get().server);
             server.Write("answer");
             if (proper) {
                 server.End();
             }
         });
         ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
-        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "answer");
+        EXPECT_EQ(mClient.Read(4096), "answer");
         EXPECT_TRUE(proper || mLog.WaitFor("may lack its end: the connection ended in the middle"));
         EXPECT_EQ(mLog.Count("may lack its end"), proper ? 0U : 1U);
-        close(std::exchange(mSocket, -1));
+        mClient.Close();
     }
 }
 
 TEST_F(ProtectedConnectionTest, AClientThatEndsItsDirectionStillGetsTheAnswer) {
     for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
-        ScriptedPeer peer([version](int socket) {
-            TlsServer server(socket, ServerFamily::Get().server, version);
+        ScriptedPeer peer([version](const Stream& stream) {
+            TlsServer server(stream, ServerFamily::Get().server, version);
             const std::string request = server.ReadToEnd();
             server.Write("got " + request);
             server.End();
         });
         ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
-        SendText(mSocket, "request");
-        ASSERT_EQ(shutdown(mSocket, SHUT_WR), 0);
-        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "got request");
-        close(std::exchange(mSocket, -1));
+        EXPECT_EQ(mClient.Send("request").EndSending().Read(4096), "got request");
+        mClient.Close();
     }
 }
 
 TEST_F(ProtectedConnectionTest, WhatAClientSentBeforeItClosedArrives) {
     testing_support::EventRecorder seen;
-    ScriptedPeer peer([&seen](int socket) {
-        TlsServer server(socket, ServerFamily::Get().server);
+    ScriptedPeer peer([&seen](const Stream& stream) {
+        TlsServer server(stream, ServerFamily::Get().server);
         const std::string text = server.ReadToEnd();
         // Nobody listens any more, so the connection goes, whether we end our direction or not.
-        char byte = 0;
-        seen.Add(recv(socket, &byte, 1, 0) == 0 ? text : "still open");
+        seen.Add(stream.Read(1).empty() ? text : "still open");
     });
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
     const std::string text(100000, 'x');
-    SendText(mSocket, text);
-    close(std::exchange(mSocket, -1));
+    mClient.Send(text);
+    mClient.Close();
     EXPECT_TRUE(seen.Next() == text);
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatNeverTakesItIsWaitedForWithinALimit) {
     Gate done;
-    ScriptedPeer peer([&done](int socket) {
-        TlsServer server(socket, ServerFamily::Get().server);
+    ScriptedPeer peer([&done](const Stream& stream) {
+        TlsServer server(stream, ServerFamily::Get().server);
         done.Pass();
     });
     mFile.closeTimeout = std::chrono::milliseconds(0);
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
-    SendUntilHeldBack(mSocket, Witness(*mConnector));
-    close(std::exchange(mSocket, -1));
+    SendUntilHeldBack(mClient, Witness(*mConnector));
+    mClient.Close();
     EXPECT_TRUE(mLog.WaitFor("did not take all that the client had sent"));
     done.Open();
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatAnswersWithoutReadingIsHeardNevertheless) {
     Gate done;
-    ScriptedPeer peer([&done](int socket) {
-        TlsServer server(socket, ServerFamily::Get().server);
+    ScriptedPeer peer([&done](const Stream& stream) {
+        TlsServer server(stream, ServerFamily::Get().server);
         server.Write("enough");
         server.End();
         done.Pass();
     });
     ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
-    SendText(mSocket, std::string(100000, 'x'));
-    EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "enough");
+    mClient.Send(std::string(100000, 'x'));
+    EXPECT_EQ(mClient.Read(4096), "enough");
     done.Open();
 }
 
 TEST_F(ProtectedConnectionTest, APeerThatHasGoneTakesNoMoreAndRaisesNoSignal) {
     for (const bool resets : {true, false}) {
-        ScriptedPeer peer([resets](int socket) {
-            TlsServer server(socket, ServerFamily::Get().server);
+        ScriptedPeer peer([resets](const Stream& stream) {
+            TlsServer server(stream, ServerFamily::Get().server);
             if (resets) {
                 const linger reset{1, 0};
-                setsockopt(socket, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+                setsockopt(stream.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
             } else {
                 server.End();
             }
         });
         ASSERT_EQ(Connect(peer.Port()), Status(host::kSocketConnected));
-        EXPECT_EQ(ReceiveUpTo(mSocket, 4096), "");
+        EXPECT_EQ(mClient.Read(4096), "");
         const std::string text(65536, 'x');
-        while (send(mSocket, text.data(), text.size(), MSG_NOSIGNAL) > 0) {
+        while (send(mClient.Get(), text.data(), text.size(), MSG_NOSIGNAL) > 0) {
         }
-        close(std::exchange(mSocket, -1));
+        mClient.Close();
     }
 }
 
 TEST_F(ProtectedConnectionTest, PeersThatTrickleOrFloodHarmNobodyElse) {
     Gate done;
     const Identity& server = ServerFamily::Get().server;
-    ScriptedPeer flooding([&server](int socket) {
-        TlsServer tls(socket, server);
+    ScriptedPeer flooding([&server](const Stream& stream) {
+        TlsServer tls(stream, server);
         while (tls.Write(std::string(65536, 'x'))) {
         }
     });
-    ScriptedPeer trickling([&done](int socket) {
-        SendText(socket, "\x16");
+    ScriptedPeer trickling([&done](const Stream& stream) {
+        stream.Send("\x16");
         done.Pass();
     });
     ScriptedPeer good(EchoBy(server));
     ASSERT_EQ(Connect(flooding.Port()), Status(host::kSocketConnected));
-    const int flooded = mSocket;
+    const Stream flooded = std::move(mClient);
     CallbackRecorder waiting;
     ASSERT_TRUE(mConnector->SocketConnect("op", "127.0.0.1", trickling.Port(), &waiting));
 
-    EXPECT_EQ(ReceiveUpTo(flooded, 1000000), std::string(1000000, 'x'));
+    EXPECT_EQ(flooded.Read(1000000), std::string(1000000, 'x'));
     ASSERT_EQ(Connect(good.Port()), Status(host::kSocketConnected));
-    SendText(mSocket, "hello");
-    EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
-    close(flooded);
+    EXPECT_EQ(mClient.Send("hello").Read(5), "hello");
     mConnector->Stop();
     EXPECT_EQ(waiting.Waiting(), 0U);
     done.Open();
@@ -456,28 +441,25 @@ TEST_P(StopTest, EndsWhateverIsUnderWay) {
         mProxy = ProxySettings{ProxyType::kSocks5, "127.0.0.1", listener.Port(), "", ""};
     }
     Gate done;
-    ScriptedPeer peer([&](int socket) {
-        TlsServer server(socket, ServerFamily::Get().server);
+    ScriptedPeer peer([&](const Stream& stream) {
+        TlsServer server(stream, ServerFamily::Get().server);
         while (moment == Moment::kFlood && server.Write(std::string(65536, 'x'))) {
         }
         done.Pass();
     });
     BeginConnect(connects ? peer.Port() : listener.Port());
     if (connects) {
-        ASSERT_EQ(mRecorder.Next(), Status(host::kSocketConnected));
-        mSocket = mRecorder.Socket();
+        ASSERT_EQ(Await(mRecorder, mClient), Status(host::kSocketConnected));
     } else if (moment != Moment::kConnect) {
-        const int accepted = listener.Accept();
-        EXPECT_EQ(ReceiveUpTo(accepted, 1).size(), 1U);
-        close(accepted);
+        EXPECT_EQ(listener.Accept().Read(1).size(), 1U);
     }
     if (moment == Moment::kFlood) {
-        ReceiveUpTo(mSocket, 1000000);
+        mClient.Read(1000000);
     }
     mConnector->Stop();
     const std::size_t callbacks = mRecorder.Waiting();
     if (connects) {
-        const std::string rest = ReceiveUpTo(mSocket, std::size_t{64} * 1024 * 1024);
+        const std::string rest = mClient.Read(std::size_t{64} * 1024 * 1024);
         EXPECT_EQ(rest.empty(), moment == Moment::kIdle);
         EXPECT_EQ(mLog.Count("1 protected connections end with the session"), 1U);
     }
@@ -496,12 +478,12 @@ struct Exchange {
     std::string answer;
 };
 
-void Converse(int socket, const std::vector<Exchange>& exchanges) {
+void Converse(const Stream& stream, const std::vector<Exchange>& exchanges) {
     for (const Exchange& exchange : exchanges) {
-        EXPECT_EQ(ReceiveUpTo(socket, exchange.request.size()), exchange.request);
+        EXPECT_EQ(stream.Read(exchange.request.size()), exchange.request);
         // In pieces, since a stream has no borders.
         for (const char c : exchange.answer) {
-            SendText(socket, std::string(1, c));
+            stream.Send(std::string(1, c));
         }
     }
 }
@@ -545,29 +527,28 @@ TEST_F(ProxiedConnectionTest, ProxiesOfBothKindsLeadToAProtectedPeer) {
           {socksConnect, kSocksGranted}}},
     };
     for (const Case& c : cases) {
-        ScriptedPeer proxy([&c](int socket) {
-            Converse(socket, c.exchanges);
-            TlsServer server(socket, ServerFamily::Get().server);
+        ScriptedPeer proxy([&c](const Stream& stream) {
+            Converse(stream, c.exchanges);
+            TlsServer server(stream, ServerFamily::Get().server);
             Echo(server);
         });
         UseProxy(c.type, proxy, c.user);
         ASSERT_EQ(ConnectToBackend(), Status(host::kSocketConnected));
-        SendText(mSocket, "hello");
-        EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
-        close(std::exchange(mSocket, -1));
+        EXPECT_EQ(mClient.Send("hello").Read(5), "hello");
+        mClient.Close();
     }
 }
 
 TEST_F(ProxiedConnectionTest, InClearThePeersFirstBytesAreNotLost) {
     mInClear = true;
-    ScriptedPeer proxy([](int socket) {
-        SendText(socket, "HTTP/1.1 200 OK\r\n\r\nhello");
-        ReceiveUpTo(socket, 65536);
+    ScriptedPeer proxy([](const Stream& stream) {
+        stream.Send("HTTP/1.1 200 OK\r\n\r\nhello");
+        stream.Read(65536);
     });
     UseProxy(ProxyType::kHttp, proxy, "");
     ASSERT_EQ(ConnectToBackend(), Status(host::kSocketConnected));
-    EXPECT_EQ(ReceiveUpTo(mSocket, 5), "hello");
-    close(std::exchange(mSocket, -1));
+    EXPECT_EQ(mClient.Read(5), "hello");
+    mClient.Close();
 }
 
 TEST_F(ProxiedConnectionTest, AProxyThatRefusesOrTalksNonsenseGivesAStatusAndNoSocket) {
@@ -593,21 +574,20 @@ TEST_F(ProxiedConnectionTest, AProxyThatRefusesOrTalksNonsenseGivesAStatusAndNoS
     for (const Case& c : cases) {
         SCOPED_TRACE(c.answer.substr(0, 20));
         mLog.Clear();
-        ScriptedPeer proxy([&c](int socket) {
-            ReceiveUpTo(socket, 3);
-            send(socket, c.answer.data(), c.answer.size(), MSG_NOSIGNAL);
-            shutdown(socket, SHUT_WR);
-            ReceiveUpTo(socket, 65536);
+        ScriptedPeer proxy([&c](const Stream& stream) {
+            stream.Read(3);
+            stream.Send(c.answer).EndSending();
+            stream.Read(65536);
         });
         UseProxy(c.type, proxy, "");
         EXPECT_EQ(ConnectToBackend(), Status(c.status));
-        EXPECT_EQ(mSocket, -1);
+        EXPECT_FALSE(mClient.IsOpen());
         EXPECT_GE(mLog.Count(c.log), 1U);
     }
 }
 
 TEST_F(ProxiedConnectionTest, ATargetThatIsNoHostIsNotToldToTheProxy) {
-    ScriptedPeer proxy([](int) { ADD_FAILURE() << "connected"; });
+    ScriptedPeer proxy([](const Stream&) { ADD_FAILURE() << "connected"; });
     UseProxy(ProxyType::kHttp, proxy, "");
     Start();
     for (const char* host : {"a/b", "a b", "a\r\nX: y"}) {

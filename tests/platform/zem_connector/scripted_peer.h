@@ -12,14 +12,13 @@
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "tcp_listener.h"
-#include "testing/waiting.h"
 
 namespace zem_connector {
 
 /// A listener whose connections run a script on a thread, one after the other.
 class ScriptedPeer {
 public:
-    using Script = std::function<void(int socket)>;
+    using Script = std::function<void(const testing_support::Stream& peer)>;
 
     explicit ScriptedPeer(Script script, int family = AF_INET)
         : mListener(8, family), mScript(std::move(script)), mThread([this] { Run(); }) {}
@@ -37,10 +36,9 @@ private:
         sigset_t pipe{};
         sigaddset(&pipe, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-        for (int socket = mListener.Accept(); socket >= 0; socket = mListener.Accept()) {
-            testing_support::GuardReads(socket);
-            mScript(socket);
-            close(socket);
+        for (auto peer = mListener.Accept(); peer.IsOpen(); peer = mListener.Accept()) {
+            mScript(peer);
+            peer.Close();
         }
     }
 
@@ -52,7 +50,8 @@ private:
 /// The server's end of a TLS connection.
 class TlsServer {
 public:
-    TlsServer(int socket, const testing_support::Identity& identity, int maxVersion = 0)
+    TlsServer(const testing_support::Stream& peer, const testing_support::Identity& identity,
+              int maxVersion = 0)
         : mContext(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
         // For the versions of old.
         SSL_CTX_set_security_level(mContext.get(), 0);
@@ -61,7 +60,7 @@ public:
         SSL_CTX_use_certificate(mContext.get(), identity.certificate.get());
         SSL_CTX_use_PrivateKey(mContext.get(), identity.key.get());
         mSsl.reset(SSL_new(mContext.get()), SSL_free);
-        SSL_set_fd(mSsl.get(), socket);
+        SSL_set_fd(mSsl.get(), peer.Get());
         accepted = SSL_accept(mSsl.get()) == 1;
     }
 
@@ -91,23 +90,5 @@ private:
     std::shared_ptr<SSL_CTX> mContext;
     std::shared_ptr<SSL> mSsl;
 };
-
-/// Reads until so many bytes, or the end, have come.
-inline std::string ReceiveUpTo(int socket, std::size_t limit) {
-    std::string text(limit, '\0');
-    std::size_t used = 0;
-    ssize_t size = 1;
-    while (size > 0 && used < limit) {
-        size = recv(socket, text.data() + used, limit - used, 0);
-        used += size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
-    text.resize(used);
-    return text;
-}
-
-inline void SendText(int socket, const std::string& text) {
-    EXPECT_EQ(send(socket, text.data(), text.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(text.size()));
-}
 
 }  // namespace zem_connector

@@ -5,7 +5,10 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include <posix/unique_fd.h>
+
+#include "testing/stream.h"
 
 namespace zem_connector {
 
@@ -19,50 +22,40 @@ public:
         using boost::asio::ip::address_v6;
         mEndpoint.address(family == AF_INET6 ? boost::asio::ip::address(address_v6::loopback())
                                              : boost::asio::ip::address(address_v4::loopback()));
-        EXPECT_EQ(bind(mSocket, mEndpoint.data(), static_cast<socklen_t>(mEndpoint.size())), 0);
-        EXPECT_EQ(listen(mSocket, backlog), 0);
+        EXPECT_EQ(bind(mSocket.Get(), mEndpoint.data(), static_cast<socklen_t>(mEndpoint.size())),
+                  0);
+        EXPECT_EQ(listen(mSocket.Get(), backlog), 0);
         auto size = static_cast<socklen_t>(mEndpoint.capacity());
-        EXPECT_EQ(getsockname(mSocket, mEndpoint.data(), &size), 0);
-    }
-    TcpListener(const TcpListener&) = delete;
-    TcpListener& operator=(const TcpListener&) = delete;
-    ~TcpListener() {
-        Close();
-        for (const int filler : mFillers) {
-            close(filler);
-        }
+        EXPECT_EQ(getsockname(mSocket.Get(), mEndpoint.data(), &size), 0);
     }
 
     /// From here on the port refuses.
-    void Close() {
-        if (mSocket >= 0) {
-            close(mSocket);
-        }
-        mSocket = -1;
-    }
+    void Close() { mSocket = posix::UniqueFd(); }
 
     /// Ends an `Accept` on another thread, too.
-    void Shutdown() { shutdown(mSocket, SHUT_RDWR); }
+    void Shutdown() { shutdown(mSocket.Get(), SHUT_RDWR); }
 
     /// Fills the queue, so that the kernel drops what comes after: a peer that never answers.
     void StopAnswering() {
         for (int i = 0; i < 4; ++i) {
-            mFillers.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            static_cast<void>(connect(mFillers.back(), mEndpoint.data(),
+            mFillers.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+            static_cast<void>(connect(mFillers.back().Get(), mEndpoint.data(),
                                       static_cast<socklen_t>(mEndpoint.size())));
         }
     }
 
-    int Accept() { return accept4(mSocket, nullptr, nullptr, SOCK_CLOEXEC); }
+    testing_support::Stream Accept() {
+        return testing_support::Stream(accept4(mSocket.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
     unsigned short Port() const { return mEndpoint.port(); }
     const boost::asio::ip::tcp::endpoint& Endpoint() const { return mEndpoint; }
 
 private:
     using Tcp = boost::asio::ip::tcp;
 
-    int mSocket;
+    posix::UniqueFd mSocket;
     Tcp::endpoint mEndpoint;
-    std::vector<int> mFillers;
+    std::vector<posix::UniqueFd> mFillers;
 };
 
 }  // namespace zem_connector

@@ -139,20 +139,15 @@ TEST_F(ZemConnectorTest, AConnectedSocketIsHandedOverReadyForUse) {
     StartWith(SessionStatus::kStarted);
     ASSERT_TRUE(mConnector.SocketConnect("type.op", "localhost", listener.Port(), &mRecorder));
     ASSERT_EQ(mRecorder.Next(), "socket 0");
-    const int socket = mRecorder.Socket();
-    EXPECT_EQ(fcntl(socket, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    const testing_support::Stream client(mRecorder.Socket());
+    EXPECT_EQ(fcntl(client.Get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     int noDelay = 0;
     socklen_t size = sizeof(noDelay);
-    EXPECT_EQ(getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
+    EXPECT_EQ(getsockopt(client.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
     EXPECT_NE(noDelay, 0);
 
-    const int peer = listener.Accept();
-    ASSERT_EQ(write(peer, "x", 1), 1);
-    char received = 0;
-    EXPECT_EQ(read(socket, &received, 1), 1);
-    EXPECT_EQ(received, 'x');
-    close(peer);
-    close(socket);
+    listener.Accept().Send("x");
+    EXPECT_EQ(client.Read(1), "x");
 }
 
 TEST_F(ZemConnectorTest, APeerThatDoesNotAnswerTimesOut) {

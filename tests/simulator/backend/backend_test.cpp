@@ -5,11 +5,9 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <openssl/x509_vfy.h>
 #include <pki_support/certificates.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "GenericError_V2.pb.h"
@@ -19,7 +17,9 @@
 #include "simulator/backend/server.h"
 #include "simulator/control/control_client.h"
 #include "testing/child_program.h"
+#include "testing/stream.h"
 #include "testing/temporary_directory.h"
+#include "testing/waiting.h"
 
 namespace simulator::backend {
 
@@ -40,51 +40,11 @@ using testing_support::Key;
 using testing_support::MakeContainer;
 using testing_support::MakeKey;
 using testing_support::MakeRequest;
+using testing_support::Stream;
 
 constexpr const char* kCommonName = "VNTREL00000000001:C003";
 constexpr const char* kOtherName = "VNTREL00000000002:C003";
 constexpr const char* kInterim = "HTTP/1.1 100 Continue\r\n\r\n";
-
-/// A plain TCP client; a read that hangs fails.
-class Client {
-public:
-    explicit Client(std::uint16_t port)
-        : mSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        testing_support::GuardReads(mSocket);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        EXPECT_EQ(::connect(mSocket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    }
-    ~Client() { ::close(mSocket); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-
-    Client& Send(const std::string& text) {
-        EXPECT_EQ(::send(mSocket, text.data(), text.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(text.size()));
-        return *this;
-    }
-
-    Client& EndSending() {
-        ::shutdown(mSocket, SHUT_WR);
-        return *this;
-    }
-
-    std::string Read(std::size_t size) {
-        std::string text(size, '\0');
-        const ssize_t count = ::recv(mSocket, text.data(), size, MSG_WAITALL);
-        EXPECT_GE(count, 0) << "hung or reset";
-        text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-        return text;
-    }
-
-    std::string ReadToEnd() { return Read(std::size_t{1024} * 1024); }
-
-private:
-    int mSocket;
-};
 
 struct Response {
     explicit Response(const std::string& text)
@@ -215,14 +175,15 @@ protected:
     std::string GoodBody() { return Body(Container(MakeRequest(mKey, kCommonName))); }
 
     /// Sends the header, takes the interim response, sends the body, reads to the end.
-    Response Exchange(const std::string& body) {
-        Client client(mServer->Port());
+    Response Exchange(const std::string& body) { return Exchange(body, mServer->Port()); }
+    static Response Exchange(const std::string& body, int port) {
+        const Stream client = Stream::ToPort(static_cast<std::uint16_t>(port));
         EXPECT_EQ(client.Send(Header(body)).Read(25), kInterim);
         return Response(client.Send(body).ReadToEnd());
     }
 
     Response AnswerTo(const std::string& bytes) {
-        return Response(Client(mServer->Port()).Send(bytes).ReadToEnd());
+        return Response(Stream::ToPort(mServer->Port()).Send(bytes).ReadToEnd());
     }
 
     std::vector<json> Journal() {
@@ -400,10 +361,12 @@ TEST_F(BackendTest, EachScenarioShapesOneRequestAndTheLastRepeats) {
 TEST_F(BackendTest, ScenariosOfTheLinkEndItWhereTheySay) {
     Start("close-early,close-after-interim,no-interim,silent");
     const std::string body = GoodBody();
-    EXPECT_EQ(Client(mServer->Port()).Send(Header(body)).ReadToEnd(), "");
-    EXPECT_EQ(Client(mServer->Port()).Send(Header(body)).EndSending().ReadToEnd(), kInterim);
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send(Header(body)).ReadToEnd(), "");
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send(Header(body)).EndSending().ReadToEnd(),
+              kInterim);
     EXPECT_EQ(AnswerTo(Header(body)).status, 417);
-    EXPECT_EQ(Client(mServer->Port()).Send(Header(body) + body).EndSending().ReadToEnd(), "");
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send(Header(body) + body).EndSending().ReadToEnd(),
+              "");
 
     std::vector<std::string> outcomes;
     for (const json& entry : Journal()) {
@@ -415,9 +378,11 @@ TEST_F(BackendTest, ScenariosOfTheLinkEndItWhereTheySay) {
 TEST_F(BackendTest, TruncatedRequestsAreDroppedAndNoted) {
     Start();
     const std::string header = Header(GoodBody());
-    EXPECT_EQ(Client(mServer->Port()).EndSending().ReadToEnd(), "");
-    EXPECT_EQ(Client(mServer->Port()).Send(header.substr(0, 100)).EndSending().ReadToEnd(), "");
-    EXPECT_EQ(Client(mServer->Port()).Send(header + "half").EndSending().ReadToEnd(), kInterim);
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).EndSending().ReadToEnd(), "");
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send(header.substr(0, 100)).EndSending().ReadToEnd(),
+              "");
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send(header + "half").EndSending().ReadToEnd(),
+              kInterim);
     const auto journal = Journal();
     ASSERT_EQ(journal.size(), 2U);
     for (const json& entry : journal) {
@@ -428,18 +393,18 @@ TEST_F(BackendTest, TruncatedRequestsAreDroppedAndNoted) {
 
 TEST_F(BackendTest, ASlowPeerIsDroppedAtTheTimeLimit) {
     Start("", std::chrono::milliseconds(100));
-    EXPECT_EQ(Client(mServer->Port()).Send("PUT /enrol HTTP/1.1\r\n").ReadToEnd(), "");
+    EXPECT_EQ(Stream::ToPort(mServer->Port()).Send("PUT /enrol HTTP/1.1\r\n").ReadToEnd(), "");
     // The connection ends before its entry is written; one that comes later finds it there.
-    Client(mServer->Port()).Send("GET / HTTP/1.1\r\n\r\n").ReadToEnd();
+    Stream::ToPort(mServer->Port()).Send("GET / HTTP/1.1\r\n\r\n").ReadToEnd();
     ASSERT_FALSE(Journal().empty());
     EXPECT_EQ(Journal().front()["outcome"], "aborted");
 }
 
 TEST_F(BackendTest, ManyConnectionsWaitForTheirTurn) {
     Start("", std::chrono::seconds(20));
-    std::vector<std::unique_ptr<Client>> idle(80);
-    for (auto& client : idle) {
-        client = std::make_unique<Client>(mServer->Port());
+    std::vector<Stream> idle(80);
+    for (Stream& client : idle) {
+        client = Stream::ToPort(mServer->Port());
     }
     idle.resize(10);
     EXPECT_EQ(Exchange(GoodBody()).status, 200);
@@ -463,10 +428,7 @@ TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
         const std::string port = mDirectory.Read("port");
         EXPECT_EQ(line + "\n", "listening on 127.0.0.1:" + port);
 
-        const std::string body = GoodBody();
-        Client client(static_cast<std::uint16_t>(std::stoi(port)));
-        EXPECT_EQ(client.Send(Header(body)).Read(25), kInterim);
-        EXPECT_EQ(Response(client.Send(body).ReadToEnd()).status, 404);
+        EXPECT_EQ(Exchange(GoodBody(), std::stoi(port)).status, 404);
         EXPECT_EQ(Journal().back()["vin"], "VNTREL00000000001");
 
         const auto command = [this](const char* text) {
@@ -476,9 +438,7 @@ TEST_F(BackendTest, TheProgramServesUntilItIsTold) {
         EXPECT_EQ(command("scenario refuse:999"),
                   "error: the scenario 'refuse' needs STATUS from 200 to 599");
         EXPECT_THAT(command("status"), HasSubstr(R"("scenario":"refuse:503")"));
-        Client later(static_cast<std::uint16_t>(std::stoi(port)));
-        EXPECT_EQ(later.Send(Header(body)).Read(25), kInterim);
-        EXPECT_EQ(Response(later.Send(body).ReadToEnd()).status, 503);
+        EXPECT_EQ(Exchange(GoodBody(), std::stoi(port)).status, 503);
         program.Kill(signal);
         EXPECT_EQ(program.Wait(), 0);
         EXPECT_NE(::access(mDirectory.File("port").c_str(), F_OK), 0);

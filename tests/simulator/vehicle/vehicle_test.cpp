@@ -6,10 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include "client/clamp_control_cb_if.h"
 #include "client/clamp_control_if.h"
@@ -23,6 +20,7 @@
 #include "testing/captured_log.h"
 #include "testing/child_program.h"
 #include "testing/environment.h"
+#include "testing/stream.h"
 #include "testing/temporary_directory.h"
 #include "zem_connector_host/connector_file.h"
 
@@ -34,6 +32,7 @@ using simulator::vehicle::Vehicle;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing_support::ChildProgram;
+using testing_support::Stream;
 
 Options OptionsFor(std::vector<const char*> arguments) {
     arguments.insert(arguments.begin(), "vintrel-vehicle");
@@ -178,23 +177,12 @@ protected:
         return count;
     }
 
-    int ConnectControl() const {
+    Stream ConnectControl() const {
         const std::string path = OptionsFor({"--root", mDirectory.Path().c_str()}).controlPath;
         struct stat info {};
         EXPECT_EQ(::stat(path.c_str(), &info), 0);
         EXPECT_EQ(info.st_mode & 0777U, 0600U);
-        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-        return fd;
-    }
-
-    static std::string Ask(int fd, const std::string& lines) {
-        EXPECT_EQ(::send(fd, lines.data(), lines.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(lines.size()));
-        return ChildProgram::ReadLineFrom(fd);
+        return Stream::ToPath(path);
     }
 
     testing_support::TemporaryDirectory mDirectory;
@@ -206,11 +194,7 @@ TEST_F(VehicleProgramTest, EndsOrderlyOnEachOfItsEnds) {
             program.Write("quit\n");
             EXPECT_EQ(program.ReadLine(), "ok");
         },
-        [this](ChildProgram&) {
-            const int control = ConnectControl();
-            EXPECT_EQ(Ask(control, "quit\n"), "ok");
-            ::close(control);
-        },
+        [this](ChildProgram&) { EXPECT_EQ(ConnectControl().Send("quit\n").ReadLine(), "ok"); },
         [](ChildProgram& program) {
             program.Write("clamp on");
             program.CloseInput();
@@ -238,15 +222,14 @@ TEST_F(VehicleProgramTest, ServesSeveralControlClientsAndOutlivesItsInput) {
     ChildProgram program(WithRoot({"--ready-file", readyFile}));
     program.CloseInput();
     EXPECT_TRUE(testing_support::WaitUntil([&] { return std::filesystem::exists(readyFile); }));
-    const int first = ConnectControl();
-    const int second = ConnectControl();
-    EXPECT_EQ(Ask(first, "clamp on\n"), "ok");
-    EXPECT_THAT(Ask(second, "\n\nstatus\n"), HasSubstr(R"("clamp":"on")"));
-    EXPECT_THAT(Ask(first, std::string(4096, 'x') + "\n"), StartsWith("error: unknown command"));
-    EXPECT_EQ(Ask(first, std::string(4097, 'x') + "\nclamp off\n"), "<end>");
-    EXPECT_EQ(Ask(second, std::string(4097, 'x')), "<end>");
-    ::close(second);
-    ::close(first);
+    const Stream first = ConnectControl();
+    const Stream second = ConnectControl();
+    EXPECT_EQ(first.Send("clamp on\n").ReadLine(), "ok");
+    EXPECT_THAT(second.Send("\n\nstatus\n").ReadLine(), HasSubstr(R"("clamp":"on")"));
+    EXPECT_THAT(first.Send(std::string(4096, 'x') + "\n").ReadLine(),
+                StartsWith("error: unknown command"));
+    EXPECT_EQ(first.Send(std::string(4097, 'x') + "\nclamp off\n").ReadLine(), "<end>");
+    EXPECT_EQ(second.Send(std::string(4097, 'x')).ReadLine(), "<end>");
     program.Kill(SIGTERM);
     EXPECT_EQ(program.Wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(readyFile));

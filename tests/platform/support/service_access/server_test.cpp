@@ -1,19 +1,18 @@
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <system_error>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <service_access/server.h>
 
+#include "testing/stream.h"
 #include "testing/temporary_directory.h"
+#include "vonta_socket_host/socket_path.h"
 
 namespace service_access {
 
@@ -25,31 +24,13 @@ bool gEpollFails = false;
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using testing_support::Stream;
 
 class ServerTest : public ::testing::Test {
 protected:
     /// Sends `request` and returns all that comes back until the server hangs up.
     std::string Exchange(const std::string& request) const {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, mPath.c_str(), sizeof(address.sun_path) - 1);
-        std::string answer;
-        if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-            std::size_t sent = 0;
-            ssize_t count = 0;
-            while (sent < request.size() &&
-                   (count = send(fd, request.data() + sent, request.size() - sent, MSG_NOSIGNAL)) >
-                       0) {
-                sent += static_cast<std::size_t>(count);
-            }
-            char chunk[4096];
-            while ((count = recv(fd, chunk, sizeof(chunk), 0)) > 0) {
-                answer.append(chunk, static_cast<std::size_t>(count));
-            }
-        }
-        close(fd);
-        return answer;
+        return Stream::ToPath(mPath).Send(request).ReadToEnd();
     }
 
     std::string Get(const std::string& target) const {
@@ -82,12 +63,7 @@ TEST_F(ServerTest, ALiveServerOrAForeignFileIsNotReplaced) {
 }
 
 TEST_F(ServerTest, AStaleSocketFileIsReplaced) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, mPath.c_str(), sizeof(address.sun_path) - 1);
-    ASSERT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
-    close(fd);
+    { const auto left = vonta_socket::host::ListenOnPath(mPath); }
     EXPECT_NO_THROW(mServer.Start());
     EXPECT_THAT(Get("/nothing"), StartsWith("HTTP/1.1 404"));
 }
