@@ -1,6 +1,5 @@
 // The request to the backend, from a record and a container of any content.
 
-#include <cstdint>
 #include <string>
 
 #include <google/protobuf/stubs/logging.h>
@@ -10,6 +9,9 @@
 #include "fuzz/check.h"
 
 namespace {
+
+/// No complaints about inputs.
+const auto gFormerHandler = google::protobuf::SetLogHandler(nullptr);
 
 using domain::backend::proto::QUBACOKoruVintrelRequestV1;
 using fuzz::Check;
@@ -49,18 +51,13 @@ CertificateRequestParams ParamsOf(const QUBACOKoruVintrelRequestV1& message) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    google::protobuf::SetLogHandler(nullptr);
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
+void fuzz::TryInput(std::string_view input) {
+    const std::string bytes(input);
     CheckContainer(bytes);
 
     QUBACOKoruVintrelRequestV1 message;
     if (!message.ParseFromString(bytes)) {
-        return 0;
+        return;
     }
     const std::string request = CreateProtobuffer(ParamsOf(message), message.csr_container());
     // What a request has that the input may lack, and the other way round.
@@ -68,5 +65,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     message.mutable_sim_card_data();
     message.DiscardUnknownFields();
     Check(request == message.SerializeAsString(), "every field is in its place");
-    return 0;
 }

@@ -3,9 +3,13 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <vector>
 
 namespace fuzz {
+
+/// Tries one input. Each fuzzer has its own; no byte behind the input may be read.
+void TryInput(std::string_view input);
 
 /// Ends the process if a property does not hold; the fuzzer then keeps the input.
 inline void Check(bool holds, const char* property) {

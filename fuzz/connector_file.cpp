@@ -1,6 +1,5 @@
 // The file that tells the connector library how the vehicle's data link stands.
 
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -73,8 +72,8 @@ void CheckLimits(const ConnectorFile& file) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::TryInput(std::string_view input) {
+    const std::string text(input);
     static const ConnectorFile fileOfBefore = FileOfBefore();
     static const std::string before = fileOfBefore.ToJson();
     ConnectorFile file = fileOfBefore;
@@ -84,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const std::runtime_error& error) {
         Check(*error.what() != '\0', "a refusal has a reason");
         Check(file.ToJson() == before, "a refused file changes nothing");
-        return 0;
+        return;
     }
     CheckLimits(file);
 
@@ -97,5 +96,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::string& warning : warningsAgain) {
         Check(warning.rfind("unknown key", 0) != 0, "a file that was written has no unknown keys");
     }
-    return 0;
 }

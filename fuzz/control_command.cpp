@@ -2,7 +2,6 @@
 
 #include "simulator/page/control_command.h"
 
-#include <cstdint>
 #include <string>
 
 #include "fuzz/check.h"
@@ -11,13 +10,13 @@ using fuzz::Check;
 using simulator::page::CommandTarget;
 using simulator::page::ControlCommand;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::TryInput(std::string_view input) {
     ControlCommand command;
     try {
-        command = simulator::page::ParseControlCommand(std::string(data, data + size));
+        command = simulator::page::ParseControlCommand(std::string(input));
     } catch (const simulator::page::CommandError& error) {
         Check(*error.what() != '\0', "a refusal has a reason");
-        return 0;
+        return;
     }
     for (const char character : command.line) {
         Check(static_cast<unsigned char>(character) >= ' ' && character != '\x7f',
@@ -38,5 +37,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   "the service gets one of three words");
             break;
     }
-    return 0;
 }

@@ -1,7 +1,6 @@
 // The response splitter, fed like the request handler does: with all bytes that have arrived so
 // far.
 
-#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -110,13 +109,12 @@ void CheckPieces(const std::string& data, std::size_t cut, const HttpProtocol& w
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string response(reinterpret_cast<const char*>(data), size);
+void fuzz::TryInput(std::string_view input) {
+    const std::string response(input);
     HttpProtocol whole;
     const bool parsed = Parses(whole, response);
     CheckWhole(response, whole, parsed);
-    for (const auto cut : fuzz::Cuts(size)) {
+    for (const auto cut : fuzz::Cuts(input.size())) {
         CheckPieces(response, cut, whole, parsed);
     }
-    return 0;
 }

@@ -62,18 +62,17 @@ std::optional<IdentificationData> Read(const Bytes& payload) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto records = Read(Bytes(data, data + size));
+void fuzz::TryInput(std::string_view input) {
+    const auto records = Read(Bytes(input.begin(), input.end()));
     if (!records) {
-        return 0;
+        return;
     }
-    Check(records->size() * 4 <= size, "each record has its length field");
-    Check(TextSize(*records) <= size, "texts are no longer than the payload");
+    Check(records->size() * 4 <= input.size(), "each record has its length field");
+    Check(TextSize(*records) <= input.size(), "texts are no longer than the payload");
     const auto again = Read(diagnosticinfo_host::SerializeIdentificationData(*records));
     Check(again && IsSame(*again, *records), "a value survives being written and read");
-    Bytes longer(data, data + size);
+    Bytes longer(input.begin(), input.end());
     longer.push_back(0);
     const auto same = Read(longer);
     Check(same && IsSame(*same, *records), "what stands behind the array changes nothing");
-    return 0;
 }

@@ -1,6 +1,5 @@
 // What a proxy answers. The first byte of an input tells the question (see ParserOf).
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -67,11 +66,10 @@ void CheckAnswer(const ProxyAnswer& answer, std::string_view bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view input(reinterpret_cast<const char*>(data), size);
+void fuzz::TryInput(std::string_view input) {
     const Parser parser = input.empty() ? nullptr : ParserOf(input[0]);
     if (parser == nullptr) {
-        return 0;
+        return;
     }
     const std::string_view bytes = input.substr(1);
     const ProxyAnswer whole = Parse(parser, bytes);
@@ -85,5 +83,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   (part.state == State::kAccepted) == (cut >= whole.size),
               "an answer is accepted at its last byte");
     }
-    return 0;
 }

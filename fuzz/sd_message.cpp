@@ -1,7 +1,6 @@
 // Messages of service discovery: what stands behind the header.
 
 #include <algorithm>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -19,9 +18,9 @@ constexpr std::size_t kEntrySize = 16;
 /// What this library writes of an entry's options: one run of at most 15.
 constexpr std::size_t kMaxRun = 15;
 
-Message WithPayload(const std::uint8_t* data, std::size_t size) {
+Message WithPayload(std::string_view bytes) {
     Message message = someip::ToMessage({}, 1);
-    message.payload.assign(data, data + size);
+    message.payload.assign(bytes.begin(), bytes.end());
     return message;
 }
 
@@ -50,23 +49,23 @@ void CheckParts(const SdMessage& sd, std::size_t size) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::TryInput(std::string_view input) {
     std::string problem;
-    const auto sd = someip::ParseSdMessage(WithPayload(data, size), problem);
+    const auto sd = someip::ParseSdMessage(WithPayload(input), problem);
     Check(sd.has_value() == problem.empty(), "a problem and nothing else is a refusal");
     if (!sd) {
-        return 0;
+        return;
     }
-    CheckParts(*sd, size);
+    CheckParts(*sd, input.size());
     if (IsWritable(*sd)) {
         const auto again = someip::ParseSdMessage(someip::ToMessage(*sd, 1), problem);
         Check(again && again->entries == sd->entries && again->reboot == sd->reboot &&
                   again->unicast == sd->unicast,
               "a message survives being written and read");
     }
-    for (const auto cut : fuzz::Cuts(size)) {
-        Check(cut == size || !someip::ParseSdMessage(WithPayload(data, cut), problem),
+    for (const auto cut : fuzz::Cuts(input.size())) {
+        Check(cut == input.size() ||
+                  !someip::ParseSdMessage(WithPayload(input.substr(0, cut)), problem),
               "no beginning of a message is one");
     }
-    return 0;
 }

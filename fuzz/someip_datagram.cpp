@@ -1,7 +1,6 @@
 // Datagrams with one or more SOME/IP messages.
 
 #include <algorithm>
-#include <cstdint>
 #include <string>
 
 #include <someip/wire/message.h>
@@ -40,19 +39,20 @@ Result Read(const Bytes& datagram) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const Bytes datagram(data, data + size);
+void fuzz::TryInput(std::string_view input) {
+    const Bytes datagram(input.begin(), input.end());
     const Result whole = Read(datagram);
     Check(whole.problems <= 1, "one problem ends a datagram");
     Check(whole.messages + whole.problems != 0, "no datagram passes in silence");
-    Check(whole.written.size() <= size &&
+    Check(whole.written.size() <= input.size() &&
               std::equal(whole.written.begin(), whole.written.end(), datagram.begin()),
           "the messages are the datagram's bytes");
-    Check(whole.problems == 1 || whole.written.size() == size, "without a problem all is read");
-    for (const auto cut : fuzz::Cuts(size)) {
-        const Result part = Read(Bytes(data, data + cut));
+    Check(whole.problems == 1 || whole.written.size() == input.size(),
+          "without a problem all is read");
+    for (const auto cut : fuzz::Cuts(input.size())) {
+        const Result part =
+            Read(Bytes(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(cut)));
         Check(part.messages <= whole.messages, "what follows takes no message away");
         Check(part.written.size() <= cut, "a message ends within the datagram");
     }
-    return 0;
 }

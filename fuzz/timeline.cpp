@@ -63,15 +63,13 @@ std::size_t CountEvents(const nlohmann::json& data) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view log(reinterpret_cast<const char*>(data), size);
-    const Read whole = ReadLog(log, 0);
-    const Read halves = ReadLog(log, size / 2);
+void fuzz::TryInput(std::string_view input) {
+    const Read whole = ReadLog(input, 0);
+    const Read halves = ReadLog(input, input.size() / 2);
     Check(whole.data == halves.data && Sum(whole.counts) == Sum(halves.counts),
           "a log reads the same however its bytes come");
-    Check(Sum(whole.counts) <= size + 1, "no line is counted twice");
+    Check(Sum(whole.counts) <= input.size() + 1, "no line is counted twice");
     Check(whole.data.find('<') == std::string::npos, "nothing in the data can end a script");
     Check(CountEvents(nlohmann::json::parse(whole.data)) <= kLimits.events + 1,
           "what is kept is bounded");
-    return 0;
 }

@@ -1,6 +1,5 @@
 // The parser of the URL that the connector delivers.
 
-#include <cstdint>
 #include <string>
 
 #include <ara_log_host/sink.h>
@@ -61,8 +60,8 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string url(reinterpret_cast<const char*>(data), size);
+void fuzz::TryInput(std::string_view input) {
+    const std::string url(input);
     UrlData fresh;
     errorLines = 0;
     const bool good = vintrel::GetUrlData(url, fresh);
@@ -75,5 +74,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckParts(url, fresh);
         CheckRoundTrip(fresh);
     }
-    return 0;
 }
