@@ -13,6 +13,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <posix/unique_fd.h>
+
 #include "testing/captured_log.h"
 #include "testing/recorder_fsm.h"
 #include "testing/virtual_time_dispatcher.h"
@@ -35,6 +37,7 @@ extern "C" int NotedPoll(pollfd* pollFds, nfds_t count, int timeoutMillisec) {
 namespace {
 
 using fsm::EventDispatcher;
+using posix::UniqueFd;
 using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::TracedData;
@@ -45,30 +48,23 @@ using Events = std::vector<RecorderFsm::Event>;
 class ReadyPipe {
 public:
     ReadyPipe() {
-        EXPECT_EQ(pipe2(mEnds.data(), O_CLOEXEC), 0);
-        EXPECT_EQ(write(mEnds[1], "x", 1), 1);
-    }
-    ReadyPipe(const ReadyPipe&) = delete;
-    ReadyPipe& operator=(const ReadyPipe&) = delete;
-    ~ReadyPipe() {
-        close(mEnds[0]);
-        CloseWriter();
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        mReader = UniqueFd(ends[0]);
+        mWriter = UniqueFd(ends[1]);
+        EXPECT_EQ(write(ends[1], "x", 1), 1);
     }
 
-    int Reader() const { return mEnds[0]; }
+    int Reader() const { return mReader.Get(); }
     void Drain() const {
         char byte = 0;
-        EXPECT_EQ(read(mEnds[0], &byte, 1), 1);
+        EXPECT_EQ(read(Reader(), &byte, 1), 1);
     }
-    void CloseWriter() {
-        if (mEnds[1] >= 0) {
-            close(mEnds[1]);
-        }
-        mEnds[1] = -1;
-    }
+    void CloseWriter() { mWriter = UniqueFd(); }
 
 private:
-    std::array<int, 2> mEnds{-1, -1};
+    UniqueFd mReader;
+    UniqueFd mWriter;
 };
 
 class FailingDispatcher : public EventDispatcher {

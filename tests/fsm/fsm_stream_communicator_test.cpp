@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <posix/unique_fd.h>
+
 #include "fsm/fsm_event_data_stream_communicator.h"
 #include "fsm/fsm_stream_communicator_if.h"
 #include "testing/captured_log.h"
@@ -22,6 +24,7 @@ namespace {
 
 using fsm::FsmEventDataStreamCommunicator;
 using fsm::FsmStreamCommunicatorIf;
+using posix::UniqueFd;
 using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
@@ -35,7 +38,7 @@ protected:
         std::array<int, 2> ends{};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
         socket = ends[0];
-        peer = ends[1];
+        peer = UniqueFd(ends[1]);
         communicator = FsmStreamCommunicatorIf::Create(socket, "Comm");
         target->Start(dispatcher);
         target->onEvent = [this](int eventId, int eventInfo) {
@@ -56,15 +59,12 @@ protected:
     }
 
     void FromPeer(const std::string& bytes) {
-        ASSERT_EQ(send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+        ASSERT_EQ(send(peer.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
         dispatcher->RunPending();
     }
     void ClosePeer() {
-        if (peer >= 0) {
-            close(peer);
-        }
-        peer = -1;
+        peer = UniqueFd();
         dispatcher->RunPending();
     }
     /// Delivers an event to the communicator's current state.
@@ -82,7 +82,7 @@ protected:
     Reports reports;
     int error = -1;
     int socket = -1;
-    int peer = -1;
+    UniqueFd peer;
 };
 
 TEST_F(FsmStreamCommunicatorTest, NBytesInPiecesComeAsOneReport) {
@@ -142,7 +142,7 @@ TEST_F(FsmStreamCommunicatorTest, MonitoringSeesTheHangupButReadsNothing) {
     EXPECT_TRUE(communicator->SetupMonitoring());
     FromPeer("unread");
     EXPECT_TRUE(reports.empty());
-    shutdown(peer, SHUT_WR);
+    shutdown(peer.Get(), SHUT_WR);
     dispatcher->RunPending();
     EXPECT_EQ(reports, (Reports{{0, ""}}));
     EXPECT_EQ(communicator->GetDispatcher(), nullptr);
@@ -168,7 +168,8 @@ TEST_F(FsmStreamCommunicatorTest, AFullSocketWouldBlockUntilItIsWritable) {
         communicator->ConfigureWritableEvent(false);
     };
     std::vector<char> drain(written);
-    ASSERT_EQ(recv(peer, drain.data(), drain.size(), MSG_WAITALL), static_cast<ssize_t>(written));
+    ASSERT_EQ(recv(peer.Get(), drain.data(), drain.size(), MSG_WAITALL),
+              static_cast<ssize_t>(written));
     dispatcher->DispatchStep();
     dispatcher->RunPending();
     ASSERT_FALSE(reports.empty());
@@ -176,7 +177,7 @@ TEST_F(FsmStreamCommunicatorTest, AFullSocketWouldBlockUntilItIsWritable) {
 }
 
 TEST_F(FsmStreamCommunicatorTest, WritingToAClosedPeerIsAnErrorAndNoSignal) {
-    close(std::exchange(peer, -1));
+    peer = UniqueFd();
     const unsigned char byte = 'x';
     FsmStreamCommunicatorIf::WriteError reason = FsmStreamCommunicatorIf::eWouldBlock;
     EXPECT_EQ(communicator->Write(&byte, 1, &reason), -1);
@@ -279,18 +280,20 @@ TEST_F(FsmStreamCommunicatorTest, SetupsAreRefusedForNoBytesAndWhenNotActive) {
 }
 
 TEST_F(FsmStreamCommunicatorTest, ADescriptorIsPassedToThePeer) {
-    const auto receiver = FsmStreamCommunicatorIf::Create(std::exchange(peer, -1), "Receiver");
+    const auto receiver = FsmStreamCommunicatorIf::Create(peer.Release(), "Receiver");
     receiver->StartFsm(dispatcher, target, 42);
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     const int high = fcntl(ends[0], F_DUPFD_CLOEXEC, 300);
     ASSERT_GE(high, 300);
     // All numbers up to 300 are taken, so that the passed one gets a number of two bytes.
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < 300) {
-        const int fd = fcntl(ends[0], F_DUPFD_CLOEXEC, 0);
-        ASSERT_GE(fd, 0);
-        taken.push_back(fd);
+    std::vector<UniqueFd> taken;
+    while (taken.empty() || taken.back().Get() < 300) {
+        taken.emplace_back(fcntl(ends[0], F_DUPFD_CLOEXEC, 0));
+        ASSERT_TRUE(taken.back().IsValid());
+    }
+    for (const int fd : {ends[0], ends[1], high}) {
+        taken.emplace_back(fd);
     }
 
     EXPECT_TRUE(receiver->SetupReceiveIoDescriptor());
@@ -302,6 +305,7 @@ TEST_F(FsmStreamCommunicatorTest, ADescriptorIsPassedToThePeer) {
     const int received = static_cast<unsigned char>(reports[0].second[0]) * 256 +
                          static_cast<unsigned char>(reports[0].second[1]);
     EXPECT_GT(received, 300);
+    taken.emplace_back(received);
     struct stat sent {};
     struct stat got {};
     ASSERT_EQ(fstat(high, &sent), 0);
@@ -320,12 +324,6 @@ TEST_F(FsmStreamCommunicatorTest, ADescriptorIsPassedToThePeer) {
     EXPECT_EQ(error, 0);
     EXPECT_TRUE(log.Contains("E Receiver: FsmStateReceiveIoDescriptor eReadError 0 errno 0"));
     receiver->StopFsm();
-    for (const int fd : taken) {
-        close(fd);
-    }
-    for (const int fd : {ends[0], ends[1], high, received}) {
-        close(fd);
-    }
 }
 
 TEST_F(FsmStreamCommunicatorTest, TheSocketCanBeSnatchedOrPassedOn) {

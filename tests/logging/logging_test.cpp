@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include "logging/qel_logging.h"
 #include "logging/qel_logging_aralog_impl.h"
@@ -45,12 +44,7 @@ TEST(QELLoggingTest, EachFunctionWritesAtItsOwnLevel) {
     EXPECT_EQ(log.Lines(), (std::vector<std::string>{"F 1", "E 2", "W 3", "I 4", "D 5", "V "}));
 }
 
-class StderrLogTest : public testing::Test {
-protected:
-    ~StderrLogTest() override { unsetenv("ARA_LOG_LEVEL"); }
-};
-
-TEST_F(StderrLogTest, TheDefaultLevelIsDebug) {
+TEST(StderrLogTest, TheDefaultLevelIsDebug) {
     testing::internal::CaptureStderr();
     QELLogging::InitLogging("VT");
     EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kDebug));
@@ -62,19 +56,7 @@ TEST_F(StderrLogTest, TheDefaultLevelIsDebug) {
     EXPECT_EQ(output.find("hidden"), std::string::npos) << output;
 }
 
-TEST_F(StderrLogTest, TheEnvironmentOverridesTheLevelOfTheProgram) {
-    setenv("ARA_LOG_LEVEL", "error", 1);
-    QELLogging::InitLogging("VT", EQELLogLevel::kVerbose);
-    EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kError));
-    EXPECT_FALSE(QELLogging::IsEnabled(EQELLogLevel::kWarning));
-
-    setenv("ARA_LOG_LEVEL", "no such level", 1);
-    QELLogging::InitLogging("VT", EQELLogLevel::kInfo);
-    EXPECT_TRUE(QELLogging::IsEnabled(EQELLogLevel::kInfo));
-    EXPECT_FALSE(QELLogging::IsEnabled(EQELLogLevel::kDebug));
-}
-
-TEST_F(StderrLogTest, LinesOfSeveralThreadsStayWhole) {
+TEST(StderrLogTest, LinesOfSeveralThreadsStayWhole) {
     constexpr int kLines = 200;
     testing::internal::CaptureStderr();
     QELLogging::InitLogging("VT");

@@ -153,21 +153,4 @@ TEST_F(ProcessLifecycleAdapterTest, WithoutAnApplicationThereIsNoIndication) {
     mAdapter->StateChanged(ProcessState::kPrepSD, 9);
 }
 
-TEST(ProcessLifecycleAdapterHandleTest, TheRealAdapterEndsOnSigterm) {
-    const testing_support::CapturedLog log;
-    testing_support::Gate terminated;
-    NiceMock<MockApplication> application;
-    EXPECT_CALL(application, ProcessLifecycleAdapterTerminate()).WillOnce([&] {
-        terminated.Open();
-    });
-    process_lifecycle_adapter::ProcessLifecycleAdapter adapter(&application);
-    adapter.Initialize("component-without-a-file", nullptr);
-    ::raise(SIGTERM);
-    terminated.Pass();
-    EXPECT_TRUE(log.Contains("W Config path /etc/component-without-a-file-phm.ini"));
-    EXPECT_TRUE(
-        log.Contains("D ProcessLifecycleAdapterApiImpl::Terminating, "
-                     "ReportApplicationState kTerminating"));
-}
-
 }  // namespace

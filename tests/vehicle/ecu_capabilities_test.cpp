@@ -41,9 +41,7 @@ DT_identificationData_struct Address(std::uint16_t address) {
 
 class EcuCapabilitiesTest : public testing::Test {
 protected:
-    EcuCapabilitiesTest() { Deploy(); }
-
-    void Deploy() {
+    EcuCapabilitiesTest() {
         someip::Deployment deployment = mServer.Deployment();
         deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
         mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
@@ -184,18 +182,6 @@ TEST_F(EcuCapabilitiesTest, PayloadThatDoesNotDeserializeIsAnIncidentAndNoSample
     EXPECT_EQ(mLog.Count("Deserialization calculated invalid end position."), 1U);
     EXPECT_EQ(mLog.Count("HandleDiagnosticEvent"), 0U);
     PublishAndAwait({Record("0210", "H01", "next")}, "Received partNumber: 'next' stored");
-}
-
-TEST_F(EcuCapabilitiesTest, ServiceIsFoundOnceItsDeploymentIsThere) {
-    const std::string path = mDirectory.File("Deployment.json");
-    std::filesystem::remove(path);
-    mServer.Publish({Record("0209", "H01", "part")});
-    mServer.Offer();
-    vintrel::EcuCapabilitiesDiagInfoImpl capabilities;
-    capabilities.Initialize();
-    ASSERT_TRUE(mLog.WaitFor("can't open '" + path + "'"));
-    Deploy();
-    EXPECT_TRUE(mLog.WaitFor("Received partNumber: 'part' stored"));
 }
 
 TEST_F(EcuCapabilitiesTest, AServiceThatWasNeverThereLeavesNothingToEnd) {
