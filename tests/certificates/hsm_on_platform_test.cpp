@@ -6,12 +6,10 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <openssl/x509.h>
-#include <sqlite3.h>
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "certificates/hsm.h"
-#include "orv_sec_crypto/store_administration.h"
+#include "client_store/client_store.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 
@@ -19,10 +17,8 @@ namespace vintrel {
 
 namespace {
 
-using orv::sec::crypto::host::StoreAdministration;
 using std::chrono::hours;
 using std::chrono::seconds;
-using testing::HasSubstr;
 using testing_support::CapturedLog;
 using testing_support::CaTraits;
 using testing_support::CertificateTraits;
@@ -42,18 +38,7 @@ const std::chrono::system_clock::time_point kNow{seconds(1795248900)};  // 2026/
 constexpr std::size_t kMaxChainBytes = std::size_t{256} * 1024;
 
 Key KeyOf(const std::vector<std::uint8_t>& csr) {
-    const unsigned char* position = csr.data();
-    const std::unique_ptr<X509_REQ, decltype(&X509_REQ_free)> request(
-        d2i_X509_REQ(nullptr, &position, static_cast<long>(csr.size())), X509_REQ_free);
-    char name[64] = {};
-    if (!request || X509_REQ_verify(request.get(), X509_REQ_get0_pubkey(request.get())) != 1 ||
-        X509_NAME_get_text_by_NID(X509_REQ_get_subject_name(request.get()), NID_commonName, name,
-                                  sizeof(name)) < 0 ||
-        std::string(name) != kCommonName) {
-        ADD_FAILURE() << "no request for the common name that is signed with its own key";
-        return MakeKey();
-    }
-    return {X509_REQ_get_pubkey(request.get()), EVP_PKEY_free};
+    return testing_support::ReadRequest(csr, kCommonName);
 }
 
 CertificateTraits LeafTraits(const Key& key) {
@@ -84,12 +69,8 @@ protected:
         sBackend = std::make_unique<Family>("Product");
         sOther = std::make_unique<Family>("Second");
         const Family factory("Factory", std::string(kVin) + ":BASE:1");
-        std::unique_ptr<StoreAdministration> administration;
-        ASSERT_TRUE(StoreAdministration::CreateOrOpen(sDirectory->Path(), administration));
-        ASSERT_TRUE(administration->StoreCertificate("PRODUCT_PKI_ROOT_CERT",
-                                                     PemOf({sOther->root, sBackend->root})));
-        ASSERT_TRUE(administration->ImportKeyPair(
-            "ECU_BASE_CERT", testing_support::PrivateKeyPem(factory.leaf.key), factory.ChainPem()));
+        testing_support::ProvisionStore(sDirectory->Path(), PemOf({sOther->root, sBackend->root}),
+                                        &factory);
     }
 
     static void TearDownTestSuite() {
@@ -129,27 +110,14 @@ protected:
         return Below({IssuedBy(sBackend->root, traits)});
     }
 
-    /// Changes the accepted pair behind the library's back.
-    static void Plant(const std::string& column, const std::string& bytes) {
-        sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open(sDirectory->File("store.db").c_str(), &database), SQLITE_OK);
-        const std::string sql =
-            "UPDATE key_pair SET " + column + " = ? WHERE store = 'TIV' AND id = 'TIV'";
-        sqlite3_stmt* statement = nullptr;
-        EXPECT_EQ(sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr), SQLITE_OK);
-        sqlite3_bind_blob(statement, 1, bytes.data(), static_cast<int>(bytes.size()), nullptr);
-        EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE) << sqlite3_errmsg(database);
-        EXPECT_EQ(sqlite3_changes(database), 1);
-        sqlite3_finalize(statement);
-        sqlite3_close(database);
-    }
-
     StatusCode JudgeStored(const Case& row, const std::string& chain) {
         EXPECT_EQ(mHsm.StoreTivCertificateToTrustStore(chain), !row.mIsStorable);
         if (!row.mIsStorable && chain.size() <= kMaxChainBytes) {
             EXPECT_FALSE(
                 mHsm.StoreTivCertificateToTrustStore(Sound(KeyOf(mHsm.GenerateCsr(kVin)))));
-            Plant("certificates", chain);
+            testing_support::ExecuteSql(sDirectory->Path(),
+                                        "UPDATE key_pair SET certificates = CAST('" + chain +
+                                            "' AS BLOB) WHERE store = 'TIV' AND id = 'TIV'");
         }
         return mHsm.CheckTrustStoreTivValidity(kVin);
     }
@@ -281,16 +249,6 @@ TEST_F(HsmOnPlatformTest, ARenewalLeavesTheAcceptedPairAloneUntilItIsStored) {
     EXPECT_FALSE(mHsm.DeleteTivCertificateFromTrustStore());
     EXPECT_EQ(mHsm.CheckTrustStoreTivValidity(kVin), StatusCode::NoCertificate);
     EXPECT_TRUE(mHsm.StoreTivCertificateToTrustStore(renewed));
-}
-
-TEST_F(HsmOnPlatformTest, ACertificateWhosePrivateKeyIsNotInTheStoreFailsTheProofOfPossession) {
-    const Key another = MakeKey();
-    EXPECT_FALSE(mHsm.StoreTivCertificateToTrustStore(Sound(KeyOf(mHsm.GenerateCsr(kVin)))));
-    Plant("certificates", Sound(another));
-    Plant("public_key", testing_support::PublicKeyDer(another));
-    CapturedLog log;
-    EXPECT_EQ(mHsm.CheckTrustStoreTivValidity(kVin), StatusCode::KeyMismatch);
-    EXPECT_THAT(log.Lines().back(), HasSubstr("Signature verification failed"));
 }
 
 }  // namespace

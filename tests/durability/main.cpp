@@ -105,11 +105,11 @@ public:
     /// The exit status.
     int Run() {
         UseNewStore();
-        for (const Scenario scenario : kScenarios) {
+        for (Scenario scenario = 0; scenario < kScenarios; ++scenario) {
             Measure(scenario);
         }
-        PlanEveryCall(0, 4);
-        PlanEveryCall(4, kScenarios.size());
+        PlanEveryCall(0, kill_store::kPass);
+        PlanEveryCall(kill_store::kPass, kScenarios);
         for (const Round& round : mPlanned) {
             if (mKills < mOptions.kills) {
                 Kill(round);
@@ -161,10 +161,9 @@ private:
         Inspect({scenario, {}}, std::string("an undisturbed ") + NameOf(scenario));
     }
 
-    void PlanEveryCall(std::size_t first, std::size_t last) {
+    void PlanEveryCall(Scenario first, Scenario last) {
         for (const Fault fault : {Fault::kKill, Fault::kPowerCut}) {
-            for (std::size_t index = first; index < last; ++index) {
-                const Scenario scenario = kScenarios[index];
+            for (Scenario scenario = first; scenario < last; ++scenario) {
                 // The power can also go when all is done.
                 const int end = mExtents[scenario].calls + (fault == Fault::kPowerCut ? 1 : 0);
                 for (int call = 1; call <= end; ++call) {
@@ -175,7 +174,7 @@ private:
     }
 
     Round RandomRound() {
-        const Scenario scenario = kScenarios[NextRandom() % kScenarios.size()];
+        const Scenario scenario = NextRandom() % kScenarios;
         const Extent& extent = mExtents[scenario];
         if (NextRandom() % 2 == 0) {
             const std::int64_t range = std::max<std::int64_t>(extent.nanoseconds, 1);

@@ -3,63 +3,33 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 #include "certificate_zoo/certificate_zoo.h"
+#include "client_store/client_store.h"
 #include "faulty_vfs/faulty_vfs.h"
 
 namespace kill_store {
 
-enum class Scenario : std::uint8_t {
-    kGenerateKeyPair,
-    kStoreCertificateForKeyPair,
-    kMoveKeyPair,
-    kDeleteKeyPair,
-    /// A whole pass of the facade: request, check and storing of the answer.
-    kPass,
-    /// The facade deletes the accepted certificate.
-    kClear,
-};
+/// The store operations by their numbers, then two of the facade.
+using Scenario = std::size_t;
 
-inline constexpr std::array<Scenario, 6> kScenarios{Scenario::kGenerateKeyPair,
-                                                    Scenario::kStoreCertificateForKeyPair,
-                                                    Scenario::kMoveKeyPair,
-                                                    Scenario::kDeleteKeyPair,
-                                                    Scenario::kPass,
-                                                    Scenario::kClear};
+/// A whole pass: request, check and storing of the answer.
+inline constexpr Scenario kPass = testing_support::kStoreOperations.size();
+/// The facade deletes the accepted certificate.
+inline constexpr Scenario kClear = kPass + 1;
+inline constexpr Scenario kScenarios = kClear + 1;
 
 const char* NameOf(Scenario scenario);
-
-/// One key pair as the store has it; digests of its public key and its chain.
-struct Slot {
-    bool isPresent = false;
-    std::size_t key = 0;
-    /// 0 without a chain.
-    std::size_t chain = 0;
-
-    bool operator==(const Slot& other) const {
-        return isPresent == other.isPresent && key == other.key && chain == other.chain;
-    }
-};
-
-struct Picture {
-    Slot accepted;
-    Slot pending;
-
-    bool operator==(const Picture& other) const {
-        return accepted == other.accepted && pending == other.pending;
-    }
-};
 
 /// What a process that may die at any moment leaves for the others, in memory that they share.
 struct Record {
     /// Of the store before the operation began.
-    Picture before;
+    testing_support::Picture before{};
+    /// What it must leave.
+    testing_support::Picture expected{};
     bool isInstalling = false;
     bool isDone = false;
     bool hasFailed = false;
-    /// Of the chain that is to be stored.
-    std::size_t newChain = 0;
     int calls = 0;
     std::int64_t nanoseconds = 0;
     /// What the inspection found; "sound" if the store is as it must be.

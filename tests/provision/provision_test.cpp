@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <sstream>
@@ -6,13 +5,11 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "key_hardware/key_hardware.h"
-#include "testing/temporary_directory.h"
+#include "program_test.h"
 
 namespace provision {
 
@@ -32,20 +29,8 @@ using testing_support::PrivateKeyPem;
 
 constexpr const char* kCommonName = "VNTREL00000000001:C003";
 
-/// The real programs on a store of the test's own.
-class ProvisionTest : public ::testing::Test {
+class ProvisionTest : public ProgramTest {
 protected:
-    int Run(const std::string& program, const std::string& arguments) {
-        const std::string command = "cd " + mDirectory.Path().string() + " && " BINARY_DIRECTORY +
-                                    program + arguments + " >output 2>errors </dev/null";
-        const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    int Provision(const std::string& arguments) {
-        return Run("vintrel-provision", " --store store " + arguments);
-    }
-
     /// Loads a key and a chain as base certificate; the refusal's text, empty on success.
     std::string LoadBase(const std::string& keyPem, const std::string& chainPem) {
         Write("base.key", keyPem);
@@ -63,9 +48,6 @@ protected:
 
     void Write(const std::string& name, const std::string& text) { mDirectory.Write(name, text); }
 
-    std::string Read(const std::string& name) { return mDirectory.Read(name); }
-
-    testing_support::TemporaryDirectory mDirectory;
     Family mFactory{"Factory", kCommonName};
 };
 
@@ -79,8 +61,8 @@ std::vector<std::string> Fields(const std::string& line) {
 }
 
 TEST_F(ProvisionTest, AFactoryTakesAUnitFromNothingToProvisioned) {
-    ASSERT_EQ(Run("vintrel-pki", " create pki"), 0);
-    ASSERT_EQ(Run("vintrel-pki", " unit pki --vin VNTREL00000000001 --out unit.pem"), 0);
+    ASSERT_EQ(Run("vintrel-pki", "create pki"), 0);
+    ASSERT_EQ(Run("vintrel-pki", "unit pki --vin VNTREL00000000001 --out unit.pem"), 0);
     struct stat status {};
     ASSERT_EQ(::stat(mDirectory.File("unit.pem").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);

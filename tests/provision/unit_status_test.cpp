@@ -1,42 +1,32 @@
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <openssl/x509.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <orv/sec/crypto/crypto_lib.h>
 
 #include "certificate_zoo/certificate_zoo.h"
-#include "orv_sec_crypto/store_administration.h"
-#include "testing/temporary_directory.h"
+#include "client_store/client_store.h"
+#include "program_test.h"
 
 namespace provision {
 
 namespace {
 
 using nlohmann::json;
-using orv::sec::crypto::common::ByteVector;
-using orv::sec::crypto::common::CryptoResultCode;
-using orv::sec::crypto::host::StoreAdministration;
 using std::chrono::hours;
 using std::chrono::seconds;
 using ::testing::HasSubstr;
 using testing_support::CertificateTraits;
 using testing_support::Family;
-using testing_support::PemOf;
 
 const std::chrono::system_clock::time_point kNow{seconds(1795248900)};
 constexpr const char* kNowText = "2026-11-21T08:15:00Z";
@@ -50,64 +40,27 @@ CertificateTraits Until(std::chrono::system_clock::duration end) {
 }
 
 /// The real program on a store that was provisioned and, where a test wants it, enrolled.
-class UnitStatusTest : public ::testing::Test {
+class UnitStatusTest : public ProgramTest {
 protected:
     UnitStatusTest() {
         ::setenv("ORV_CRYPTO_DIR", mStore.c_str(), 1);
-        std::unique_ptr<StoreAdministration> store;
-        EXPECT_TRUE(StoreAdministration::CreateOrOpen(mStore, store));
-        EXPECT_TRUE(store->StoreCertificate("PRODUCT_PKI_ROOT_CERT", mProduct.root.Pem()));
-        EXPECT_TRUE(store->ImportKeyPair("ECU_BASE_CERT",
-                                         testing_support::PrivateKeyPem(mFactory.leaf.key),
-                                         mFactory.ChainPem()));
+        testing_support::ProvisionStore(mStore, mProduct.root.Pem(), &mFactory);
     }
 
     ~UnitStatusTest() override { orv::sec::crypto::cleanupCryptoLib(); }
 
     /// Makes a key pair in the client store and has it certified.
-    void Enrol(CertificateTraits traits, const Family& issuer, const std::string& id = "TIV") {
+    void Enrol(const CertificateTraits& traits, const Family& issuer, const char* id = "TIV") {
         const auto provider = orv::sec::crypto::initCryptoLib().GetObject();
         ASSERT_NE(provider, nullptr);
-        const auto store =
-            provider->createTrustStoreManager().GetObject()->createTrustStore("TIV").GetObject();
-        const auto key = store->makeKeyId(id).GetObject();
-        ASSERT_EQ(store->generateKeyPair(key, orv::sec::crypto::store::KeyType::kEcP256),
-                  CryptoResultCode::kSuccess);
-        const ByteVector der = store->loadPublicKey(key).GetObject();
-        const unsigned char* position = der.data();
-        traits.key = {d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())), EVP_PKEY_free};
-        const std::string chain =
-            PemOf({IssuedBy(issuer.intermediate, traits), issuer.intermediate});
-        ASSERT_EQ(store->storeCertificateForKeyPair(key, ByteVector(chain.begin(), chain.end())),
-                  CryptoResultCode::kSuccess);
+        testing_support::ClientStore(*provider, issuer).Enrol(id, traits);
         orv::sec::crypto::cleanupCryptoLib();
     }
 
     void EnrolUntil(std::chrono::system_clock::duration end) { Enrol(Until(end), mProduct); }
 
-    void ExecuteSql(const std::string& sql) {
-        sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open((mStore + "/store.db").c_str(), &database), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-            << sqlite3_errmsg(database);
-        sqlite3_close(database);
-    }
-
-    int Run(const std::string& arguments, const std::string& wrapper = "") {
-        const std::string command = "cd " + mDirectory.Path().string() + " && " + wrapper +
-                                    " " BINARY_DIRECTORY "vintrel-provision --store store " +
-                                    arguments + " >output 2>errors </dev/null";
-        const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
     int Judge(const std::string& command, const std::string& wrapper = "") {
-        return Run(command + " --at " + kNowText, wrapper);
-    }
-
-    std::string Read(const std::string& name) const {
-        std::ifstream file(mDirectory.File(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        return Provision(command + " --at " + kNowText, wrapper);
     }
 
     /// All files of the store, with what they hold.
@@ -119,7 +72,6 @@ protected:
         return contents;
     }
 
-    testing_support::TemporaryDirectory mDirectory;
     const std::string mStore = mDirectory.File("store");
     const Family mFactory{"Factory"};
     const Family mProduct{"Product"};
@@ -140,7 +92,7 @@ TEST_F(UnitStatusTest, AnswersAsTheServiceJudges) {
     const auto damaged = [this](const std::string& sql) {
         return [this, sql] {
             EnrolUntil(730 * kDay);
-            ExecuteSql(sql);
+            testing_support::ExecuteSql(mStore, sql);
         };
     };
     CertificateTraits foreign = Until(730 * kDay);
@@ -162,16 +114,6 @@ TEST_F(UnitStatusTest, AnswersAsTheServiceJudges) {
           {"/certificate/daysLeft", 730},
           {"/certificate/notBefore", "2026-11-20T08:15:00Z"},
           {"/certificate/subject", "CN=VNTREL00000000001:C003"}}},
-        {"364 days",
-         enrolled(364 * kDay),
-         3,
-         3,
-         {{"judgement", "ExpiresWithinYear"},
-          {"nextPass", "enrols"},
-          {"reason", "expires within a year"}}},
-        {"a second short", enrolled(365 * kDay - seconds(1)), 3, 3, {{"standing", "due"}}},
-        {"365 days", enrolled(365 * kDay), 0, 0, {{"standing", "inOrder"}}},
-        {"and a second", enrolled(365 * kDay + seconds(1)), 0, 0, {{"standing", "inOrder"}}},
         {"last second", enrolled(seconds(0)), 3, 3, {{"/certificate/daysLeft", 0}}},
         {"expired",
          enrolled(seconds(-1)),
@@ -234,6 +176,17 @@ TEST_F(UnitStatusTest, AnswersAsTheServiceJudges) {
          5,
          5,
          {{"nextPass", "keeps"}, {"obstacle", "the base key does not sign"}}},
+        {"364 days, while a request is under way",
+         [this] {
+             EnrolUntil(364 * kDay);
+             Enrol(Until(730 * kDay), mProduct, "TIV_CSR");
+         },
+         3,
+         3,
+         {{"judgement", "ExpiresWithinYear"},
+          {"nextPass", "enrols"},
+          {"reason", "expires within a year"},
+          {"isBeingReplaced", false}}},
         {"interrupted",
          [this] { Enrol(Until(730 * kDay), mProduct, "TIV_CSR"); },
          4,
@@ -258,24 +211,25 @@ TEST_F(UnitStatusTest, AnswersAsTheServiceJudges) {
             const json::json_pointer member(name.front() == '/' ? name : "/" + name);
             EXPECT_EQ(status.value(member, json("absent")), value) << name << status;
         }
-        EXPECT_EQ(Run("show --json"), 0) << Read("errors");
+        EXPECT_EQ(Provision("show --json"), 0) << Read("errors");
         EXPECT_EQ(Contents(), before);
     }
 }
 
 TEST_F(UnitStatusTest, ABrokenEntryHidesNoOther) {
     EnrolUntil(730 * kDay);
-    ExecuteSql("UPDATE certificate SET certificates = x'30' WHERE id = 'PRODUCT_PKI_ROOT_CERT'");
-    EXPECT_EQ(Run("show"), 0);
+    testing_support::ExecuteSql(
+        mStore, "UPDATE certificate SET certificates = x'30' WHERE id = 'PRODUCT_PKI_ROOT_CERT'");
+    EXPECT_EQ(Provision("show"), 0);
     EXPECT_THAT(Read("output"), HasSubstr("PRODUCT_PKI_ROOT_CERT\t0\tbroken: "));
     EXPECT_THAT(Read("output"), HasSubstr("TIV\tkey\tTIV\t1\tCN=VNTREL00000000001:C003"));
-    EXPECT_EQ(Run("show --json PRODUCT_PKI_ROOT_CERT"), 0);
+    EXPECT_EQ(Provision("show --json PRODUCT_PKI_ROOT_CERT"), 0);
     EXPECT_TRUE(json::parse(Read("output"))["entries"][0]["fault"].is_string());
     EXPECT_EQ(Judge("verify"), 5);
     EXPECT_THAT(Read("output"), HasSubstr("in order: KORU key ECU_BASE_CERT: "));
-    EXPECT_EQ(Run("export"), 1);
+    EXPECT_EQ(Provision("export"), 1);
     EXPECT_THAT(Read("errors"), HasSubstr("PRODUCT_PKI_ROOT_CERT"));
-    EXPECT_EQ(Run("remove PRODUCT_PKI_ROOT_CERT"), 0) << Read("errors");
+    EXPECT_EQ(Provision("remove PRODUCT_PKI_ROOT_CERT"), 0) << Read("errors");
 }
 
 TEST_F(UnitStatusTest, ReadsBesideTheServiceAndWhereNothingCanBeWritten) {
@@ -288,7 +242,7 @@ TEST_F(UnitStatusTest, ReadsBesideTheServiceAndWhereNothingCanBeWritten) {
         for (const char* command : {"show", "export", "verify", "status"}) {
             const bool judges =
                 std::string(command) == "verify" || std::string(command) == "status";
-            EXPECT_EQ(judges ? Judge(command, wrapper) : Run(command, wrapper), 0)
+            EXPECT_EQ(judges ? Judge(command, wrapper) : Provision(command, wrapper), 0)
                 << wrapper << command << Read("errors");
         }
     }
@@ -299,7 +253,7 @@ TEST_F(UnitStatusTest, AStoreThatTheServiceWouldNotOpenIsNoAnswer) {
     EnrolUntil(730 * kDay);
     const auto refused = [this](const char* reason) {
         for (const char* command : {"show", "verify", "status --json"}) {
-            EXPECT_EQ(Run(command), 1) << command;
+            EXPECT_EQ(Provision(command), 1) << command;
             EXPECT_THAT(Read("errors"), HasSubstr(reason)) << command;
             EXPECT_EQ(Read("output"), "");
         }
@@ -317,33 +271,33 @@ TEST_F(UnitStatusTest, AStoreThatTheServiceWouldNotOpenIsNoAnswer) {
     std::filesystem::remove_all(mStore);
     refused("there is no store");
     EXPECT_FALSE(std::filesystem::exists(mStore));
-    EXPECT_GE(Run("status --at yesterday"), 100);
+    EXPECT_GE(Provision("status --at yesterday"), 100);
 }
 
 TEST_F(UnitStatusTest, ExportsPublicPartsAndOverwritesOnlyWhenTold) {
-    ASSERT_EQ(Run("export ECU_BASE_CERT --out base.pem"), 0) << Read("errors");
+    ASSERT_EQ(Provision("export ECU_BASE_CERT --out base.pem"), 0) << Read("errors");
     EXPECT_EQ(Read("base.pem"), mFactory.ChainPem());
-    ASSERT_EQ(Run("export ECU_BASE_CERT --public-key"), 0) << Read("errors");
+    ASSERT_EQ(Provision("export ECU_BASE_CERT --public-key"), 0) << Read("errors");
     const std::string key = Read("output");
     ASSERT_EQ(std::system(("cd " + mDirectory.Path().string() +
                            " && openssl x509 -pubkey -noout -in base.pem >openssl.pem")
                               .c_str()),
               0);
     EXPECT_EQ(key, Read("openssl.pem"));
-    EXPECT_EQ(Run("export PRODUCT_PKI_ROOT_CERT --public-key"), 1);
-    EXPECT_EQ(Run("export PRODUCT_PKI_ROOT_CERT --out base.pem"), 1);
+    EXPECT_EQ(Provision("export PRODUCT_PKI_ROOT_CERT --public-key"), 1);
+    EXPECT_EQ(Provision("export PRODUCT_PKI_ROOT_CERT --out base.pem"), 1);
     EXPECT_THAT(Read("errors"), HasSubstr("base.pem: File exists"));
     EXPECT_EQ(Read("base.pem"), mFactory.ChainPem());
-    EXPECT_EQ(Run("export PRODUCT_PKI_ROOT_CERT --out base.pem --force"), 0);
+    EXPECT_EQ(Provision("export PRODUCT_PKI_ROOT_CERT --out base.pem --force"), 0);
     EXPECT_EQ(Read("base.pem"), mProduct.root.Pem());
 
     std::filesystem::create_directory(mDirectory.File("out"));
-    ASSERT_EQ(Run("export --directory out"), 0) << Read("errors");
+    ASSERT_EQ(Provision("export --directory out"), 0) << Read("errors");
     EXPECT_EQ(Read("out/KORU.key.ECU_BASE_CERT.pem"), mFactory.ChainPem());
     std::filesystem::remove(mDirectory.File("out/KORU.certificate.PRODUCT_PKI_ROOT_CERT.pem"));
-    EXPECT_EQ(Run("export --directory out"), 1);
+    EXPECT_EQ(Provision("export --directory out"), 1);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(mDirectory.File("out")), {}), 1);
-    ASSERT_EQ(Run("export --directory out --public-key --of KORU"), 0);
+    ASSERT_EQ(Provision("export --directory out --public-key --of KORU"), 0);
     EXPECT_EQ(Read("out/KORU.key.ECU_BASE_CERT.public.pem"), key);
 }
 

@@ -53,10 +53,7 @@ TEST_F(CryptoStoreTest, KeyPairLivesFromGenerationToDeletion) {
 
 TEST_F(CryptoStoreTest, ContentsOutliveTheLibrary) {
     const ByteVector publicKey = mStore->loadPublicKey(GeneratedKey("TIV")).GetObject();
-    ASSERT_EQ(cleanupCryptoLib(), CryptoResultCode::kSuccess);
-    mProvider = initCryptoLib().GetObject();
-    mStore = mProvider->createTrustStoreManager().GetObject()->lookupTrustStore("TIV").GetObject();
-
+    ASSERT_NO_FATAL_FAILURE(Reopen());
     EXPECT_EQ(mStore->loadPublicKey(Key("TIV")).GetObject(), publicKey);
     EXPECT_TRUE(Signature(Key("TIV"))->sign(ToBytes("content")).IsSuccess());
 }

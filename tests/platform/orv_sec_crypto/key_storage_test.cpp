@@ -33,21 +33,6 @@ protected:
         return StoreAdministration::CreateOrOpen(mDirectory, storage, mAdministration);
     }
 
-    void Open() {
-        mProvider = initCryptoLib().GetObject();
-        ASSERT_NE(mProvider, nullptr);
-        mManager = mProvider->createTrustStoreManager().GetObject();
-        mStore = mManager->lookupTrustStore("TIV").GetObject();
-        if (mStore == nullptr) {
-            mStore = mManager->createTrustStore("TIV").GetObject();
-        }
-    }
-
-    void Reopen() {
-        cleanupCryptoLib();
-        Open();
-    }
-
     bool Signs(const KeyHandle& key) {
         const auto signature = Signature(key);
         const auto made = signature->sign(ToBytes("content"));

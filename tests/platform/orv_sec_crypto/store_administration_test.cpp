@@ -1,7 +1,7 @@
 #include <openssl/pem.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
+#include "client_store/client_store.h"
 #include "store_fixture.h"
 
 namespace orv::sec::crypto::test {
@@ -22,8 +22,6 @@ protected:
         ASSERT_NE(mAdministration, nullptr);
     }
 
-    void OpenLibrary() { OpenLibraryTest::SetUp(); }
-
     std::vector<StoreEntry> List() {
         std::vector<StoreEntry> entries;
         EXPECT_TRUE(mAdministration->List(entries));
@@ -36,13 +34,7 @@ protected:
         return status.st_mode & 07777;
     }
 
-    void ExecuteSql(const std::string& sql) {
-        sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open(Path("store.db").c_str(), &database), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-            << sqlite3_errmsg(database);
-        sqlite3_close(database);
-    }
+    void ExecuteSql(const std::string& sql) { testing_support::ExecuteSql(mDirectory, sql); }
 
     std::unique_ptr<StoreAdministration> mAdministration;
 };
@@ -78,7 +70,7 @@ TEST_F(StoreAdministrationTest, ListsEverythingButPrivateKeys) {
     ASSERT_TRUE(mAdministration->ImportKeyPair("ECU_BASE_CERT", PrivateKeyPem(unit.key),
                                                unit.Pem() + root.Pem()));
     ASSERT_TRUE(mAdministration->StoreCertificate("PRODUCT_PKI_ROOT_CERT", root.Der()));
-    OpenLibrary();
+    Open();
     GeneratedKey("TIV_CSR");
 
     const auto entries = List();
@@ -148,7 +140,7 @@ TEST_F(StoreAdministrationTest, RemovesOneEntry) {
 }
 
 TEST_F(StoreAdministrationTest, WrappingKeyIsRefusedUnlessItIsAsItWasMade) {
-    OpenLibrary();
+    Open();
     GeneratedKey("TIV");
     cleanupCryptoLib();
     const std::string key = ReadFile("wrapping.key");
@@ -195,7 +187,7 @@ TEST_F(StoreAdministrationTest, WhatBelongsToAnotherUserIsRefusedAndLeftAsItIs) 
 }
 
 TEST_F(StoreAdministrationTest, KeysDecryptOnlyAtTheirPlaceAndWithTheirWrappingKey) {
-    OpenLibrary();
+    Open();
     GeneratedKey("A");
     GeneratedKey("B");
     GeneratedKey("C");
@@ -245,7 +237,7 @@ TEST_F(StoreAdministrationTest, StoreOfAnotherVersionOrProgramIsRefusedUntouched
 
 TEST_F(StoreAdministrationTest, CertificatesThatNoLongerParseAreNoEmptyStore) {
     ASSERT_TRUE(mAdministration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
-    OpenLibrary();
+    Open();
     GeneratedKey("TIV");
     const auto koru = mManager->lookupForKORUStore().GetObject();
     const CertHandle root = koru->makeCertId("ROOT").GetObject();
@@ -262,7 +254,7 @@ TEST_F(StoreAdministrationTest, CertificatesThatNoLongerParseAreNoEmptyStore) {
 }
 
 TEST_F(StoreAdministrationTest, ReadingTellsOneMomentAndLeavesTheStoreAsItIs) {
-    OpenLibrary();
+    Open();
     GeneratedKey("TIV");
     cleanupCryptoLib();
     std::unique_ptr<StoreAdministration> reading;
@@ -270,10 +262,7 @@ TEST_F(StoreAdministrationTest, ReadingTellsOneMomentAndLeavesTheStoreAsItIs) {
     ASSERT_TRUE(mAdministration->StoreCertificate("ROOT", SelfSigned({}).Pem()));
     const std::string file = ReadFile("store.db");
     ASSERT_TRUE(reading->ShareWithLibrary());
-    mProvider = initCryptoLib().GetObject();
-    ASSERT_NE(mProvider, nullptr);
-    mStore = mProvider->createTrustStoreManager().GetObject()->lookupTrustStore("TIV").GetObject();
-    ASSERT_NE(mStore, nullptr);
+    ASSERT_NO_FATAL_FAILURE(Open());
 
     std::vector<StoreEntry> entries;
     EXPECT_TRUE(reading->List(entries));

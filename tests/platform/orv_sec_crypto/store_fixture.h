@@ -80,11 +80,23 @@ class OpenLibraryTest : public StoreDirectoryTest {
 protected:
     void SetUp() override {
         ASSERT_NE(Provision(), nullptr);
+        Open();
+    }
+
+    void Open() {
         mProvider = initCryptoLib().GetObject();
         ASSERT_NE(mProvider, nullptr);
         mManager = mProvider->createTrustStoreManager().GetObject();
-        mStore = mManager->createTrustStore("TIV").GetObject();
+        mStore = mManager->lookupTrustStore("TIV").GetObject();
+        if (mStore == nullptr) {
+            mStore = mManager->createTrustStore("TIV").GetObject();
+        }
         ASSERT_NE(mStore, nullptr);
+    }
+
+    void Reopen() {
+        cleanupCryptoLib();
+        Open();
     }
 
     KeyHandle Key(const std::string& id) { return mStore->makeKeyId(id).GetObject(); }
@@ -98,10 +110,8 @@ protected:
 
     /// A certificate over a key of the store, whose private half the test never sees.
     Identity CertificateFor(const KeyHandle& key) {
-        const ByteVector der = mStore->loadPublicKey(key).GetObject();
-        const unsigned char* position = der.data();
         CertificateTraits traits;
-        traits.key = {d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())), EVP_PKEY_free};
+        traits.key = testing_support::ReadPublicKey(mStore->loadPublicKey(key).GetObject());
         return IssuedBy(SelfSigned(CaTraits("CA")), traits);
     }
 

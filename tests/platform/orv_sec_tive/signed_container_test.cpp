@@ -12,6 +12,7 @@
 #include <orv/sec/tive/factories/signed_container_factory.h>
 
 #include "certificate_zoo/certificate_zoo.h"
+#include "client_store/client_store.h"
 #include "key_hardware/key_hardware.h"
 #include "orv_sec_crypto/store_administration.h"
 #include "testing/captured_log.h"
@@ -60,13 +61,9 @@ protected:
         ASSERT_TRUE(result) << result.message;
         mProvider = crypto::initCryptoLib().GetObject();
         ASSERT_NE(mProvider, nullptr);
-        const auto manager = mProvider->createTrustStoreManager().GetObject();
-        mKoruStore = manager->lookupForKORUStore().GetObject();
-        mTrustStore = manager->lookupTrustStore("TIV").GetObject();
-        if (mTrustStore == nullptr) {
-            mTrustStore = manager->createTrustStore("TIV").GetObject();
-        }
-        ASSERT_NE(mTrustStore, nullptr);
+        mKoruStore =
+            mProvider->createTrustStoreManager().GetObject()->lookupForKORUStore().GetObject();
+        mTrustStore = testing_support::ClientStore(*mProvider, mFactory).mStore;
     }
 
     auto Encoder(const KeyHandle& key, bool includeRoot = false,
@@ -232,10 +229,8 @@ TEST_F(SignedContainerTest, AChainThatIsNotAttachedIsFoundUnderTheKeysId) {
     };
     EXPECT_EQ(create().GetCode(), TIVEResultCode::kCertificateNotFound);
 
-    const ByteVector der = mTrustStore->loadPublicKey(key).GetObject();
-    const unsigned char* position = der.data();
     testing_support::CertificateTraits traits;
-    traits.key = {d2i_PUBKEY(nullptr, &position, static_cast<long>(der.size())), EVP_PKEY_free};
+    traits.key = testing_support::ReadPublicKey(mTrustStore->loadPublicKey(key).GetObject());
     const std::string chain = IssuedBy(mFactory.intermediate, traits).Pem();
     ASSERT_EQ(mTrustStore->storeCertificate(mTrustStore->makeCertId("OWN").GetObject(),
                                             ByteVector(chain.begin(), chain.end())),

@@ -141,6 +141,10 @@ std::string PublicKeyDer(const Key& key) {
     return WithMemoryBio([&key](BIO* bio) { return i2d_PUBKEY_bio(bio, key.get()); });
 }
 
+Key ReadPublicKey(const unsigned char* der, std::size_t size) {
+    return Own(d2i_PUBKEY(nullptr, &der, static_cast<long>(size)), EVP_PKEY_free, "no public key");
+}
+
 std::string Identity::Pem() const {
     return WithMemoryBio([this](BIO* bio) { return PEM_write_bio_X509(bio, certificate.get()); });
 }
@@ -180,6 +184,19 @@ std::string MakeRequest(const Key& key, const std::string& commonName, const Key
     EVP_PKEY* signingKey = signer == nullptr ? key.get() : signer.get();
     Require(X509_REQ_sign(request.get(), signingKey, EVP_sha256()) > 0, "signature");
     return WithMemoryBio([&request](BIO* bio) { return i2d_X509_REQ_bio(bio, request.get()); });
+}
+
+Key ReadRequest(const std::vector<std::uint8_t>& der, const std::string& commonName) {
+    const unsigned char* position = der.data();
+    const auto request = Own(d2i_X509_REQ(nullptr, &position, static_cast<long>(der.size())),
+                             X509_REQ_free, "no request");
+    char name[65] = {};
+    X509_NAME_get_text_by_NID(X509_REQ_get_subject_name(request.get()), NID_commonName, name,
+                              sizeof(name));
+    Require(name == commonName, "a request for another common name");
+    Require(X509_REQ_verify(request.get(), X509_REQ_get0_pubkey(request.get())) == 1,
+            "a request that is not signed with its own key");
+    return Own(X509_REQ_get_pubkey(request.get()), EVP_PKEY_free, "a request without a key");
 }
 
 std::string MakeContainer(const std::string& payload, const Identity& signer,

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +23,11 @@ Key MakeKey(const std::string& type = "P-256");
 std::string PrivateKeyPem(const Key& key);
 /// SubjectPublicKeyInfo (RFC 5280).
 std::string PublicKeyDer(const Key& key);
+Key ReadPublicKey(const unsigned char* der, std::size_t size);
+template <typename Bytes>
+Key ReadPublicKey(const Bytes& der) {
+    return ReadPublicKey(der.data(), der.size());
+}
 
 /// A certificate with its private key.
 struct Identity {
@@ -69,6 +76,9 @@ std::string PemOf(const std::vector<Identity>& identities);
 
 /// A PKCS #10 request (RFC 2986) in DER for `key`; signed by `signer` where that is given.
 std::string MakeRequest(const Key& key, const std::string& commonName, const Key& signer = nullptr);
+
+/// The key of a request, which must be for the common name and signed with that key.
+Key ReadRequest(const std::vector<std::uint8_t>& der, const std::string& commonName);
 
 /// A container (CMS SignedData, RFC 5652, in PEM) around `payload`, signed by `signer`, with the
 /// certificates of `others` beside the signer's.
