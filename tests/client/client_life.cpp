@@ -6,7 +6,6 @@
 
 #include <poll.h>
 
-#include "client/scripted_messages.h"
 #include "fsm/async_event_queue.h"
 
 namespace testing_support {
@@ -27,36 +26,6 @@ template struct UrlDoor<&vintrel::VintrelClientFsm::mUrl>;
 
 const std::string kOwnPrefix = "VintrelClientFsm: ";
 const std::string kTransition = "State transition to ";
-
-using Change = void (*)(ClientLife& life);
-
-/// What a situation may be like, beside what has happened and two words with numbers.
-const std::map<std::string, Change>& Changes() {
-    static const std::map<std::string, Change> changes = {
-        {"VIN matches", [](ClientLife& life) { life.Deliver("VIN"); }},
-        {"URL there", [](ClientLife& life) { UrlOf(*life.client) = client_table::kUrl; }},
-        {"two more checks pending",
-         [](ClientLife& life) {
-             life.dispatcher->RaiseEvent(nullptr, life.client, 0, 0, nullptr);
-             life.dispatcher->RaiseEvent(nullptr, life.client, 0, 0, nullptr);
-         }},
-        // The constructor was told.
-        {"factory reset", [](ClientLife&) {}},
-        {"check fails", [](ClientLife& life) { life.unit.checkFails = true; }},
-        {"clock not set", [](ClientLife& life) { life.unit.timeSet = false; }},
-        {"deletion fails", [](ClientLife& life) { life.unit.deleteFails = true; }},
-        {"no CSR", [](ClientLife& life) { life.unit.csr.clear(); }},
-        {"no KORU VIN", [](ClientLife& life) { life.unit.koruVin.clear(); }},
-        {"no container", [](ClientLife& life) { life.unit.container.clear(); }},
-        {"no exchange", [](ClientLife& life) { life.unit.exchangeStarts = false; }},
-        {"no hardware version", [](ClientLife& life) { life.unit.ecu.hardwareVersion.clear(); }},
-        {"no part number", [](ClientLife& life) { life.unit.ecu.partNumber.clear(); }},
-        {"no request", [](ClientLife& life) { life.unit.container = kNoRequest; }},
-        {"no software version", [](ClientLife& life) { life.unit.ecu.softwareVersion.clear(); }},
-        {"storing fails", [](ClientLife& life) { life.unit.storeFails = true; }},
-    };
-    return changes;
-}
 
 bool StartsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
@@ -139,9 +108,16 @@ void ClientLife::Apply(const std::string& word) {
         unit.status = static_cast<vintrel::StatusCode>(number);
     } else if (StartsWith(word, "retries ")) {
         mRetriesBefore = number;
-    } else if (const auto change = Changes().find(word); change != Changes().end()) {
-        change->second(*this);
-    } else {
+    } else if (client_table::Troubles().count(word) > 0) {
+        unit.troubles.insert(word);
+    } else if (word == "VIN matches") {
+        Deliver("VIN");
+    } else if (word == "URL there") {
+        UrlOf(*client) = client_table::kUrl;
+    } else if (word == "two more checks pending") {
+        dispatcher->RaiseEvent(nullptr, client, 0, 0, nullptr);
+        dispatcher->RaiseEvent(nullptr, client, 0, 0, nullptr);
+    } else if (word != "factory reset") {  // of which the constructor was told
         Happen(word);
     }
 }
@@ -184,29 +160,11 @@ void ClientLife::GoOn(const std::string& target) {
 }
 
 void ClientLife::Deliver(const std::string& trigger) {
-    using Callback = void (*)(vintrel::VintrelClientFsm&, const Trigger&);
-    static const std::map<std::string, Callback> callbacks = {
-        {"kEventClampState",
-         [](auto& machine, auto& event) { machine.ClampStateChangeCb(event.info == 1); }},
-        {"kEventImmobilizerConnection",
-         [](auto& machine, auto& event) {
-             machine.ImmobilizerConnectionStateChangeCb(event.info == 1);
-         }},
-        {"kEventImmobilizerVin",
-         [](auto& machine, auto& event) { machine.ImmobilizerVinReceivedCb(event.text); }},
-        {"kEventTlsAlert",
-         [](auto& machine, auto& event) {
-             machine.TlsAlertNotifyCb(event.text, tls_alert_if::ETlsAlertCode::kCertificateRevoked);
-         }},
-        {"kEventShutdown",
-         [](auto& machine, auto&) { machine.ProcessLifecycleAdapterTerminate(); }},
-    };
     const Trigger event = client_table::TriggerOf(trigger);
     const std::string name = client_table::EventName(event.event);
     if (event.bare) {
         dispatcher->Invoke(*client, event.event, event.info, nullptr);
-    } else if (const auto callback = callbacks.find(name); callback != callbacks.end()) {
-        callback->second(*client, event);
+    } else if (unit.CallBack(event)) {
         dispatcher->DeliverAsync();
     } else if (name == "kEventZemConnector") {
         dispatcher->Invoke(*client, event.event, event.info, ConnectorData(event));

@@ -3,6 +3,7 @@
 #include "client/clamp_control_if.h"
 #include "client/ecu_capabilities_if.h"
 #include "client/immobilizer_if.h"
+#include "client/scripted_messages.h"
 #include "client/system_time_if.h"
 #include "client/tive_generator_if.h"
 #include "client/tls_alerts_if.h"
@@ -21,17 +22,18 @@ ScriptedUnit& Unit() {
 class ScriptedHsm : public vintrel::HsmIf {
 public:
     std::vector<std::uint8_t> GenerateCsr(const std::string& vin) override {
-        return Noted("GenerateCsr " + vin, Unit().csr);
+        return Noted("GenerateCsr " + vin, Unit().Has("no CSR") ? std::vector<std::uint8_t>()
+                                                                : std::vector<std::uint8_t>(3, 1));
     }
-    std::string GetKoruVin() const override { return Noted("GetKoruVin", Unit().koruVin); }
+    std::string GetKoruVin() const override { return Noted("GetKoruVin", Unit().KoruVin()); }
     bool StoreTivCertificateToTrustStore(const std::string& chain) const override {
-        return Noted("Store " + chain, Unit().storeFails);
+        return Noted("Store " + chain, Unit().Has("storing fails"));
     }
     bool DeleteTivCertificateFromTrustStore() const override {
-        return Noted("Delete", Unit().deleteFails);
+        return Noted("Delete", Unit().Has("deletion fails"));
     }
     bool CheckTivCertificate(const std::string& chain, const std::string& vin) override {
-        return Noted("Check " + chain + " " + vin, Unit().checkFails);
+        return Noted("Check " + chain + " " + vin, Unit().Has("check fails"));
     }
     vintrel::StatusCode CheckTrustStoreTivValidity(const std::string&) override {
         return Noted("CheckTrustStore", Unit().status);
@@ -57,13 +59,13 @@ public:
 class ScriptedTime : public vintrel::SystemTimeIf {
 public:
     void Initialize() override { Noted("SystemTime.Initialize"); }
-    bool IsSystemTimeSet() const override { return Unit().timeSet; }
+    bool IsSystemTimeSet() const override { return !Unit().Has("clock not set"); }
 };
 
 class ScriptedTive : public vintrel::TiveGeneratorIf {
 public:
     std::string ConstructContainer(const std::vector<std::uint8_t>&) override {
-        return Noted("ConstructContainer", Unit().container);
+        return Noted("ConstructContainer", Unit().Container());
     }
 };
 
@@ -90,7 +92,7 @@ public:
 class ScriptedEcu : public vintrel::EcuCapabilitiesIf {
 public:
     void Initialize() override { Noted("Ecu.Initialize"); }
-    vintrel::EcuCapabilities GetEcuCapabilities() override { return Unit().ecu; }
+    vintrel::EcuCapabilities GetEcuCapabilities() override { return Unit().Ecu(); }
 };
 
 }  // namespace
@@ -118,7 +120,7 @@ bool ScriptedExchangeFsm::StartFsm(std::shared_ptr<fsm::EventDispatcher> dispatc
                                    std::shared_ptr<fsm::Fsm> target, int targetEvent, std::string,
                                    std::shared_ptr<vintrel::ZemConnectorFsmIf>,
                                    const vintrel::UrlData&) {
-    if (!Unit().exchangeStarts) {
+    if (Unit().Has("no exchange")) {
         return false;
     }
 
@@ -145,6 +147,43 @@ ScriptedUnit::~ScriptedUnit() {
 
 ScriptedUnit& ScriptedUnit::Current() {
     return *gCurrent;
+}
+
+bool ScriptedUnit::CallBack(const client_table::Trigger& trigger) const {
+    using Callback = void (*)(const ScriptedUnit&, const client_table::Trigger&);
+    static const std::map<std::string, Callback> callbacks = {
+        {"kEventClampState",
+         [](auto& unit, auto& event) { unit.clamp->ClampStateChangeCb(event.info == 1); }},
+        {"kEventImmobilizerConnection",
+         [](auto& unit, auto& event) {
+             unit.immobilizer->ImmobilizerConnectionStateChangeCb(event.info == 1);
+         }},
+        {"kEventImmobilizerVin",
+         [](auto& unit, auto& event) { unit.immobilizer->ImmobilizerVinReceivedCb(event.text); }},
+        {"kEventTlsAlert",
+         [](auto& unit, auto& event) {
+             unit.alerts->TlsAlertNotifyCb(event.text,
+                                           static_cast<tls_alert_if::ETlsAlertCode>(event.value));
+         }},
+        {"kEventShutdown",
+         [](auto& unit, auto&) { unit.lifecycle->ProcessLifecycleAdapterTerminate(); }},
+    };
+    const auto callback = callbacks.find(client_table::EventName(trigger.event));
+    if (trigger.bare || callback == callbacks.end()) {
+        return false;
+    }
+    callback->second(*this, trigger);
+    return true;
+}
+
+std::string ScriptedUnit::Container() const {
+    return Has("no container") ? "" : Has("no request") ? kNoRequest : container;
+}
+
+vintrel::EcuCapabilities ScriptedUnit::Ecu() const {
+    return {Has("no hardware version") ? "" : ecu.hardwareVersion,
+            Has("no software version") ? "" : ecu.softwareVersion,
+            Has("no part number") ? "" : ecu.partNumber};
 }
 
 std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> ScriptedUnit::NewBackendRequestHandlerFsm()

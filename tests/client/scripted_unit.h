@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "client/immobilizer_cb_if.h"
 #include "client/status_code.h"
 #include "client/tls_alerts_cb_if.h"
+#include "client/transition_table.h"
 #include "client/zem_connector_fsm_if.h"
 
 namespace testing_support {
@@ -76,6 +78,15 @@ public:
     NewProcessLifecycleAdapter(
         process_lifecycle_adapter::ProcessLifecycleAdapterCallbackIf* callback) const override;
 
+    /// A neighbour's thread calls back; false if such an event comes another way.
+    bool CallBack(const client_table::Trigger& trigger) const;
+
+    // What the neighbours answer in their troubles.
+    bool Has(const std::string& trouble) const { return troubles.count(trouble) > 0; }
+    std::string KoruVin() const { return Has("no KORU VIN") ? "" : koruVin; }
+    std::string Container() const;
+    vintrel::EcuCapabilities Ecu() const;
+
     /// The neighbours that were called, in order.
     std::vector<std::string> calls;
 
@@ -84,14 +95,10 @@ public:
 
     bool withAdapter{true};
 
-    bool exchangeStarts{true};
-    bool timeSet{true};
-    bool deleteFails{false};
-    bool checkFails{false};
-    bool storeFails{false};
+    /// As the transition table has them: "no CSR" and so on.
+    std::set<std::string> troubles;
     vintrel::StatusCode status{vintrel::StatusCode::NoCertificate};
     std::string koruVin{"VNTREL00000000001"};
-    std::vector<std::uint8_t> csr{1, 2, 3};
     std::string container{"container"};
     vintrel::EcuCapabilities ecu{"H10", "S20", "PART-30"};
 

@@ -1,6 +1,7 @@
 #include "client/transition_table.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <fstream>
 #include <iterator>
@@ -112,13 +113,17 @@ Case MakeCase(const std::string& state, const std::string& on, const Row& row, c
                      {"info", std::to_string(trigger.info)},
                      {"value", std::to_string(trigger.value)},
                      {"text", trigger.text}});
+    const auto addWord = [&](const std::string& prefix, const std::string& word) {
+        result.name += prefix + word;
+        for (const auto& [fact, value] : FactsOf(word)) {
+            facts[fact] = value;
+        }
+    };
     for (const std::string& word : given) {
-        result.name += "_" + word;
-        AddFacts(facts, File()["words"].value(word, json::object()));
+        addWord("_", word);
     }
     for (const std::string& word : in) {
-        result.name += "_in_" + word;
-        AddFacts(facts, File()["words"].value(word, json::object()));
+        addWord("_in_", word);
     }
     AddFacts(facts, one);
     result.name.erase(std::remove(result.name.begin(), result.name.end(), ' '), result.name.end());
@@ -141,6 +146,25 @@ Trigger TriggerOf(const std::string& name) {
             trigger.value("text", ""), trigger.value("bare", false)};
 }
 
+std::string NameOf(const Trigger& trigger) {
+    static const auto names = [] {
+        std::map<std::array<int, 3>, std::string> made;
+        for (const auto& [name, definition] : File()["triggers"].items()) {
+            const Trigger known = TriggerOf(name);
+            if (!known.bare) {
+                made.insert({{known.event, known.info, known.value}, name});
+            }
+        }
+        return made;
+    }();
+    auto found = names.find({trigger.event, trigger.info, trigger.value});
+    if (found == names.end()) {
+        found = names.lower_bound({trigger.event, trigger.info, 0});
+    }
+    return found != names.end() && found->first[0] == trigger.event ? found->second
+                                                                    : EventName(trigger.event);
+}
+
 std::string EventName(int event) {
     return File()["events"].at(static_cast<std::size_t>(event));
 }
@@ -157,6 +181,22 @@ int EventId(const std::string& name) {
 const Facts& FirstFacts() {
     static const Facts facts = File()["facts"];
     return facts;
+}
+
+const std::map<std::string, Facts>& Troubles() {
+    static const std::map<std::string, Facts> troubles = File()["troubles"];
+    return troubles;
+}
+
+const Facts& FactsOf(const std::string& word) {
+    static const auto all = [] {
+        std::map<std::string, Facts> words = File()["words"];
+        words.insert(Troubles().begin(), Troubles().end());
+        return words;
+    }();
+    static const Facts none;
+    const auto found = all.find(word);
+    return found == all.end() ? none : found->second;
 }
 
 void Tell(const Words& story, Facts& facts, const See& see) {

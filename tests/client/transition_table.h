@@ -47,12 +47,19 @@ struct Trigger {
 /// The trigger of this name; an event's own name means that event alone.
 Trigger TriggerOf(const std::string& name);
 
+/// The name of such a trigger, by event, info and, where several differ by it, value; that of the
+/// event if there is none.
+std::string NameOf(const Trigger& trigger);
+
 /// "kEventClampState" and so on.
 std::string EventName(int event);
 int EventId(const std::string& name);
 
 /// The facts of a machine that has just been made.
 const Facts& FirstFacts();
+/// The facts of a word for the unit, as "status 2", and of each that is known as a trouble.
+const Facts& FactsOf(const std::string& word);
+const std::map<std::string, Facts>& Troubles();
 
 /// Tells a story, item by item in the order in which they happen.
 void Tell(const Words& story, Facts& facts, const See& see);

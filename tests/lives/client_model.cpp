@@ -1,7 +1,6 @@
 #include "lives/client_model.h"
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 
 #include "GenericError_V2.pb.h"
@@ -15,44 +14,14 @@ namespace {
 constexpr int kBackendResponse = 3;
 constexpr int kStartUpdate = 7;
 constexpr int kConnector = 8;
-constexpr int kClamp = 9;
-constexpr int kImmobilizerConnection = 10;
 constexpr int kImmobilizerVin = 11;
 constexpr int kTlsAlert = 12;
-constexpr int kShutdown = 13;
+constexpr int kUrlInfo = 3;
 constexpr int kRefused = 9;
 
 const Url& UrlOf(const std::string& text) {
     return *std::find_if(kUrls.begin(), kUrls.end(),
                          [&text](const Url& known) { return known.text == text; });
-}
-
-std::string NameOfStatus(vintrel::StatusCode code) {
-    static const std::array<std::string, 8> names{"good",     "unknown", "missing", "unknown",
-                                                  "mismatch", "invalid", "invalid", "ending"};
-    const auto status = static_cast<std::size_t>(code);
-    return status < names.size() ? names.at(status) : "unknown";
-}
-
-std::string NameOfConnectorEvent(const Event& event) {
-    static const std::array<std::string, 4> sessions{"session idle", "session starting",
-                                                     "session started", "session rejected"};
-    static const std::array<std::string, 4> connections{"connection 0", "connection 1",
-                                                        "connection 2", "connection 3"};
-    const auto number = static_cast<std::size_t>(event.number);
-    switch (event.info) {
-        case 0:
-            return sessions.at(number);
-        case 1:
-            return "activation";
-        case 2:
-            return connections.at(number);
-        default:
-            return !event.good              ? "URL failed"
-                   : event.text.empty()     ? "URL empty"
-                   : UrlOf(event.text).good ? "URL"
-                                            : "URL invalid";
-    }
 }
 
 }  // namespace
@@ -61,7 +30,7 @@ void ClientModel::Construct(bool storeOpens, bool terminatedMeanwhile) {
     mOracle.Expect("I FsmBaseClass: State transition to FsmStateNotStarted");
     Shows({"> NewProcessLifecycleAdapter", "> SystemTimeIf::Create", "> NewHsm"});
     if (terminatedMeanwhile) {
-        Termination();
+        CalledBack(client_table::TriggerOf("shutdown"));
     }
     if (!storeOpens) {
         ReleaseAdapter();
@@ -87,8 +56,9 @@ bool ClientModel::Start() {
     }
     if (mFacts["reset"] == "asked") {
         Shows({"I Vintrel Client Factory Reset"});
-        Tell({mUnit.deleteFails ? "@deletion fails" : "@deletion works"});
-        if (mUnit.deleteFails) {
+        const bool fails = mUnit.Has("deletion fails");
+        Tell({fails ? "@deletion fails" : "@deletion works"});
+        if (fails) {
             Shows({"E Factory Reset failed!"});
         }
     }
@@ -98,30 +68,13 @@ bool ClientModel::Start() {
     return true;
 }
 
-void ClientModel::ClampState(bool on) {
-    TellRaising(on ? "clamp on" : "clamp off");
-    Post({nullptr, kClamp, on ? 1 : 0});
-}
-
-void ClientModel::ImmobilizerConnection(bool connected) {
-    TellRaising(connected ? "service up" : "service down");
-    Post({nullptr, kImmobilizerConnection, connected ? 1 : 0});
-}
-
-void ClientModel::ImmobilizerVin(const std::string& vin) {
-    Post({nullptr, kImmobilizerVin, 0, 0, false, vin});
-}
-
-void ClientModel::TlsAlert(const std::string& oid, int code) {
-    mFacts["text"] = oid;
-    TellRaising("alert");
-    if (oid == client_table::kOid) {
-        Post({nullptr, kTlsAlert, 0, code, false, oid});
+void ClientModel::CalledBack(const client_table::Trigger& trigger) {
+    mFacts["text"] = trigger.text;
+    TellRaising(client_table::NameOf(trigger));
+    owesVin -= trigger.event == kImmobilizerVin && owesVin > 0 ? 1 : 0;
+    if (trigger.event != kTlsAlert || trigger.text == client_table::kOid) {
+        Post({nullptr, trigger.event, trigger.info, trigger.value, false, trigger.text});
     }
-}
-
-void ClientModel::Termination() {
-    Post({nullptr, kShutdown});
 }
 
 void ClientModel::Handle(const Event& event) {
@@ -134,65 +87,50 @@ void ClientModel::Handle(const Event& event) {
 }
 
 void ClientModel::Look(const Event& event) {
-    const auto course = [](bool fails) -> std::string { return fails ? "fails" : "works"; };
-    const vintrel::EcuCapabilities& ecu = mUnit.ecu;
-    const bool isEcuComplete =
-        !ecu.hardwareVersion.empty() && !ecu.softwareVersion.empty() && !ecu.partNumber.empty();
-    const std::string status = NameOfStatus(mUnit.status);
-    const bool isUpdateRequired = status != "good" && status != "unknown";
+    const vintrel::EcuCapabilities ecu = mUnit.Ecu();
     client_table::Facts facts{{"text", event.text},
                               {"event", std::to_string(event.id)},
                               {"info", std::to_string(event.info)},
                               {"value", std::to_string(event.number)},
                               {"code", std::to_string(event.number)},
-                              {"clock", mUnit.timeSet ? "set" : "not set"},
-                              {"status", status},
-                              {"update", isUpdateRequired ? "required" : "not required"},
-                              {"deletion", course(mUnit.deleteFails)},
-                              {"ECU data", isEcuComplete ? "complete" : "missing"},
                               {"hardware", ecu.hardwareVersion},
                               {"software", ecu.softwareVersion},
                               {"part", ecu.partNumber},
-                              {"CSR", mUnit.csr.empty() ? "missing" : "made"},
-                              {"container", mUnit.container},
-                              {"request", "made"},
-                              {"exchange start", course(!mUnit.exchangeStarts)},
-                              {"check", course(mUnit.checkFails)},
-                              {"storing", course(mUnit.storeFails)}};
+                              {"container", mUnit.Container()}};
+    const auto learn = [&facts](const client_table::Facts& more) {
+        facts.insert(more.begin(), more.end());
+    };
+    learn(client_table::FactsOf("status " + std::to_string(static_cast<int>(mUnit.status))));
+    for (const std::string& trouble : mUnit.troubles) {
+        learn(client_table::FactsOf(trouble));
+    }
+    for (const auto& [trouble, itsFacts] : client_table::Troubles()) {
+        for (const auto& [fact, value] : itsFacts) {
+            facts.insert({fact, client_table::FirstFacts().at(fact)});
+        }
+    }
     facts.merge(mFacts);
     mFacts.swap(facts);
     if (event.id == kImmobilizerVin) {
-        mFacts["KORU VIN"] = mUnit.koruVin;
+        mFacts["KORU VIN"] = mUnit.KoruVin();
     } else if (event.id == kStartUpdate) {
         mBody = RequestBody();
     }
 }
 
 std::string ClientModel::NameOf(const Event& event) {
-    switch (event.id) {
-        case kConnector:
-            return NameOfConnectorEvent(event);
-        case kClamp:
-            return event.info == 1 ? "clamp on" : "clamp off";
-        case kImmobilizerConnection:
-            return event.info == 1 ? "service up" : "service down";
-        case kImmobilizerVin:
-            return event.text.empty()            ? "VIN empty"
-                   : event.text == mUnit.koruVin ? "VIN"
-                                                 : "VIN other";
-        case kTlsAlert:
-            return "alert";
-        case kShutdown:
-            return "shutdown";
-        case kBackendResponse:
-            return NameOfResponse(event);
-        default:
-            return client_table::EventName(event.id);
+    if (event.id == kConnector && event.info == kUrlInfo) {
+        return !event.good              ? "URL failed"
+               : event.text.empty()     ? "URL empty"
+               : UrlOf(event.text).good ? "URL"
+                                        : "URL invalid";
     }
-}
-
-std::string ClientModel::NameOfResponse(const Event& event) {
-    if (event.number == kRefused) {
+    if (event.id == kImmobilizerVin) {
+        return event.text.empty()              ? "VIN empty"
+               : event.text == mUnit.KoruVin() ? "VIN"
+                                               : "VIN other";
+    }
+    if (event.id == kBackendResponse && event.number == kRefused) {
         domain::backend::proto::GenericErrorV2 error;
         const bool parses = error.ParseFromString(event.text);
         mFacts["error"] = "ErrorCode: " + std::to_string(error.error_code()) +
@@ -200,13 +138,13 @@ std::string ClientModel::NameOfResponse(const Event& event) {
                           "\nTransactionId: " + error.transaction_id() + "\n";
         return parses ? "response refusal" : "response broken refusal";
     }
-    if (event.number != 0) {
-        return "response " + std::to_string(event.number);
+    if (event.id == kBackendResponse && event.number == 0) {
+        domain::backend::proto::QUBACTKoruCertificateResponseV2 response;
+        const bool parses = response.ParseFromString(event.text);
+        mFacts["certificate"] = response.certificate();
+        return parses ? "response certificate" : "response broken";
     }
-    domain::backend::proto::QUBACTKoruCertificateResponseV2 response;
-    const bool parses = response.ParseFromString(event.text);
-    mFacts["certificate"] = response.certificate();
-    return parses ? "response certificate" : "response broken";
+    return client_table::NameOf({event.id, event.info, event.number, {}, false});
 }
 
 void ClientModel::Tell(const client_table::Words& story) {
@@ -308,7 +246,7 @@ void ClientModel::ReleaseAdapter() {
     }
     if (lateTermination) {
         mOracle.terminationRequested = true;
-        Termination();
+        CalledBack(client_table::TriggerOf("shutdown"));
     }
     Shows({"> Adapter released"});
 }

@@ -24,12 +24,8 @@ public:
     /// `StartFsm`, with its result.
     bool Start();
 
-    // What the neighbours call back with.
-    void ClampState(bool on);
-    void ImmobilizerConnection(bool connected);
-    void ImmobilizerVin(const std::string& vin);
-    void TlsAlert(const std::string& oid, int code);
-    void Termination();
+    /// A neighbour's thread calls back.
+    void CalledBack(const client_table::Trigger& trigger);
 
     /// A termination request is on its way when the adapter goes.
     bool lateTermination{false};
@@ -45,7 +41,6 @@ private:
     void Look(const Event& event);
     /// The event's name among the triggers of the table.
     std::string NameOf(const Event& event);
-    std::string NameOfResponse(const Event& event);
 
     void Tell(const client_table::Words& story);
     void TellRaising(const std::string& trigger);

@@ -14,16 +14,17 @@ using ConnectionState = vintrel::ZemConnectorFsmIf::SCConnectionState;
 
 namespace {
 
-const std::string kVin = "VNTREL00000000001";
-const std::string kOtherVin = "VNTREL00000000002";
-const std::string kAlertOid = "QUBA-TokenManagement.COTokenRequest";
 const std::string kTransaction = "QUBA-GenerateTIVCert-C003";
 const std::string kOperation = "QUBA-GenerateTIVCert-C003.COSendCSR";
 
 constexpr std::uint64_t kMaxStepsToRest = 5000;
 constexpr std::uint32_t kMaxActs = 400;
 
-constexpr auto kPoints = static_cast<std::uint32_t>(World::Point::kNowhere);
+/// Where things can go wrong: the unit's troubles, and what else can.
+const std::vector<std::string> kTroubles{
+    "no KORU VIN", "clock not set", "no hardware version", "no software version", "no part number",
+    "no CSR",      "no container",  "check fails",         "storing fails",       "deletion fails"};
+const std::vector<std::string> kPoints{"URL", "VIN", "connect", "socket", "backend", "activation"};
 
 /// A life that has gone wrong goes no further.
 class Stopped : public std::exception {};
@@ -64,7 +65,10 @@ World::World(std::uint64_t seed, std::vector<std::string>* story)
         return machine ? machine->GetStateName() : std::string();
     };
     mTrouble = mRandom.Pick({0U, 0U, 1U, 3U, 10U, 30U});
-    mBroken = mRandom.OneIn(3) ? static_cast<Point>(mRandom.Below(kPoints)) : Point::kNowhere;
+    if (mRandom.OneIn(3)) {
+        const auto& points = mRandom.OneIn(2) ? kTroubles : kPoints;
+        mBroken = points[mRandom.Below(static_cast<std::uint32_t>(points.size()))];
+    }
     mUnrest = mRandom.Pick({0U, 1U, 5U, 20U});
     mFactoryReset = mRandom.OneIn(4);
     mStoreOpens = !mRandom.OneIn(200);
@@ -77,7 +81,7 @@ World::World(std::uint64_t seed, std::vector<std::string>* story)
 
 World::~World() = default;
 
-bool World::Fails(Point point) {
+bool World::Fails(const std::string& point) {
     return mRandom.Percent(point == mBroken ? 97 : mTrouble);
 }
 
@@ -119,7 +123,7 @@ std::shared_ptr<vintrel::BackendRequestHandlerFsmIf> World::NewBackendRequestHan
     if (running && running->GetStateName() != "FsmStateTerminated") {
         oracle.Violate("a second exchange");
     }
-    if (!exchangeStarts) {
+    if (Has("no exchange")) {
         return ScriptedUnit::NewBackendRequestHandlerFsm();
     }
     auto exchange = std::make_shared<vintrel::BackendRequestHandlerFsm>();
@@ -186,8 +190,8 @@ void World::RunLoop() {
         goesOn = Run();
     }
     if (!goesOn && mModel->Ended() && mRandom.OneIn(3)) {
-        Clamp(true);
-        Immobilizer(false);
+        Happen("clamp on");
+        Happen("service down");
     }
 }
 
@@ -254,29 +258,23 @@ void World::Act() {
 }
 
 void World::Reroll() {
-    koruVin = Fails(Point::kKoruVin) ? std::string() : mRandom.OneIn(50) ? kOtherVin : kVin;
-    timeSet = !Fails(Point::kTime);
-    ecu = {"H10", "S20", "PART-30"};
-    if (Fails(Point::kEcu)) {
-        *mRandom.Pick({&ecu.hardwareVersion, &ecu.softwareVersion, &ecu.partNumber}) = "";
-    } else if (mRandom.OneIn(4)) {
-        ecu.softwareVersion = "S" + std::to_string(mRandom.Below(100));
+    troubles.clear();
+    for (const std::string& trouble : kTroubles) {
+        if (Fails(trouble)) {
+            troubles.insert(trouble);
+        }
     }
-    csr = Fails(Point::kCsr) ? std::vector<std::uint8_t>() : std::vector<std::uint8_t>{1, 2, 3};
-    container = Fails(Point::kContainer) ? std::string()
-                                         : "container " + std::to_string(mRandom.Below(1000));
-    if (!container.empty() && mRandom.OneIn(200)) {
-        container.append(200000, 'x');
+    if (mRandom.OneIn(300)) {
+        troubles.insert("no exchange");
     }
-    checkFails = Fails(Point::kCheck);
-    storeFails = Fails(Point::kStore);
-    deleteFails = Fails(Point::kDelete);
-    exchangeStarts = !mRandom.OneIn(300);
-    mLibrary.acceptsUrlQuery = mBroken == Point::kUrl ? !mRandom.OneIn(20) : !mRandom.OneIn(200);
-    mLibrary.acceptsSocket = !Fails(Point::kConnect);
-    status = static_cast<vintrel::StatusCode>(mRandom.OneIn(30)
-                                                  ? mRandom.Pick({1, 3, 8, 99})
-                                                  : mRandom.Pick({0, 2, 2, 2, 4, 5, 6, 7, 7}));
+    koruVin = client_table::TriggerOf(mRandom.OneIn(50) ? "VIN other" : "VIN").text;
+    ecu.softwareVersion = "S" + std::to_string(mRandom.Below(100));
+    container = "container " + std::to_string(mRandom.Below(1000)) +
+                std::string(mRandom.OneIn(200) ? 200000 : 0, 'x');
+    mLibrary.acceptsUrlQuery = mBroken == "URL" ? !mRandom.OneIn(20) : !mRandom.OneIn(200);
+    mLibrary.acceptsSocket = !Fails("connect");
+    status = static_cast<vintrel::StatusCode>(
+        mRandom.OneIn(30) ? mRandom.Pick({1, 3, 8}) : mRandom.Pick({0, 2, 2, 2, 4, 5, 6, 7, 7}));
 }
 
 /// Does what the machine waits for; false if there is nothing like that.
@@ -286,19 +284,19 @@ bool World::Help() {
         if (mModel->ClampOn() && mRandom.OneIn(3)) {
             Alert();
         } else {
-            Clamp(!mRandom.OneIn(8));
+            Happen(mRandom.OneIn(8) ? "clamp off" : "clamp on");
         }
     } else if (state == "FsmStateWaitZemConnector") {
         mLibrary.owesUrl ? Url() : Session(mRandom.OneIn(10) ? 1 : 2);
     } else if (state == "FsmStateCheckServices") {
-        Immobilizer(true);
+        Happen("service up");
     } else if (state == "FsmStateWaitVin" && mModel->owesVin > 0) {
         if (mRandom.OneIn(500)) {
             // The service was not there to take the question.
             mModel->owesVin = 0;
             return false;
         }
-        Vin(Fails(Point::kVin) ? mRandom.Pick({std::string(), kOtherVin}) : kVin);
+        Happen(Fails("VIN") ? mRandom.Pick({"VIN empty", "VIN other"}) : "VIN");
     } else if (state == "FsmStateDownloadCertificate") {
         HelpExchange();
     } else if (mDispatcher->PendingCount() > 0) {
@@ -313,7 +311,7 @@ bool World::Help() {
 void World::HelpExchange() {
     const bool usable = mModel->ConnectionUsable();
     if (!mModel->InExchange() && !usable && HasSession()) {
-        if (!mConnectorModel->Activated() && !Fails(Point::kActivation)) {
+        if (!mConnectorModel->Activated() && !Fails("activation")) {
             Activation(true);
         }
         Connection(mRandom.Pick({2, 3}));
@@ -329,10 +327,12 @@ void World::HelpExchange() {
 
 void World::Disturb() {
     static const std::vector<std::function<void(World&)>> kDisturbances = {
-        [](World& world) { world.Clamp(world.mRandom.OneIn(2)); },
-        [](World& world) { world.Immobilizer(!world.mRandom.OneIn(3)); },
+        [](World& world) {
+            world.Happen(world.mRandom.Pick({"clamp on", "clamp off"}));
+        },
+        [](World& world) { world.Happen(world.mRandom.OneIn(3) ? "service down" : "service up"); },
         [](World& world) { world.mModel->Ended() ? void() : world.Alert(); },
-        [](World& world) { world.Activation(!world.Fails(Point::kActivation)); },
+        [](World& world) { world.Activation(!world.Fails("activation")); },
         [](World& world) { world.Connection(static_cast<int>(world.mRandom.Below(4))); },
         [](World& world) {
             world.Session(world.mRandom.OneIn(10) ? world.mRandom.Pick({0, 1, 7}) : 2);
@@ -351,7 +351,7 @@ void World::DisturbGrossly() {
     if (what == 0) {
         Terminate();
     } else if (what == 2) {
-        Vin(mRandom.Pick({kVin, kOtherVin, std::string()}));
+        Happen(mRandom.Pick({"VIN", "VIN other", "VIN empty"}));
     } else if (what == 3) {
         Url();
     } else {
@@ -375,50 +375,32 @@ void World::Wait() {
     mWait = time;
 }
 
-void World::Clamp(bool on) {
+void World::Happen(const client_table::Trigger& trigger) {
     Do(
-        std::string("Clamp 15 ") + (on ? "on" : "off"), [&] { clamp->ClampStateChangeCb(on); },
-        [&] { mModel->ClampState(on); });
-}
-
-void World::Immobilizer(bool connected) {
-    Do(
-        std::string("immobilizer service ") + (connected ? "up" : "down"),
-        [&] { immobilizer->ImmobilizerConnectionStateChangeCb(connected); },
-        [&] { mModel->ImmobilizerConnection(connected); });
-}
-
-void World::Vin(const std::string& vin) {
-    mModel->owesVin = std::max(0, mModel->owesVin - 1);
-    Do(
-        "VIN '" + vin + "'", [&] { immobilizer->ImmobilizerVinReceivedCb(vin); },
-        [&] { mModel->ImmobilizerVin(vin); });
+        client_table::NameOf(trigger) + " " + trigger.text, [&] { CallBack(trigger); },
+        [&] { mModel->CalledBack(trigger); });
 }
 
 void World::Alert() {
-    const std::string oid = mRandom.OneIn(5) ? kAlertOid + "s" : kAlertOid;
-    const auto code = mRandom.Pick({44, 51, 200});
-    Do(
-        "TLS alert " + oid,
-        [&] { alerts->TlsAlertNotifyCb(oid, static_cast<tls_alert_if::ETlsAlertCode>(code)); },
-        [&] { mModel->TlsAlert(oid, code); });
+    client_table::Trigger alert = client_table::TriggerOf("alert");
+    alert.text += mRandom.OneIn(5) ? "s" : "";
+    alert.value = mRandom.Pick({44, 51, 200});
+    Happen(alert);
 }
 
 void World::Terminate() {
-    if (mModel->Ended() || oracle.terminationRequested) {
-        return;
+    if (!mModel->Ended() && !oracle.terminationRequested) {
+        oracle.terminationRequested = true;
+        Happen("shutdown");
     }
-    oracle.terminationRequested = true;
-    Do(
-        "termination", [&] { lifecycle->ProcessLifecycleAdapterTerminate(); },
-        [&] { mModel->Termination(); });
 }
 
 void World::Session(int sessionStatus) {
     if (mLibrary.session != nullptr) {
         const auto given = static_cast<SessionStatus>(sessionStatus);
-        CallBack("session status " + std::to_string(sessionStatus),
-                 [&] { mLibrary.session->ZemConnectorStatus(given); }, {nullptr, 0, sessionStatus});
+        FromLibrary("session status " + std::to_string(sessionStatus),
+                    [&] { mLibrary.session->ZemConnectorStatus(given); },
+                    {nullptr, 0, sessionStatus});
     }
 }
 
@@ -429,9 +411,9 @@ void World::Activation(bool on) {
         update.disabledReasons.push_back({1, 2});
     }
     if (HasSession()) {
-        CallBack(std::string("activation ") + (on ? "on" : "off"),
-                 [&] { mLibrary.controller->ZemSCActivationState(update); },
-                 {nullptr, 2, 0, 0, on});
+        FromLibrary(std::string("activation ") + (on ? "on" : "off"),
+                    [&] { mLibrary.controller->ZemSCActivationState(update); },
+                    {nullptr, 2, 0, 0, on});
     }
 }
 
@@ -440,9 +422,9 @@ void World::Connection(int state) {
     update.transactionType = kTransaction;
     update.connectionState = static_cast<ConnectionState>(state);
     if (HasSession()) {
-        CallBack("connection state " + std::to_string(state),
-                 [&] { mLibrary.controller->ZemSCConnectionState(update); },
-                 {nullptr, 3, 0, state});
+        FromLibrary("connection state " + std::to_string(state),
+                    [&] { mLibrary.controller->ZemSCConnectionState(update); },
+                    {nullptr, 3, 0, state});
     }
 }
 
@@ -453,7 +435,7 @@ void World::Url() {
     mLibrary.owesUrl = false;
     zem_connector::SCUrlResult result;
     result.url = kUrls[mRandom.Below(4)].text;
-    const std::uint32_t failure = Fails(Point::kUrl) ? mRandom.Below(4) : 4;
+    const std::uint32_t failure = Fails("URL") ? mRandom.Below(4) : 4;
     result.result = failure == 0 ? 1 : 0;
     result.operationTypeId = failure == 1 ? "another" : kOperation;
     if (failure == 2) {
@@ -462,9 +444,9 @@ void World::Url() {
         result.url = kUrls[4 + mRandom.Below(5)].text;
     }
     const bool good = failure > 1;
-    CallBack("URL '" + result.url + "', " + (good ? "good" : "bad"),
-             [&] { mLibrary.controller->ZemSCInvocationURL(result); },
-             {nullptr, 1, 0, result.result, good, result.url});
+    FromLibrary("URL '" + result.url + "', " + (good ? "good" : "bad"),
+                [&] { mLibrary.controller->ZemSCInvocationURL(result); },
+                {nullptr, 1, 0, result.result, good, result.url});
 }
 
 void World::Socket() {
@@ -472,9 +454,9 @@ void World::Socket() {
     mLibrary.owesSockets.pop_front();
     zem_connector::SocketResult result;
     std::shared_ptr<Wire> wire;
-    result.status = Fails(Point::kSocket) ? 113 : 0;
+    result.status = Fails("socket") ? 113 : 0;
     if (result.status == 0 || mRandom.OneIn(4)) {
-        result.socketFileDescriptor = mBackend.Connect(!Fails(Point::kBackend));
+        result.socketFileDescriptor = mBackend.Connect(!Fails("backend"));
         wire = mBackend.CurrentWire();
     }
     Do(

@@ -47,25 +47,6 @@ private:
 /// Everything around the client machine in one life, and the one who decides what it does next.
 class World : public testing_support::ScriptedUnit {
 public:
-    /// Where things can go wrong. Most lives have one place where they mostly do.
-    enum class Point {
-        kUrl,
-        kVin,
-        kKoruVin,
-        kTime,
-        kEcu,
-        kCsr,
-        kContainer,
-        kConnect,
-        kSocket,
-        kBackend,
-        kCheck,
-        kStore,
-        kDelete,
-        kActivation,
-        kNowhere
-    };
-
     World(std::uint64_t seed, std::vector<std::string>* story);
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -89,7 +70,7 @@ public:
     std::uint64_t steps{0};
 
 private:
-    bool Fails(Point point);
+    bool Fails(const std::string& point);
     bool Construct();
     bool Start();
     void RunLoop();
@@ -103,9 +84,8 @@ private:
     bool Run();
     void Wait();
 
-    void Clamp(bool on);
-    void Immobilizer(bool connected);
-    void Vin(const std::string& vin);
+    void Happen(const client_table::Trigger& trigger);
+    void Happen(const std::string& trigger) { Happen(client_table::TriggerOf(trigger)); }
     void Alert();
     void Terminate();
     void Session(int status);
@@ -124,7 +104,7 @@ private:
     }
     /// The library calls back, which leads to an event for the connector machine.
     template <typename Action>
-    void CallBack(const std::string& what, Action action, const Event& event) {
+    void FromLibrary(const std::string& what, Action action, const Event& event) {
         Do(what, action, [&] { mConnectorModel->Post(event); });
     }
 
@@ -139,7 +119,8 @@ private:
     std::shared_ptr<ClientModel> mModel;
 
     std::uint32_t mTrouble;
-    Point mBroken;
+    /// The place where things mostly go wrong, in some lives.
+    std::string mBroken;
     std::uint32_t mUnrest;
     bool mFactoryReset;
     bool mStoreOpens;
