@@ -44,22 +44,6 @@ TEST_F(FsmTest, TheFrameOfALifeIsLogged) {
     EXPECT_EQ(log.Lines(), (Lines{"I ~EventDispatcher", "D ~EventQueue"}));
 }
 
-TEST_F(FsmTest, TheFrameStatesReportTheirEvents) {
-    dispatcher->RaiseEvent(nullptr, machine, 1, -2, nullptr);
-    dispatcher->RunPending();
-    EXPECT_TRUE(
-        log.Contains("E Recorder: Error: no event expected in state FsmStateNotStarted, "
-                     "eventId: 1, eventInfo: -2"));
-    machine->Start(dispatcher);
-    machine->RaiseEvent(3, 4, nullptr);
-    machine->StopFsm();
-    dispatcher->RunPending();
-    EXPECT_TRUE(
-        log.Contains("W Recorder: no event expected in state FsmStateTerminated, "
-                     "eventId: 3, eventInfo: 4"));
-    EXPECT_TRUE(machine->events.empty());
-}
-
 TEST_F(FsmTest, StoppingTwiceOrUnstartedIsSilent) {
     int terminations = 0;
     machine->onTerminate = [&] {
