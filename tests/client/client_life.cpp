@@ -4,10 +4,6 @@
 #include <iterator>
 #include <map>
 
-#include <poll.h>
-
-#include "fsm/async_event_queue.h"
-
 namespace testing_support {
 
 using client_table::Trigger;
@@ -48,31 +44,6 @@ std::unique_ptr<fsm::FsmEventData> ConnectorData(const Trigger& trigger) {
 }
 
 }  // namespace
-
-std::multiset<SteppedDispatcher::Pending> SteppedDispatcher::AllPending() const {
-    std::multiset<Pending> pending;
-    for (const auto& event : PendingEvents()) {
-        pending.insert({event.eventId, event.time});
-    }
-    return pending;
-}
-
-void SteppedDispatcher::DeliverNext() {
-    mSkipped +=
-        std::max(PendingEvents().begin()->time - GetCurrentTime(), TimePoint::duration::zero());
-    std::shared_ptr<fsm::Fsm> machine;
-    int eventId = 0;
-    int eventInfo = 0;
-    std::unique_ptr<fsm::FsmEventData> data;
-    if (PopNextEvent(machine, eventId, eventInfo, data)) {
-        Invoke(*machine, eventId, eventInfo, std::move(data));
-    }
-}
-
-void SteppedDispatcher::DeliverAsync() {
-    std::dynamic_pointer_cast<fsm::AsyncEventQueue>(GetAsyncEventQueue())
-        ->InvokeStateMethod(0, POLLIN);
-}
 
 ClientLife::~ClientLife() {
     client.reset();
@@ -177,8 +148,8 @@ void ClientLife::Deliver(const std::string& trigger) {
 }
 
 void ClientLife::DeliverOwn(const Trigger& trigger) {
-    const auto pending = dispatcher->AllPending();
-    if (pending.empty() || pending.begin()->event != trigger.event) {
+    const auto pending = AllPending();
+    if (pending.empty() || pending.begin()->second != trigger.event) {
         dispatcher->Invoke(*client, trigger.event, trigger.info, nullptr);
         return;
     }
@@ -197,13 +168,21 @@ void ClientLife::Mark() {
     log.Clear();
     unit.calls.clear();
     mMarkedExchanges = unit.exchanges.size();
-    mMarkedPending = dispatcher->AllPending();
+    mMarkedPending = AllPending();
 }
 
 bool ClientLife::WasPending(const std::string& event) const {
     return std::any_of(
         mMarkedPending.begin(), mMarkedPending.end(),
-        [id = client_table::EventId(event)](const auto& pending) { return pending.event == id; });
+        [id = client_table::EventId(event)](const auto& pending) { return pending.second == id; });
+}
+
+std::multiset<ClientLife::DueEvent> ClientLife::AllPending() const {
+    std::multiset<DueEvent> pending;
+    for (const auto& [receiver, event, info, due] : dispatcher->Pending()) {
+        pending.insert({due, event});
+    }
+    return pending;
 }
 
 std::vector<std::string> ClientLife::OwnLines() const {
@@ -237,21 +216,20 @@ std::vector<std::string> ClientLife::Story() const {
     if (unit.exchanges.size() > mMarkedExchanges) {
         story.emplace_back(ExchangeRuns() ? "> exchange started" : "> exchange refused");
     }
-    const auto pending = dispatcher->AllPending();
-    std::vector<SteppedDispatcher::Pending> changed;
+    const auto pending = AllPending();
+    std::vector<DueEvent> changed;
     std::set_difference(mMarkedPending.begin(), mMarkedPending.end(), pending.begin(),
                         pending.end(), std::back_inserter(changed));
-    for (const auto& dropped : changed) {
-        story.push_back("- " + client_table::EventName(dropped.event));
+    for (const auto& [due, event] : changed) {
+        story.push_back("- " + client_table::EventName(event));
     }
     changed.clear();
     std::set_difference(pending.begin(), pending.end(), mMarkedPending.begin(),
                         mMarkedPending.end(), std::back_inserter(changed));
-    for (const auto& raised : changed) {
-        const auto delay = std::chrono::duration_cast<std::chrono::milliseconds>(
-            raised.time - dispatcher->GetCurrentTime());
-        story.push_back("+ " + client_table::EventName(raised.event) +
-                        (delay.count() == 0 ? "" : " in " + std::to_string(delay.count()) + " ms"));
+    for (const auto& [due, event] : changed) {
+        const std::int64_t delay = due - dispatcher->Now();
+        story.push_back("+ " + client_table::EventName(event) +
+                        (delay == 0 ? "" : " in " + std::to_string(delay) + " ms"));
     }
     if (log.Contains("I EventDispatcher ExitDispatching")) {
         story.emplace_back("exit");

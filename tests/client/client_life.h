@@ -13,38 +13,6 @@
 
 namespace testing_support {
 
-/// The virtual dispatcher, able to deliver one single event.
-class SteppedDispatcher : public VirtualTimeDispatcher {
-public:
-    struct Pending {
-        int event;
-        TimePoint time;
-
-        bool operator<(const Pending& other) const {
-            return time != other.time ? time < other.time : event < other.event;
-        }
-    };
-
-    using VirtualTimeDispatcher::VirtualTimeDispatcher;
-
-    TimePoint GetCurrentTime() const override {
-        return VirtualTimeDispatcher::GetCurrentTime() + mSkipped;
-    }
-
-    /// The pending events, of whatever machine.
-    std::multiset<Pending> AllPending() const;
-
-    /// Delivers the first pending event, and skips the time until it is due. That time is unknown
-    /// to `AdvanceBy` and `NextDelay`.
-    void DeliverNext();
-
-    /// Delivers the first event that came from another thread.
-    void DeliverAsync();
-
-private:
-    std::chrono::nanoseconds mSkipped{0};
-};
-
 /// One client machine among scripted neighbours: brings it into a situation, delivers events, and
 /// tells what was to be seen. Triggers are named as in transitions.json.
 class ClientLife {
@@ -87,11 +55,16 @@ public:
 
     CapturedLog log;
     ScriptedUnit unit;
-    std::shared_ptr<SteppedDispatcher> dispatcher =
-        std::make_shared<SteppedDispatcher>("EventDispatcher", true);
+    std::shared_ptr<VirtualTimeDispatcher> dispatcher =
+        std::make_shared<VirtualTimeDispatcher>("EventDispatcher", true);
     std::shared_ptr<vintrel::VintrelClientFsm> client;
 
 private:
+    /// Due time in milliseconds, and id.
+    using DueEvent = std::pair<std::int64_t, int>;
+    /// The pending events, of whatever machine.
+    std::multiset<DueEvent> AllPending() const;
+
     void DriveTo(const std::string& target);
     void GoOn(const std::string& target);
     /// An exchange that fails, up to the VIN query of its retry.
@@ -101,7 +74,7 @@ private:
 
     int mRetriesBefore{0};
     std::size_t mMarkedExchanges{0};
-    std::multiset<SteppedDispatcher::Pending> mMarkedPending;
+    std::multiset<DueEvent> mMarkedPending;
 };
 
 }  // namespace testing_support

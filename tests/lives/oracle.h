@@ -5,11 +5,11 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "client/scripted_unit.h"
 #include "logging/qel_logging_if.h"
+#include "testing/virtual_time_dispatcher.h"
 
 namespace lives {
 
@@ -38,8 +38,7 @@ struct Event {
     std::int64_t due{0};
 };
 
-/// A pending event: receiver, id, info and due time in milliseconds.
-using PendingEvent = std::tuple<std::string, int, int, std::int64_t>;
+using PendingEvent = testing_support::VirtualTimeDispatcher::PendingEvent;
 
 /// Watches a life and says at each step whether it may go that way.
 ///

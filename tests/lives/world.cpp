@@ -39,19 +39,6 @@ void SimulatedDispatcher::RaiseTimerEvent(const std::shared_ptr<fsm::Fsm>& from,
                                            msec);
 }
 
-std::int64_t SimulatedDispatcher::Now() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(GetCurrentTime() - mStart).count();
-}
-
-std::vector<PendingEvent> SimulatedDispatcher::Pending() const {
-    std::vector<PendingEvent> pending;
-    for (const EventQueueEvent& event : PendingEvents()) {
-        const auto due = std::chrono::duration_cast<std::chrono::milliseconds>(event.time - mStart);
-        pending.emplace_back(event.fsm->GetName(), event.eventId, event.eventInfo, due.count());
-    }
-    return pending;
-}
-
 World::World(std::uint64_t seed, std::vector<std::string>* story)
     : oracle(*this), mRandom(seed), mBackend(mRandom, oracle) {
     mDispatcher = std::make_shared<SimulatedDispatcher>(oracle, [this] { BeforeStep(); });
@@ -299,7 +286,7 @@ bool World::Help() {
         Happen(Fails("VIN") ? mRandom.Pick({"VIN empty", "VIN other"}) : "VIN");
     } else if (state == "FsmStateDownloadCertificate") {
         HelpExchange();
-    } else if (mDispatcher->PendingCount() > 0) {
+    } else if (mDispatcher->NextDelay()) {
         Wait();
     } else {
         // Nothing will ever come.

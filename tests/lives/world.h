@@ -29,8 +29,6 @@ public:
     void RaiseTimerEvent(const std::shared_ptr<fsm::Fsm>& from, std::shared_ptr<fsm::Fsm> to,
                          int eventId, int eventInfo, std::unique_ptr<fsm::FsmEventData> data,
                          int msec) override;
-    std::int64_t Now() const;
-    std::vector<PendingEvent> Pending() const;
 
 protected:
     int Poll(std::vector<pollfd>& pollFds, int timeoutMillisec) override {
@@ -41,7 +39,6 @@ protected:
 private:
     Oracle& mOracle;
     std::function<void()> mBeforeStep;
-    const TimePoint mStart{GetCurrentTime()};
 };
 
 /// Everything around the client machine in one life, and the one who decides what it does next.

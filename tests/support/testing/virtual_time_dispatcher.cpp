@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include <gtest/gtest.h>
+#include <poll.h>
+
+#include "fsm/async_event_queue.h"
 
 namespace testing_support {
 
@@ -55,6 +58,31 @@ std::optional<std::chrono::milliseconds> VirtualTimeDispatcher::NextDelay() cons
     }
     return std::chrono::duration_cast<std::chrono::milliseconds>(PendingEvents().begin()->time -
                                                                  mNow);
+}
+
+std::vector<VirtualTimeDispatcher::PendingEvent> VirtualTimeDispatcher::Pending() const {
+    std::vector<PendingEvent> pending;
+    for (const EventQueueEvent& event : PendingEvents()) {
+        pending.emplace_back(event.fsm->GetName(), event.eventId, event.eventInfo,
+                             Milliseconds(event.time));
+    }
+    return pending;
+}
+
+void VirtualTimeDispatcher::DeliverNext() {
+    mNow = std::max(mNow, PendingEvents().begin()->time);
+    std::shared_ptr<fsm::Fsm> machine;
+    int eventId = 0;
+    int eventInfo = 0;
+    std::unique_ptr<fsm::FsmEventData> data;
+    if (PopNextEvent(machine, eventId, eventInfo, data)) {
+        Invoke(*machine, eventId, eventInfo, std::move(data));
+    }
+}
+
+void VirtualTimeDispatcher::DeliverAsync() {
+    std::dynamic_pointer_cast<fsm::AsyncEventQueue>(GetAsyncEventQueue())
+        ->InvokeStateMethod(0, POLLIN);
 }
 
 bool VirtualTimeDispatcher::RunUntil(const std::function<bool()>& condition,

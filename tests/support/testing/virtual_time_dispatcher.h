@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -33,7 +34,16 @@ public:
 
     /// Time to the first pending event; none if there is none.
     std::optional<std::chrono::milliseconds> NextDelay() const;
-    std::size_t PendingCount() const { return PendingEvents().size(); }
+    /// A pending event: receiver, id, info and due time in milliseconds from the beginning.
+    using PendingEvent = std::tuple<std::string, int, int, std::int64_t>;
+    std::vector<PendingEvent> Pending() const;
+    /// Milliseconds from the beginning.
+    std::int64_t Now() const { return Milliseconds(mNow); }
+
+    /// Delivers the first pending event alone, and skips the time until it is due.
+    void DeliverNext();
+    /// Delivers the first event that came from another thread, alone.
+    void DeliverAsync();
 
     /// Waits for descriptors (other threads' events among them) and delivers until the condition
     /// holds; the clock stands still. False after a time that only a hang takes.
@@ -46,7 +56,13 @@ protected:
 private:
     bool Step(int pollTimeout);
 
-    TimePoint mNow{std::chrono::hours(1)};
+    static constexpr TimePoint kBeginning{std::chrono::hours(1)};
+
+    static std::int64_t Milliseconds(TimePoint time) {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(time - kBeginning).count();
+    }
+
+    TimePoint mNow{kBeginning};
     std::optional<int> mPollTimeout;
     int mReady{0};
     bool mExited{false};
