@@ -15,8 +15,6 @@ using fuzz::Check;
 using std::chrono::milliseconds;
 using zem_connector::IsHostName;
 using zem_connector::host::ConnectorFile;
-using zem_connector::host::OperationSettings;
-using zem_connector::host::ProxySettings;
 using Warnings = std::vector<std::string>;
 
 constexpr milliseconds kTenMinutes{10 * 60 * 1000};
@@ -40,7 +38,7 @@ bool HasControlCharacter(const std::string& text) {
     return false;
 }
 
-void CheckProxy(const ProxySettings& proxy) {
+void CheckProxy(const zem_connector::host::ProxySettings& proxy) {
     Check(IsHostName(proxy.host) && proxy.port != 0, "a proxy has a host and a port");
     Check(proxy.user.empty() == proxy.password.empty(), "a user has a password");
     Check(proxy.user.size() <= 255 && proxy.password.size() <= 255,
@@ -48,7 +46,7 @@ void CheckProxy(const ProxySettings& proxy) {
     Check(!HasControlCharacter(proxy.user + proxy.password), "credentials are one line");
 }
 
-void CheckOperation(const OperationSettings& operation) {
+void CheckOperation(const zem_connector::host::OperationSettings& operation) {
     if (operation.tls) {
         Check(operation.tls->trustAnchors.rfind('/', 0) == 0,
               "trust anchors have an absolute path");

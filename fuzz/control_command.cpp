@@ -8,10 +8,9 @@
 
 using fuzz::Check;
 using simulator::page::CommandTarget;
-using simulator::page::ControlCommand;
 
 void fuzz::TryInput(std::string_view input) {
-    ControlCommand command;
+    simulator::page::ControlCommand command;
     try {
         command = simulator::page::ParseControlCommand(std::string(input));
     } catch (const simulator::page::CommandError& error) {

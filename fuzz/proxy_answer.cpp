@@ -1,6 +1,5 @@
 // What a proxy answers. The first byte of an input tells the question (see ParserOf).
 
-#include <string>
 #include <string_view>
 #include <vector>
 

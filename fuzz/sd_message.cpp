@@ -1,8 +1,6 @@
 // Messages of service discovery: what stands behind the header.
 
-#include <algorithm>
 #include <string>
-#include <vector>
 
 #include <someip/wire/sd_message.h>
 

@@ -12,7 +12,6 @@
 
 namespace vintrel {
 
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 
@@ -129,7 +128,7 @@ protected:
         return mLog.Contains(level + (" BackendRequestHandler: " + text));
     }
 
-    CapturedLog mLog;
+    testing_support::CapturedLog mLog;
     SocketPair mPair;
     std::shared_ptr<VirtualTimeDispatcher> mDispatcher =
         std::make_shared<VirtualTimeDispatcher>("EventDispatcher", false);

@@ -12,7 +12,6 @@
 
 namespace vintrel {
 
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 using zem_connector::SessionStatus;
@@ -108,7 +107,7 @@ protected:
         return mLog.Contains(level + (" ZemConnectorFsm: " + text));
     }
 
-    CapturedLog mLog;
+    testing_support::CapturedLog mLog;
     Script mScript;
     ScriptedFactory mFactory{mScript};
     std::shared_ptr<VirtualTimeDispatcher> mDispatcher =

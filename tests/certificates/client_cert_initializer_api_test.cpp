@@ -11,7 +11,6 @@ namespace {
 
 using impl::ClientCertInitializerAPIImpl;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::string Text(const std::vector<std::uint8_t>& bytes) {
     return {bytes.begin(), bytes.end()};
@@ -47,7 +46,7 @@ TEST_F(ClientCertInitializerApiTest, RefusedArgumentsNeverReachTheStore) {
                                          "E get_root_cert_bundle: invalid trustStoreId: 'TIV'",
                                          "E InstallCertificate: srcKeyId is empty",
                                          "E InstallCertificate: destKeyId is empty"));
-    EXPECT_THAT(mLibrary.mCalls, IsEmpty());
+    EXPECT_THAT(mLibrary.mCalls, testing::IsEmpty());
 }
 
 TEST_F(ClientCertInitializerApiTest, ReadsComeFromTheStoreAndIdThatTheyName) {

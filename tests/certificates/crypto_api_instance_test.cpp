@@ -14,7 +14,6 @@ namespace vintrel {
 namespace {
 
 using orv::tee::ClientCertInitializerAPI;
-using testing::ElementsAre;
 
 class CryptoApiInstanceTest : public testing_support::ScriptedLibraryTest {
 protected:
@@ -47,7 +46,7 @@ TEST_F(CryptoApiInstanceTest, DestructionCleansUpAndLogsOnlyAFailure) {
     CapturedLog log;
     { CryptoApiInstance instance; }
     EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 1);
-    EXPECT_THAT(log.Lines(), ElementsAre("I Crypto API initialized successfully"));
+    EXPECT_THAT(log.Lines(), testing::ElementsAre("I Crypto API initialized successfully"));
 
     mLibrary.Script("cleanupCryptoLib", {1, 5});
     { CryptoApiInstance instance; }

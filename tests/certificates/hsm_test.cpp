@@ -12,7 +12,6 @@ using std::chrono::hours;
 using std::chrono::seconds;
 using std::chrono::system_clock;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr hours kYear{365 * 24};
 const system_clock::time_point kNow{seconds(1795248900)};  // 2026/11/21 08:15:00 UTC
@@ -74,7 +73,7 @@ TEST_F(HsmTest, NamesMatchByteForByte) {
 
 TEST_F(HsmTest, GenerateCsrTouchesThePendingKeyOnly) {
     CapturedLog log;
-    EXPECT_THAT(mHsm.GenerateCsr(""), IsEmpty());
+    EXPECT_THAT(mHsm.GenerateCsr(""), testing::IsEmpty());
     mLibrary.mCalls.clear();
     const std::vector<std::uint8_t> request = mHsm.GenerateCsr("VIN");
     EXPECT_EQ(std::string(request.begin(), request.end()), "request VIN:C003 0 TIV/TIV_CSR");

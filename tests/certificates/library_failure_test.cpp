@@ -15,8 +15,6 @@ namespace vintrel {
 namespace {
 
 using orv::tee::ClientCertInitializerAPI;
-using orv::tee::impl::ClientCertInitializerAPIImpl;
-using testing_support::kNull;
 using testing_support::Outcome;
 using Lines = std::vector<std::string>;
 
@@ -293,7 +291,7 @@ protected:
 
     void FailStep(const Operation& operation, const Stage& stage, const Step& step,
                   std::size_t number) {
-        for (const Outcome outcome : {Outcome{1, 0}, {1, 7}, {0, 7}, kNull}) {
+        for (const Outcome outcome : {Outcome{1, 0}, {1, 7}, {0, 7}, testing_support::kNull}) {
             if (outcome.mNullObject ? !step.mNull : outcome.mCode == 0 && step.mIsBare) {
                 continue;
             }
@@ -363,7 +361,7 @@ TEST_F(LibraryFailureTest, TheFacadeSaysWhichCheckCouldNotBeMade) {
 TEST_F(LibraryFailureTest, WhatOpensTheStoresFailsWithItsTextAndHoldsNothing) {
     const auto container = [] { return TiveGeneratorIf::Create()->ConstructContainer({1}); };
     const auto makeApi = [] {
-        return std::make_unique<ClientCertInitializerAPIImpl>() ? "made" : "";
+        return std::make_unique<orv::tee::impl::ClientCertInitializerAPIImpl>() ? "made" : "";
     };
     const auto makeValidator = [] {
         return std::make_unique<X509CryptoApiValidator>() ? "made" : "";

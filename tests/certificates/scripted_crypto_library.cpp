@@ -20,7 +20,6 @@ using orv::sec::crypto::common::ICertID;
 using orv::sec::crypto::common::IKeyID;
 using orv::sec::tive::AuxiliaryData;
 using orv::sec::tive::TIVEResultCode;
-using orv::sec::tive::processors::IAuxiliaryDataStapledEncoder;
 namespace operation = orv::sec::crypto::operation;
 namespace store = orv::sec::crypto::store;
 
@@ -216,7 +215,7 @@ class Provider : public ICryptoServiceProvider {
     }
 };
 
-class Encoder : public IAuxiliaryDataStapledEncoder {
+class Encoder : public orv::sec::tive::processors::IAuxiliaryDataStapledEncoder {
     ErrorOrObjectResult<TIVEResultCode, std::string> encode(
         const std::vector<std::uint8_t>& payload, const AuxiliaryData& auxiliary) override {
         return Answer<std::string, TIVEResultCode>(

@@ -10,10 +10,8 @@ namespace vintrel {
 
 namespace {
 
-using std::chrono::seconds;
 using std::chrono::system_clock;
 using testing::ElementsAre;
-using testing_support::kNull;
 
 constexpr std::int64_t kNow = 1795248900;  // 2026/11/21 08:15:00 UTC
 constexpr std::int64_t kYear = std::int64_t{365} * 86400;
@@ -21,7 +19,7 @@ constexpr std::int64_t kYear9999 = 253402300799;
 constexpr std::int64_t kYear0001 = -62135596800;
 
 system_clock::time_point At(std::int64_t time) {
-    return system_clock::time_point(seconds(time));
+    return system_clock::time_point(std::chrono::seconds(time));
 }
 
 class X509CryptoApiValidatorTest : public testing_support::ScriptedLibraryTest {
@@ -95,7 +93,7 @@ TEST_F(X509CryptoApiValidatorTest, PartsOfASecondAreCutOffTowardTheEpoch) {
 }
 
 TEST_F(X509CryptoApiValidatorTest, WithANullStoreTheChecksThatNeedItFail) {
-    mLibrary.Script("lookupTrustStore", kNull);
+    mLibrary.Script("lookupTrustStore", testing_support::kNull);
     mValidator = X509ValidatorIf::CreateX509Validator();
     EXPECT_EQ(mLibrary.Count("createTrustStore"), 0);
     CapturedLog log;

@@ -18,7 +18,6 @@ namespace {
 
 using fsm::EventDispatcher;
 using fsm::FsmEventData;
-using fsm::FsmStreamCommunicatorIf;
 using qel_logging::QELLogging;
 
 constexpr int kRounds = 100;
@@ -104,7 +103,7 @@ TEST_F(AllocationTest, AnAsynchronousEventTakesItsPayloadAndItsShareOfTheQueue) 
 TEST_F(AllocationTest, AReadTakesTheBufferThePayloadAndTheEventOfItsReport) {
     std::array<int, 2> ends{};
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    const auto communicator = FsmStreamCommunicatorIf::Create(ends[0], "Communicator");
+    const auto communicator = fsm::FsmStreamCommunicatorIf::Create(ends[0], "Communicator");
     ASSERT_TRUE(communicator->StartFsm(dispatcher, machine, 1));
     ASSERT_TRUE(communicator->SetupReadContinued(64));
     machine->onEvent = [](EventDispatcher& current) { current.TakeEventData(); };

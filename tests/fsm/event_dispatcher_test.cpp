@@ -38,10 +38,8 @@ namespace {
 
 using fsm::EventDispatcher;
 using posix::UniqueFd;
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::TracedData;
-using testing_support::VirtualTimeDispatcher;
 using Events = std::vector<RecorderFsm::Event>;
 
 /// A pipe with one byte in it: its read end is ready.
@@ -94,7 +92,7 @@ protected:
         machine->ConfigureIoDescriptor(ioDescriptor, EventDispatcher::kIoRead, true);
     }
 
-    CapturedLog log;
+    testing_support::CapturedLog log;
     ReadyPipe pipeA;
     ReadyPipe pipeB;
     std::shared_ptr<FailingDispatcher> dispatcher =
@@ -205,7 +203,7 @@ TEST_F(EventDispatcherTest, AFailedPollIsOneLineAndAnotherRound) {
 
 TEST(DispatcherWaitTest, PollWaitsForTheFirstEventAndWithoutOneWithoutLimit) {
     const ReadyPipe pipe;
-    const auto dispatcher = std::make_shared<VirtualTimeDispatcher>("Disp", false);
+    const auto dispatcher = std::make_shared<testing_support::VirtualTimeDispatcher>("Disp", false);
     const auto machine = std::make_shared<RecorderFsm>();
     machine->Start(dispatcher);
     dispatcher->AddIoDescriptor(machine, pipe.Reader(), 10);

@@ -12,9 +12,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
-using testing_support::TracedData;
 
 class QueueOnTestClock : public fsm::EventQueue {
 public:
@@ -45,7 +43,7 @@ protected:
         return ids;
     }
 
-    CapturedLog log;
+    testing_support::CapturedLog log;
     std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();
     QueueOnTestClock queue;
 };
@@ -111,7 +109,7 @@ TEST_F(EventQueueTest, ClearRemovesTheEarliestMatchOrAll) {
 
 TEST_F(EventQueueTest, ADestroyedPayloadMayComeBackToTheQueue) {
     for (int i = 0; i < 2; ++i) {
-        auto data = std::make_unique<TracedData>([this] {
+        auto data = std::make_unique<testing_support::TracedData>([this] {
             Raise(9);
             queue.ClearEvent(machine, 2, true);
         });

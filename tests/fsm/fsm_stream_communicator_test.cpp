@@ -22,10 +22,8 @@
 
 namespace {
 
-using fsm::FsmEventDataStreamCommunicator;
 using fsm::FsmStreamCommunicatorIf;
 using posix::UniqueFd;
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::VirtualTimeDispatcher;
 
@@ -44,7 +42,7 @@ protected:
         target->onEvent = [this](int eventId, int eventInfo) {
             EXPECT_EQ(eventId, 42);
             const auto data = dispatcher->TakeEventData();
-            const auto* read = dynamic_cast<FsmEventDataStreamCommunicator*>(data.get());
+            const auto* read = dynamic_cast<fsm::FsmEventDataStreamCommunicator*>(data.get());
             reports.emplace_back(
                 eventInfo,
                 read == nullptr ? "" : std::string(read->data.begin(), read->data.end()));
@@ -74,7 +72,7 @@ protected:
     }
     bool IsOpen(int descriptor) const { return fcntl(descriptor, F_GETFD) >= 0; }
 
-    CapturedLog log;
+    testing_support::CapturedLog log;
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("D", false);
     std::shared_ptr<RecorderFsm> target = std::make_shared<RecorderFsm>("Target");

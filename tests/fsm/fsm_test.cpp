@@ -13,7 +13,6 @@
 
 namespace {
 
-using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
 using testing_support::TracedData;
 using testing_support::VirtualTimeDispatcher;
@@ -21,7 +20,7 @@ using Lines = std::vector<std::string>;
 
 class FsmTest : public testing::Test {
 protected:
-    CapturedLog log;
+    testing_support::CapturedLog log;
     std::shared_ptr<VirtualTimeDispatcher> dispatcher =
         std::make_shared<VirtualTimeDispatcher>("Dispatcher", false);
     std::shared_ptr<RecorderFsm> machine = std::make_shared<RecorderFsm>();

@@ -2,7 +2,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "platform/ara_exec/notify_socket.h"
 #include "process/process_lifecycle_adapter_api_impl.h"

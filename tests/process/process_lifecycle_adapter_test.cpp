@@ -4,7 +4,6 @@
 #include <string>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include "process/process_lifecycle_adapter_impl.h"
@@ -13,7 +12,6 @@
 
 namespace {
 
-using process_lifecycle_adapter::ProcessLifecycleAdapterApiIf;
 using process_lifecycle_adapter::ProcessLifecycleAdapterImpl;
 using process_lifecycle_adapter::ProcessState;
 using testing::An;
@@ -23,7 +21,7 @@ using testing::Return;
 
 constexpr unsigned short kEndless = 65535;  ///< almost two hours
 
-class MockApi : public ProcessLifecycleAdapterApiIf {
+class MockApi : public process_lifecycle_adapter::ProcessLifecycleAdapterApiIf {
 public:
     MOCK_METHOD(void, Initialize, (const std::string&), (override));
     MOCK_METHOD(void, Initialize,

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <clampcontrolclient/clamp_control_client.h>
 

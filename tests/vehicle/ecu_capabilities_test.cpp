@@ -3,7 +3,6 @@
 
 #include <ara_log_host/sink.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "client/ecu_capabilities_if.h"
 #include "diagnosticinfo_host/diagnostic_info_server.h"
@@ -15,7 +14,6 @@
 
 namespace {
 
-using diagnosticinfo_host::DiagnosticInfoServer;
 using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
 using orv::tee::DiagnosticInfoServices;
 using testing_support::Gate;
@@ -66,7 +64,7 @@ protected:
     const testing_support::EnvironmentVariable mVariable{"SOMEIP_DEPLOYMENT",
                                                          mDirectory.File("Deployment.json")};
     testing_support::CapturedLog mLog;
-    DiagnosticInfoServer mServer;
+    diagnosticinfo_host::DiagnosticInfoServer mServer;
 };
 
 TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {

@@ -1,11 +1,9 @@
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "client/immobilizer_if.h"
 #include "testing/captured_log.h"
@@ -18,9 +16,7 @@ namespace vintrel {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing_support::EventRecorder;
 using vehicle_test::VehicleServices;
 
 class ImmobilizerTest : public ::testing::Test,
@@ -45,7 +41,7 @@ protected:
         return immobilizer;
     }
 
-    EventRecorder mEvents;
+    testing_support::EventRecorder mEvents;
     testing_support::CapturedLog mLog;
 };
 
@@ -65,7 +61,7 @@ TEST_F(ImmobilizerTest, TheVinIsHandedOnUnchanged) {
         mLog.Lines(),
         ::testing::IsSupersetOf({"I Immobilizer Client: Service connected",
                                  "I Immobilizer: Service Connection state changed to Connected"}));
-    EXPECT_THAT(mLog.Lines(), ::testing::Not(Contains(HasSubstr("WQUBAEXAMPLE00001"))));
+    EXPECT_THAT(mLog.Lines(), ::testing::Not(Contains(::testing::HasSubstr("WQUBAEXAMPLE00001"))));
 }
 
 TEST_F(ImmobilizerTest, EveryUselessAnswerIsAnEmptyVinAndOneErrorLine) {

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <vonta_socket/unix_stream_client_connector.h>
@@ -46,12 +45,9 @@ extern "C" int Wait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t
 
 namespace {
 
-using socks_rux::SocksTlsAlertClientImpl;
-using testing::NiceMock;
 using testing::Return;
 using testing_support::EventRecorder;
 using testing_support::Gate;
-using testing_support::kHangGuard;
 using tls_alert_if::ETlsAlertCode;
 using vonta_socket::StreamCommunicatorIf;
 using vonta_socket::UnixStreamClientConnector;
@@ -83,7 +79,7 @@ protected:
 
     testing_support::CapturedLog mLog;
     std::shared_ptr<MockSocksClient> mSocks = SharedSocksClient() =
-        std::make_shared<NiceMock<MockSocksClient>>();
+        std::make_shared<testing::NiceMock<MockSocksClient>>();
     MockClient mClient;
     vintrel::TlsAlerts mAlerts;
 };
@@ -171,7 +167,7 @@ protected:
     }
 
     void ExpectSubscriptions(std::size_t total) {
-        ASSERT_TRUE(mDaemon.WaitForSubscriptions(total, kHangGuard));
+        ASSERT_TRUE(mDaemon.WaitForSubscriptions(total, testing_support::kHangGuard));
     }
 
     testing_support::TemporaryDirectory mDirectory;
@@ -179,7 +175,7 @@ protected:
     vonta_socket::host::StreamServer mDaemon{mPath};
     EventRecorder mEvents;
     std::function<void()> mAtAlert;
-    std::optional<SocksTlsAlertClientImpl> mClient{
+    std::optional<socks_rux::SocksTlsAlertClientImpl> mClient{
         std::make_shared<UnixStreamClientConnector>(mPath, -1, "test")};
 };
 

@@ -3,7 +3,6 @@
 #include <optional>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <ara/com/find_service_handle.h>
 #include <ara/com/internal/proxy/event_receiver.h>
@@ -16,8 +15,6 @@
 namespace {
 
 using ac::com::cpp_binding::Event_cache_update_policy;
-using ara::com::FindServiceHandle;
-using ara::com::ServiceHandle;
 using ara::com::internal::proxy::EventReceiver;
 using testing_support::Gate;
 
@@ -32,7 +29,7 @@ protected:
         mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
         Gate found;
         mServer.Offer();
-        const FindServiceHandle search("test::Service", "1", [&](const auto& handles) {
+        const ara::com::FindServiceHandle search("test::Service", "1", [&](const auto& handles) {
             if (!handles.empty() && !mHandle) {
                 mHandle = handles.front();
                 found.Open();
@@ -77,7 +74,7 @@ protected:
     const testing_support::EnvironmentVariable mVariable{"SOMEIP_DEPLOYMENT",
                                                          mDirectory.File("Deployment.json")};
     someip::FieldServer mServer{Deployment()};
-    std::optional<ServiceHandle> mHandle;
+    std::optional<ara::com::ServiceHandle> mHandle;
     std::atomic<int> mLatest{-1};
     std::atomic<int> mHandled{-1};
 };

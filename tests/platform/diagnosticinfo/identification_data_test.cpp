@@ -1,7 +1,6 @@
 #include "diagnosticinfo_host/identification_data.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <someip/wire/deserializer.h>
 
@@ -13,7 +12,6 @@ using diagnosticinfo_host::IdentificationData;
 using orv::services::diagnosticinfo::DiagnosticInfo;
 using orv::services::diagnosticinfo::datatypes::DT_identificationData_struct;
 using someip::DeserializeError;
-using testing::ThrowsMessage;
 
 constexpr const char* kTooSmall =
     "Violation of [PRS_SOMEIP_00900]: Record length given by sender is too small. This is possibly "
@@ -135,7 +133,7 @@ class BrokenIdentificationData : public testing::TestWithParam<BrokenPayload> {}
 
 TEST_P(BrokenIdentificationData, NamesTheBrokenRule) {
     EXPECT_THAT([this] { Read(GetParam().hex); },
-                ThrowsMessage<DeserializeError>(GetParam().error));
+                testing::ThrowsMessage<DeserializeError>(GetParam().error));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -19,7 +19,6 @@
 namespace {
 
 using testing_support::kHangGuard;
-using vonta_socket::StreamProtocol;
 using vonta_socket::UnixStreamClientConnector;
 using vonta_socket::host::StreamServer;
 
@@ -33,7 +32,7 @@ protected:
 
     testing_support::TemporaryDirectory mDirectory;
     std::string mPath = mDirectory.File("alerts");
-    StreamProtocol mProtocol;
+    vonta_socket::StreamProtocol mProtocol;
 };
 
 TEST_F(StreamServerTest, AnAlertReachesEverySubscriber) {

@@ -19,7 +19,6 @@
 namespace {
 
 using posix::UniqueFd;
-using vonta_socket::StreamProtocol;
 using vonta_socket::UnixStreamClientConnector;
 
 constexpr int kNoTimeout = -1;
@@ -46,7 +45,7 @@ protected:
     UniqueFd mListener = vonta_socket::host::ListenOnPath(mPath);
     std::shared_ptr<vonta_socket::StreamCommunicatorIf> mConnection;
     UniqueFd mPeer;
-    StreamProtocol mProtocol;
+    vonta_socket::StreamProtocol mProtocol;
 };
 
 TEST_F(UnixStreamTest, StringsTravelWithABigEndianLength) {

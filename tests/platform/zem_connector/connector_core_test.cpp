@@ -77,11 +77,10 @@ TEST_F(ConnectorCoreTest, AFailedLookupGivesItsStatus) {
 }
 
 TEST(InterleaveFamilies, TakesThemInTurn) {
-    using boost::asio::ip::make_address;
     const auto lined = [](const std::vector<const char*>& texts) {
         Endpoints result;
         for (const char* text : texts) {
-            result.emplace_back(make_address(text), 1);
+            result.emplace_back(boost::asio::ip::make_address(text), 1);
         }
         return result;
     };

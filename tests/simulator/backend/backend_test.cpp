@@ -25,8 +25,6 @@ namespace simulator::backend {
 
 namespace {
 
-using domain::backend::proto::GenericErrorV2;
-using domain::backend::proto::QUBACOKoruVintrelRequestV1;
 using domain::backend::proto::QUBACTKoruCertificateResponseV2;
 using nlohmann::json;
 using ::testing::HasSubstr;
@@ -36,7 +34,6 @@ using testing_support::CertificateTraits;
 using testing_support::ChildProgram;
 using testing_support::Family;
 using testing_support::Identity;
-using testing_support::Key;
 using testing_support::MakeContainer;
 using testing_support::MakeKey;
 using testing_support::MakeRequest;
@@ -56,7 +53,7 @@ struct Response {
     }
 
     std::string Reason() const {
-        GenericErrorV2 error;
+        domain::backend::proto::GenericErrorV2 error;
         EXPECT_THAT(header, HasSubstr("Content-Type: application/GenericError_v2+proto\r\n"));
         EXPECT_TRUE(error.ParseFromString(body));
         EXPECT_FALSE(error.transaction_id().empty());
@@ -161,7 +158,7 @@ protected:
     }
 
     std::string Body(const std::string& container) {
-        QUBACOKoruVintrelRequestV1 request;
+        domain::backend::proto::QUBACOKoruVintrelRequestV1 request;
         request.set_activation_reason(7);
         request.set_csr_container(container);
         request.set_operationtypeid("an.operation");
@@ -198,7 +195,7 @@ protected:
     testing_support::TemporaryDirectory mDirectory;
     Family mFactory{"Factory", kCommonName};
     Family mProduct{"Product"};
-    Key mKey = MakeKey();
+    testing_support::Key mKey = MakeKey();
     std::optional<EnrolmentService> mService;
     std::optional<backend::Journal> mJournal;
     std::optional<Server> mServer;

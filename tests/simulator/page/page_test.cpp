@@ -8,7 +8,6 @@
 
 #include <boost/asio/io_context.hpp>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "simulator/page/child_process.h"
 #include "simulator/page/file_tail.h"

@@ -26,9 +26,7 @@
 
 namespace {
 
-using simulator::vehicle::CommandInterpreter;
 using simulator::vehicle::Options;
-using simulator::vehicle::Vehicle;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing_support::ChildProgram;
@@ -86,9 +84,9 @@ protected:
 
     testing_support::TemporaryDirectory mDirectory;
     const Options mOptions{OptionsFor({"--root", mDirectory.Path().c_str()})};
-    Vehicle mVehicle{mOptions};
+    simulator::vehicle::Vehicle mVehicle{mOptions};
     int mQuits{0};
-    CommandInterpreter mInterpreter{mVehicle, [this] { ++mQuits; }};
+    simulator::vehicle::CommandInterpreter mInterpreter{mVehicle, [this] { ++mQuits; }};
 };
 
 TEST_F(VehicleCommandTest, ConnectorCommandsReachTheConnectorsFile) {

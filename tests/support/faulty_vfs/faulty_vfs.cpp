@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <random>

@@ -3,7 +3,6 @@
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "logging/qel_logging.h"
 #include "testing/captured_log.h"
@@ -18,7 +17,6 @@ using namespace std::chrono_literals;
 using qel_logging::QELLogging;
 using testing_support::CapturedLog;
 using testing_support::RecorderFsm;
-using testing_support::TemporaryDirectory;
 using testing_support::VirtualTimeDispatcher;
 
 TEST(CapturedLogTest, HoldsTheLinesOfAllThreadsAndLevels) {
@@ -71,7 +69,7 @@ TEST(GateTest, HoldsUntilItIsOpenedAndCounts) {
 TEST(TemporaryDirectoryTest, GoesWithAllThatItHolds) {
     std::filesystem::path path;
     {
-        const TemporaryDirectory directory;
+        const testing_support::TemporaryDirectory directory;
         path = directory.Path();
         std::filesystem::create_directory(path / "inner");
         const std::string bytes("x\0\n", 3);

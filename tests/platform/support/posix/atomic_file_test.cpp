@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -15,7 +14,6 @@
 namespace {
 
 using posix::AtomicFileSettings;
-using posix::ExistingFile;
 using posix::WriteFileAtomically;
 using testing_support::ReadFile;
 using testing_support::WriteFile;
@@ -96,7 +94,7 @@ TEST_F(AtomicFileTest, WhatCannotBePutInPlaceIsRemoved) {
 
 TEST_F(AtomicFileTest, AFileThatIsKeptStaysAsItIs) {
     AtomicFileSettings settings;
-    settings.existing = ExistingFile::kIsKept;
+    settings.existing = posix::ExistingFile::kIsKept;
     EXPECT_TRUE(WriteFileAtomically(mPath, "first", settings));
     EXPECT_FALSE(WriteFileAtomically(mPath, "second", settings));
     EXPECT_EQ(ReadFile(mPath), "first");

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>

@@ -2,7 +2,6 @@
 #include <string>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <service_access/client_config.h>
 

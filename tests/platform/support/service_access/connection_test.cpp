@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <service_access/backoff.h>
 #include <service_access/connection.h>
@@ -23,9 +22,7 @@ namespace service_access {
 
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing_support::EventRecorder;
 using testing_support::Gate;
 using testing_support::kHangGuard;
 
@@ -72,7 +69,7 @@ protected:
 
     const testing_support::TemporaryDirectory mDirectory;
     const std::string mPath = mDirectory.File("access.sock");
-    EventRecorder mEvents;
+    testing_support::EventRecorder mEvents;
     Server mServer{mPath};
     ClientConfig mConfig;
 };
@@ -241,7 +238,7 @@ TEST_F(ConnectionTest, AQueryEndsInOneAnswerWhateverTheServerDoes) {
     EXPECT_EQ("200", mEvents.Wait(3).back());
     mServer.SetImmobilizerBody(std::string(mConfig.maxMessageBytes + 1, 'x'));
     connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_THAT(mEvents.Wait(4).back(), HasSubstr("body limit"));
+    EXPECT_THAT(mEvents.Wait(4).back(), ::testing::HasSubstr("body limit"));
     connection.Stop();
     EXPECT_EQ(4U, mEvents.Events().size());
 }

@@ -13,7 +13,6 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/websocket.hpp>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -32,7 +31,6 @@ namespace net = boost::asio;
 using posix::UniqueFd;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using testing_support::EventRecorder;
 using testing_support::kHangGuard;
 
@@ -146,7 +144,7 @@ TEST_F(HostileServerTest, AQueryFailsOnceWhateverComesBack) {
         Connection connection(mConfig);
         connection.Query("Immobilizer", "fields=5",
                          [&answers](const QueryResult& result) { answers.Add(result.failure); });
-        EXPECT_THAT(answers.Wait(1), ElementsAre(HasSubstr(failure)));
+        EXPECT_THAT(answers.Wait(1), ElementsAre(::testing::HasSubstr(failure)));
         connection.Stop();
         EXPECT_EQ(1U, answers.Events().size());
     }

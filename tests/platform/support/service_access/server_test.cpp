@@ -3,7 +3,6 @@
 #include <system_error>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -24,13 +23,12 @@ bool gEpollFails = false;
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using testing_support::Stream;
 
 class ServerTest : public ::testing::Test {
 protected:
     /// Sends `request` and returns all that comes back until the server hangs up.
     std::string Exchange(const std::string& request) const {
-        return Stream::ToPath(mPath).Send(request).ReadToEnd();
+        return testing_support::Stream::ToPath(mPath).Send(request).ReadToEnd();
     }
 
     std::string Get(const std::string& target) const {

@@ -1,13 +1,10 @@
 #include <stdexcept>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <someip/discovery/deployment.h>
 
 namespace {
-
-using testing::HasSubstr;
 
 constexpr const char* kService = R"({"name": "s", "serviceId": "0x4D01", "events":
     {"f": {"id": "0x8001", "eventgroup": 1}, "g": {"id": 32770, "eventgroup": "0x0002"}})";
@@ -76,7 +73,7 @@ TEST(Deployment, SaysWhatIsWrongWithAFile) {
             someip::ParseDeployment(broken.text);
             ADD_FAILURE() << broken.text;
         } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), HasSubstr(broken.problem)) << broken.text;
+            EXPECT_THAT(error.what(), testing::HasSubstr(broken.problem)) << broken.text;
         }
     }
     EXPECT_THROW(someip::ReadDeployment("/nonexistent/Deployment.json"), std::runtime_error);

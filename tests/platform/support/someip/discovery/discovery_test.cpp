@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <someip/discovery/provided_service.h>
 #include <someip/discovery/required_service.h>
@@ -10,7 +9,6 @@ namespace {
 using namespace std::chrono_literals;
 using someip::Endpoint;
 using someip::ProvidedService;
-using someip::ReceivedSdMessage;
 using someip::RequiredService;
 using someip::SdEntry;
 using someip::SdEntryType;
@@ -138,7 +136,7 @@ protected:
 
     Lines Hear(std::vector<SdEntry> entries, const Endpoint& sender, bool multicast = false,
                bool rebooted = false) {
-        ReceivedSdMessage message;
+        someip::ReceivedSdMessage message;
         message.content.entries = std::move(entries);
         message.sender = sender;
         message.multicast = multicast;

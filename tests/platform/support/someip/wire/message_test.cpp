@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <someip/wire/message.h>
 #include <someip/wire/sd_message.h>
@@ -9,7 +8,6 @@
 namespace {
 
 using someip::SdEntry;
-using someip::SdEntryType;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -86,7 +84,7 @@ constexpr const char* kTwoSubscribes =
 
 TEST(SdMessage, HasTheLayoutOfThePublicProtocol) {
     SdEntry subscribe;
-    subscribe.type = SdEntryType::kSubscribe;
+    subscribe.type = someip::SdEntryType::kSubscribe;
     subscribe.serviceId = 0x1234;
     subscribe.instanceId = 1;
     subscribe.majorVersion = 2;
