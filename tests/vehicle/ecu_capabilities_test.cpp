@@ -6,6 +6,7 @@
 
 #include "client/ecu_capabilities_if.h"
 #include "diagnosticinfo_host/diagnostic_info_server.h"
+#include "platform/support/someip/test_service.h"
 #include "testing/captured_log.h"
 #include "testing/environment.h"
 #include "testing/temporary_directory.h"
@@ -40,9 +41,9 @@ DT_identificationData_struct Address(std::uint16_t address) {
 class EcuCapabilitiesTest : public testing::Test {
 protected:
     EcuCapabilitiesTest() {
-        someip::Deployment deployment = mServer.Deployment();
-        deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
-        mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
+        mDirectory.Write(
+            "Deployment.json",
+            someip::FormatDeployment(test_service::ClientDeployment(mServer.Deployment())));
     }
 
     /// Publishes and waits until the line that reports the last value is there.

@@ -100,15 +100,6 @@ TEST_F(ImmobilizerTest, EveryUselessAnswerIsAnEmptyVinAndOneErrorLine) {
     expectFailure(status + "503");
 }
 
-TEST_F(ImmobilizerTest, ASilentServiceIsAnEmptyVinAfterTheTimeLimit) {
-    VehicleServices services(std::chrono::milliseconds(20));
-    services.Server().SetImmobilizerSilent();
-    const auto immobilizer = Connected(services);
-    EXPECT_TRUE(immobilizer->GetVin());
-    EXPECT_THAT(mEvents.Wait(2), ElementsAre("connected", "VIN "));
-    EXPECT_THAT(mLog.Lines(), Contains("E Immobilizer Client: ErrorCb: no answer in time"));
-}
-
 TEST_F(ImmobilizerTest, WithoutTheServiceNothingIsAskedAndNothingFollows) {
     VehicleServices services;
     services.Server().SetImmobilizerVin("V");

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 
 #include <service_access/server.h>
@@ -13,10 +12,10 @@ namespace vehicle_test {
 /// A server of the service access layer, and the configuration by which this process finds it.
 class VehicleServices {
 public:
-    explicit VehicleServices(std::chrono::milliseconds timeLimit = std::chrono::minutes(1)) {
-        const auto limit = std::to_string(timeLimit.count());
-        WriteConfig(R"({"socketPath":")" + SocketPath() + R"(","queryTimeLimitMs":)" + limit +
-                    R"(,"subscribeTimeLimitMs":)" + limit + R"(,"reconnectInitialMs":1})");
+    VehicleServices() {
+        WriteConfig(R"({"socketPath":")" + SocketPath() +
+                    R"(","queryTimeLimitMs":60000,"subscribeTimeLimitMs":60000,)"
+                    R"("reconnectInitialMs":1})");
     }
 
     void WriteConfig(const std::string& text) const { mDirectory.Write("ClientConfig.json", text); }

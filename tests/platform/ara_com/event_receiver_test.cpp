@@ -8,6 +8,7 @@
 #include <ara/com/internal/proxy/event_receiver.h>
 #include <someip/server/field_server.h>
 
+#include "platform/support/someip/test_service.h"
 #include "testing/environment.h"
 #include "testing/temporary_directory.h"
 #include "testing/waiting.h"
@@ -16,17 +17,15 @@ namespace {
 
 using ac::com::cpp_binding::Event_cache_update_policy;
 using ara::com::internal::proxy::EventReceiver;
+using test_service::kFieldId;
 using testing_support::Gate;
-
-constexpr std::uint16_t kFieldId = 0x8001;
 
 /// A receiver of a field of one byte, connected to a server.
 class EventReceiverTest : public testing::Test {
 protected:
     EventReceiverTest() {
-        someip::Deployment deployment = Deployment();
-        deployment.network.address = someip::LoopbackNetwork(someip::LoopbackEnd::kClient).address;
-        mDirectory.Write("Deployment.json", someip::FormatDeployment(deployment));
+        mDirectory.Write("Deployment.json",
+                         someip::FormatDeployment(test_service::ClientDeployment()));
         Gate found;
         mServer.Offer();
         const ara::com::FindServiceHandle search("test::Service", "1", [&](const auto& handles) {
@@ -36,14 +35,6 @@ protected:
             }
         });
         found.Pass();
-    }
-
-    static someip::Deployment Deployment() {
-        someip::ServiceDeployment service;
-        service.name = "test::Service";
-        service.serviceId = 0x1234;
-        service.events["field"] = {kFieldId, 1};
-        return {someip::LoopbackNetwork(someip::LoopbackEnd::kProvider), {service}};
     }
 
     /// A receiver whose handler fulfils `Await` when it has been called for that value.
@@ -73,7 +64,7 @@ protected:
     testing_support::TemporaryDirectory mDirectory;
     const testing_support::EnvironmentVariable mVariable{"SOMEIP_DEPLOYMENT",
                                                          mDirectory.File("Deployment.json")};
-    someip::FieldServer mServer{Deployment()};
+    someip::FieldServer mServer{test_service::ProviderDeployment()};
     std::optional<ara::com::ServiceHandle> mHandle;
     std::atomic<int> mLatest{-1};
     std::atomic<int> mHandled{-1};

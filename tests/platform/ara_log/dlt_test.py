@@ -8,8 +8,6 @@ import shutil
 import signal
 import subprocess
 import sys
-import tempfile
-import time
 import unittest
 import unittest.mock
 
@@ -31,11 +29,10 @@ def chosen(directory):
 
 
 @unittest.skipUnless(shutil.which("dlt-daemon"), "dlt-daemon is not installed: skipped")
-class DltTest(unittest.TestCase):
+class DltTest(unit_case.UnitCase):
     def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="vintrel-dlt-")
-        self.addCleanup(directory.cleanup)
-        self.directory = pathlib.Path(directory.name)
+        super().setUp()
+        self.directory = self.day.directory
         self.writer = self.start_writer()
 
     def popen(self, *command, **options):
@@ -69,7 +66,7 @@ class DltTest(unittest.TestCase):
             f"RingbufferMaxSize = 10000000\nRingbufferStepSize = 500000\n"
             f"PersistanceStoragePath = {self.directory}\nTimeOutOnSend = 4\n")
         daemon = self.popen("dlt-daemon", "-c", configuration, "-t", self.directory)
-        self.wait_for("listening daemon", lambda: self.tool("dlt-control", "-j").returncode == 0)
+        self.day.wait_for("listening daemon", lambda: self.tool("dlt-control", "-j").returncode == 0)
         self.popen("stdbuf", "-oL", "dlt-receive", "-a", HOST, stdout=self.open("received"))
         return daemon
 
@@ -78,13 +75,6 @@ class DltTest(unittest.TestCase):
 
     def set_level(self, level):
         self.tool("dlt-control", "-a", "VT", "-c", "MAIN", "-l", str(LEVELS.index(level) + 1))
-
-    def wait_for(self, what, condition):
-        deadline = time.monotonic() + LIMIT
-        while not (result := condition()):
-            self.assertLess(time.monotonic(), deadline, f"not seen: {what}")
-            time.sleep(0.05)
-        return result
 
     def messages(self):
         """Level and text of each message of our context."""
@@ -100,21 +90,21 @@ class DltTest(unittest.TestCase):
     def test_lines_have_ids_and_levels_and_the_level_follows_the_daemon(self):
         self.log("warn", "before the daemon")
         self.start_daemon()
-        self.wait_for("the kept line", lambda: self.messages() == [("warn", "before the daemon")])
+        self.day.wait_for("the kept line", lambda: self.messages() == [("warn", "before the daemon")])
         self.set_level("verbose")
-        self.wait_for("the level", lambda: self.log("verbose", count=0) == "enabled")
+        self.day.wait_for("the level", lambda: self.log("verbose", count=0) == "enabled")
         long = "ä" * 1500
         for level in LEVELS:
             self.log(level, f"as {level} \x1b[2K")
         self.log("info", long)
         pieces = [("info", "ä" * 512), ("info", "ä" * 512), ("info", "ä" * 476)]
-        self.wait_for("all lines", lambda: self.messages()[1:] == [
+        self.day.wait_for("all lines", lambda: self.messages()[1:] == [
             (level, rf"as {level} \x1b[2K") for level in LEVELS] + pieces)
         self.set_level("error")
-        self.wait_for("the level", lambda: self.log("verbose", count=0) == "disabled")
+        self.day.wait_for("the level", lambda: self.log("verbose", count=0) == "disabled")
         self.log("warn", "for the console only")
         self.log("error", "for both")
-        self.wait_for("the last line", lambda: self.messages()[-1] == ("error", "for both"))
+        self.day.wait_for("the last line", lambda: self.messages()[-1] == ("error", "for both"))
         self.assert_exits_at_once()
         self.assertNotIn(("warn", "for the console only"), self.messages())
         console = (self.directory / "console").read_text()
@@ -124,7 +114,7 @@ class DltTest(unittest.TestCase):
     def test_a_daemon_that_hangs_or_dies_holds_nobody_up(self):
         daemon = self.start_daemon()
         self.log("info", "first")
-        self.wait_for("a message", self.messages)
+        self.day.wait_for("a message", self.messages)
         daemon.send_signal(signal.SIGSTOP)
         # More than the daemon's pipe and the library's memory hold.
         self.assertEqual(self.log("info", "x" * 500, 3000), "enabled")

@@ -195,12 +195,8 @@ std::vector<RefusalCase> Refusals() {
              t.notAfter = now - day;
          }),
          kCertificate, "certificate has expired"},
-        {"NotYetValid", issued([&](auto& t) { t.notBefore = now + day; }), kCertificate,
-         "certificate is not yet valid"},
         {"NotForServers", issued([](auto& t) { t.extendedKeyUsage = "clientAuth"; }), kCertificate,
          "certificate purpose"},
-        {"BrokenSignature", issued([](auto& t) { t.hasBrokenSignature = true; }), kCertificate,
-         "certificate signature failure"},
         {"Untrusted", EchoBy(SelfSigned(ServerFamily::Traits("DNS:backend.test"))), kCertificate,
          "self-signed certificate"},
         {"OldVersionOnly", EchoBy(family.server, TLS1_1_VERSION), kHandshake, "protocol version"},

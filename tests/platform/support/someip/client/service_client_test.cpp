@@ -9,6 +9,7 @@
 #include <someip/server/field_server.h>
 #include <someip/wire/message.h>
 
+#include "platform/support/someip/test_service.h"
 #include "testing/captured_log.h"
 #include "testing/event_recorder.h"
 #include "testing/temporary_directory.h"
@@ -18,30 +19,13 @@ namespace {
 using namespace std::chrono_literals;
 using someip::Deployment;
 using someip::FieldServer;
-using someip::LoopbackEnd;
 using someip::ServiceClient;
+using test_service::ClientDeployment;
+using test_service::kFieldId;
+using test_service::ProviderDeployment;
 using testing_support::EventRecorder;
 using testing_support::Gate;
 using Bytes = someip::Bytes;
-
-constexpr std::uint16_t kFieldId = 0x8001;
-
-/// With times to live that no test sees the end of.
-Deployment ProviderDeployment() {
-    someip::ServiceDeployment service;
-    service.name = "test::Service";
-    service.serviceId = 0x1234;
-    service.events["field"] = {kFieldId, 1};
-    someip::NetworkDeployment network = someip::LoopbackNetwork(LoopbackEnd::kProvider);
-    network.timing.ttl = 1h;
-    return {network, {service}};
-}
-
-Deployment ClientDeployment() {
-    Deployment deployment = ProviderDeployment();
-    deployment.network.address = someip::LoopbackNetwork(LoopbackEnd::kClient).address;
-    return deployment;
-}
 
 /// Passes over repetitions, which a field's initial value may have.
 void AwaitValue(EventRecorder& values, const std::string& wanted) {
