@@ -106,7 +106,10 @@ void ClientLife::DriveTo(const std::string& target) {
         Deliver("connection 3");
         for (; mRetriesBefore > 0; --mRetriesBefore) {
             Happen("VIN");
-            FailAttempt();
+            Happen("response 2");
+            if (const auto delay = dispatcher->NextDelay()) {
+                dispatcher->AdvanceBy(*delay);
+            }
         }
     }
 }
@@ -157,13 +160,6 @@ void ClientLife::DeliverOwn(const Trigger& trigger) {
     dispatcher->DeliverNext();
 }
 
-void ClientLife::FailAttempt() {
-    Happen("response 2");
-    if (const auto delay = dispatcher->NextDelay()) {
-        dispatcher->AdvanceBy(*delay);
-    }
-}
-
 void ClientLife::Mark() {
     log.Clear();
     unit.calls.clear();
@@ -198,14 +194,8 @@ std::vector<std::string> ClientLife::OwnLines() const {
     return lines;
 }
 
-std::vector<std::string> ClientLife::Entered() const {
-    std::vector<std::string> states;
-    for (const std::string& text : log.Lines('I')) {
-        if (StartsWith(text, kOwnPrefix + kTransition)) {
-            states.push_back(text.substr(kOwnPrefix.size() + kTransition.size()));
-        }
-    }
-    return states;
+std::size_t ClientLife::Entered() const {
+    return log.Count(kOwnPrefix + kTransition);
 }
 
 std::vector<std::string> ClientLife::Story() const {

@@ -45,8 +45,8 @@ public:
     bool WasPending(const std::string& event) const;
     /// What was to be seen since the mark, as a case of the table states it.
     std::vector<std::string> Story() const;
-    /// The states that were entered since the mark.
-    std::vector<std::string> Entered() const;
+    /// How many states were entered since the mark.
+    std::size_t Entered() const;
     /// The machine's own lines since the mark, "I text" by level.
     std::vector<std::string> OwnLines() const;
 
@@ -67,8 +67,6 @@ private:
 
     void DriveTo(const std::string& target);
     void GoOn(const std::string& target);
-    /// An exchange that fails, up to the VIN query of its retry.
-    void FailAttempt();
 
     void DeliverOwn(const client_table::Trigger& trigger);
 

@@ -33,7 +33,7 @@ TEST_P(TransitionTableTest, Case) {
                  });
     EXPECT_EQ(life.Story(), story);
     EXPECT_EQ(life.State(), one.to);
-    EXPECT_EQ(life.Entered().size(), one.to == one.state ? 0U : 1U);
+    EXPECT_EQ(life.Entered(), one.to == one.state ? 0U : 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Client, TransitionTableTest, testing::ValuesIn(Cases()),
