@@ -1,12 +1,11 @@
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <openssl/cms.h>
-#include <openssl/err.h>
-#include <stdlib.h>
+#include <openssl/x509.h>
 
 #include <orv/sec/crypto/crypto_lib.h>
 #include <orv/sec/tive/factories/signed_container_factory.h>
@@ -15,6 +14,8 @@
 #include "client_store/client_store.h"
 #include "key_hardware/key_hardware.h"
 #include "orv_sec_crypto/store_administration.h"
+#include "simulator/backend/container.h"
+#include "simulator/backend/refusal.h"
 #include "testing/captured_log.h"
 #include "testing/temporary_directory.h"
 
@@ -37,7 +38,7 @@ std::vector<std::uint8_t> Bytes(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-/// The library on a provisioned store; what comes out is judged by the openssl program.
+/// The library on a provisioned store; what comes out is opened as a backend opens it.
 class SignedContainerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -46,7 +47,6 @@ protected:
                                                       mAdministration));
         ProvisionAndOpen(
             testing_support::PemOf({mFactory.leaf, mFactory.intermediate, mFactory.root}));
-        Write("root.pem", mFactory.root.Pem());
     }
 
     ~SignedContainerTest() override { crypto::cleanupCryptoLib(); }
@@ -79,51 +79,28 @@ protected:
         return encoder == nullptr ? "" : encoder->encode(Bytes(payload), auxiliaryData).GetObject();
     }
 
-    void Write(const std::string& name, const std::string& text) { mDirectory.Write(name, text); }
-
-    /// Whether the openssl program succeeds; its output is in the file "output".
-    bool OpenSsl(const std::string& arguments) {
-        const std::string command = "cd " + mDirectory.Path().string() + " && openssl " +
-                                    arguments + " >output 2>errors </dev/null";
-        return std::system(command.c_str()) == 0;
-    }
-
-    bool Verify(const std::string& container) {
-        Write("container.pem", container);
-        return OpenSsl("cms -verify -binary -inform PEM -in container.pem -CAfile root.pem");
-    }
-
-    std::string Output() { return mDirectory.Read("output"); }
-
-    /// Whether the DER verifies against the factory root, as the openssl program does it. Then its
-    /// content must be the payload and its signer the factory's leaf.
-    bool Accepts(const std::string& container, const std::string& payload) {
-        const auto* position = reinterpret_cast<const unsigned char*>(container.data());
-        const std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
-            d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(container.size())),
-            CMS_ContentInfo_free);
-        const std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> roots(X509_STORE_new(),
-                                                                            X509_STORE_free);
-        X509_STORE_add_cert(roots.get(), mFactory.root.certificate.get());
-        const std::unique_ptr<BIO, decltype(&BIO_free)> output(BIO_new(BIO_s_mem()), BIO_free);
-        const bool accepted = cms != nullptr && CMS_verify(cms.get(), nullptr, roots.get(), nullptr,
-                                                           output.get(), CMS_BINARY) == 1;
-        ERR_clear_error();
-        if (accepted) {
-            char* text = nullptr;
-            const long size = BIO_get_mem_data(output.get(), &text);
-            EXPECT_EQ(std::string(text, static_cast<std::size_t>(size)), payload);
-            STACK_OF(X509)* signers = CMS_get0_signers(cms.get());
-            EXPECT_EQ(X509_cmp(sk_X509_value(signers, 0), mFactory.leaf.certificate.get()), 0);
-            sk_X509_free(signers);
+    /// Whether the backend accepts it. Then its content must be the payload and its signer the
+    /// factory's leaf.
+    bool Accepts(const std::string& container, const std::string& payload = "payload") {
+        try {
+            const auto opened = simulator::backend::OpenContainer(
+                container, *mFactory.root.certificate, std::chrono::system_clock::now());
+            EXPECT_EQ(opened.payload, payload);
+            EXPECT_EQ(X509_cmp(opened.signer.get(), mFactory.leaf.certificate.get()), 0);
+            return true;
+        } catch (const simulator::backend::Refusal&) {
+            return false;
         }
-        return accepted;
     }
 
+    /// As the openssl program prints it.
     std::string Structure(const std::string& container) {
-        Write("container.pem", container);
-        EXPECT_TRUE(OpenSsl("cms -cmsout -print -noout -inform PEM -in container.pem"));
-        return Output();
+        mDirectory.Write("container.pem", container);
+        const std::string command = "cd " + mDirectory.Path().string() +
+                                    " && openssl cms -cmsout -print -noout -inform PEM "
+                                    "-in container.pem >output";
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return mDirectory.Read("output");
     }
 
     testing_support::CapturedLog mLog;
@@ -146,10 +123,7 @@ TEST_F(SignedContainerTest, AnyPayloadComesOutAsItWentIn) {
     ASSERT_FALSE(csr.empty());
     for (const std::string& payload :
          {std::string(csr.begin(), csr.end()), binary, std::string(), std::string(100000, 'x')}) {
-        const std::string container = Container(payload);
-        EXPECT_EQ(container.find("-----BEGIN CMS-----\n"), 0U);
-        EXPECT_TRUE(Verify(container));
-        EXPECT_EQ(Output(), payload);
+        EXPECT_TRUE(Accepts(Container(payload), payload));
     }
 }
 
@@ -162,32 +136,22 @@ protected:
 };
 
 TEST_F(TokenContainerTest, ABaseKeyInATokenSigns) {
-    EXPECT_TRUE(Verify(Container("payload")));
-    EXPECT_EQ(Output(), "payload");
+    EXPECT_TRUE(Accepts(Container("payload")));
 }
 
 TEST_F(SignedContainerTest, ATamperedByteIsRefusedOrChangesNeitherContentNorSigner) {
-    const std::string payload = "the request of this unit";
-    Write("container.pem", Container(payload));
-    ASSERT_TRUE(OpenSsl("cms -cmsout -outform DER -inform PEM -in container.pem"));
-    const std::string container = Output();
-    ASSERT_TRUE(Accepts(container, payload));
+    const std::string container = Container("payload");
     std::size_t accepted = 0;
     for (std::size_t position = 0; position < container.size(); ++position) {
-        for (const int mask : {0x01, 0x20, 0x80}) {
+        for (const char other : {'A', '/'}) {
             SCOPED_TRACE(position);
             std::string tampered = container;
-            tampered[position] = static_cast<char>(tampered[position] ^ mask);
-            accepted += Accepts(tampered, payload) ? 1 : 0;
+            tampered[position] = other;
+            accepted += tampered != container && Accepts(tampered) ? 1 : 0;
         }
     }
     // What no signature covers, as versions and names of algorithms, or the case of a name.
     EXPECT_LT(accepted, container.size() / 10);
-}
-
-TEST_F(SignedContainerTest, AForeignRootRefusesTheContainer) {
-    Write("root.pem", Family("Other").root.Pem());
-    EXPECT_FALSE(Verify(Container("payload")));
 }
 
 TEST_F(SignedContainerTest, TheRootTravelsOnlyWhenAskedFor) {
@@ -213,7 +177,7 @@ TEST_F(SignedContainerTest, AuxiliaryDataAreUnderTheSignature) {
     const std::string structure = Structure(container);
     EXPECT_THAT(structure, HasSubstr("2.25.106826358219730466423587016219460152937"));
     EXPECT_THAT(structure, HasSubstr("for people"));
-    EXPECT_TRUE(Verify(container));
+    EXPECT_TRUE(Accepts(container));
     EXPECT_THAT(Structure(Container("payload")), Not(HasSubstr("2.25.")));
 }
 
