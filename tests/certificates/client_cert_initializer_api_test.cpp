@@ -46,41 +46,8 @@ TEST_F(ClientCertInitializerApiTest, RefusedArgumentsNeverReachTheStore) {
                                          "E get_root_cert_bundle: invalid trustStoreId: 'TIV'",
                                          "E InstallCertificate: srcKeyId is empty",
                                          "E InstallCertificate: destKeyId is empty"));
-    EXPECT_THAT(mLibrary.mCalls, testing::IsEmpty());
-}
-
-TEST_F(ClientCertInitializerApiTest, ReadsComeFromTheStoreAndIdThatTheyName) {
-    EXPECT_EQ(mApi->get_client_cert("TIV"), "chain of TIV/TIV");
-    EXPECT_EQ(mApi->get_client_cert("BASE"), "chain of KORU/ECU_BASE_CERT");
-    EXPECT_EQ(mApi->get_public_key("TIV"), "public key of TIV/TIV");
-    EXPECT_EQ(mApi->get_public_key("TIV_CSR"), "public key of TIV/TIV_CSR");
-    EXPECT_EQ(mApi->get_root_cert_bundle("KORU"), "certificate of KORU/PRODUCT_PKI_ROOT_CERT");
-    EXPECT_EQ(Text(mApi->generate_csr("NAME", "TIV_CSR")), "request NAME 0 TIV/TIV_CSR");
-    EXPECT_EQ(Text(mApi->generate_signature("TIV", {'c'}, "whatever")), "c signed by TIV/TIV");
     EXPECT_EQ(mApi->get_koru_vin(), "");
-}
-
-TEST_F(ClientCertInitializerApiTest, GeneratingReplacesAnExistingKey) {
-    EXPECT_EQ(mApi->generate_private_key("TIV_CSR"), MockTeeError::kSuccess);
-    mLibrary.mKeyPairs = {"TIV/TIV_CSR"};
-    CapturedLog log;
-    EXPECT_EQ(mApi->generate_private_key("TIV_CSR"), MockTeeError::kSuccess);
-    EXPECT_THAT(mLibrary.mCalls,
-                ElementsAre("makeKeyId TIV/TIV_CSR", "checkKeyId TIV/TIV_CSR",
-                            "generateKeyPair TIV/TIV_CSR 2", "makeKeyId TIV/TIV_CSR",
-                            "checkKeyId TIV/TIV_CSR", "deleteKeyPair TIV/TIV_CSR",
-                            "generateKeyPair TIV/TIV_CSR 2"));
-    EXPECT_THAT(log.Lines(),
-                ElementsAre("I generate_private_key: key ID already exists, deleting"));
-}
-
-TEST_F(ClientCertInitializerApiTest, InstallingStoresTheChainBeforeItTouchesTheAcceptedKey) {
-    EXPECT_EQ(mApi->set_client_cert_and_move_key("chain", "TIV_CSR", "TIV"),
-              MockTeeError::kSuccess);
-    EXPECT_THAT(mLibrary.mCalls,
-                ElementsAre("makeKeyId TIV/TIV_CSR", "storeCertificateForKeyPair TIV/TIV_CSR chain",
-                            "makeKeyId TIV/TIV", "deleteKeyPair TIV/TIV",
-                            "moveKeyPair TIV/TIV_CSR TIV/TIV"));
+    EXPECT_THAT(mLibrary.mCalls, testing::IsEmpty());
 }
 
 TEST_F(ClientCertInitializerApiTest, ClearingWithNothingToClearIsASuccess) {

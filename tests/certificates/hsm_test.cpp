@@ -39,23 +39,6 @@ protected:
     Hsm mHsm{[] { return kNow; }};
 };
 
-TEST_F(HsmTest, ASoundStoredCertificateIsOk) {
-    CapturedLog log;
-    EXPECT_EQ(mHsm.CheckTrustStoreTivValidity("VIN"), StatusCode::Ok);
-    const std::string prefix = "I X509CryptoApiValidator: ";
-    EXPECT_THAT(
-        log.Lines(),
-        ElementsAre("I CN derived from the VIN: VIN:C003", "I CN from the Certificate: VIN:C003",
-                    "I The CN from the Certificate and the CN derived from VIN match",
-                    "I CheckCertificatePublicKey: The Certificate and the Key match",
-                    "I VerifySignature: verification succeeded",
-                    "D CheckTrustStoreTivValidity: Signature verification passed",
-                    prefix + "Current system time is 2026/11/21 08:15:00 UTC",
-                    prefix + "The TIV Certificate is valid from 2026/11/21 08:15:00 UTC",
-                    prefix + "The TIV Certificate expires at 2027/11/21 08:15:00 UTC",
-                    "I The Certificate is currently valid"));
-}
-
 TEST_F(HsmTest, NamesMatchByteForByte) {
     for (const std::string name : {"VIN:C003 ", "vin:C003", "VIN:C0030", ":C003", "VIN"}) {
         SetCommonName(name);
@@ -65,24 +48,13 @@ TEST_F(HsmTest, NamesMatchByteForByte) {
         EXPECT_EQ(log.Lines().back(),
                   "I The CN from the Certificate and the CN derived from VIN do not match");
     }
+    CapturedLog log;
+    EXPECT_TRUE(mHsm.GenerateCsr("").empty());
+    EXPECT_THAT(log.Lines(), ElementsAre("E Provided VIN is empty"));
     // No VIN can't be signed as a proof of possession; a received certificate needs no such proof.
     SetCommonName(":C003");
     EXPECT_EQ(mHsm.CheckTrustStoreTivValidity(""), StatusCode::KeyMismatch);
     EXPECT_FALSE(mHsm.CheckTivCertificate("received", ""));
-}
-
-TEST_F(HsmTest, GenerateCsrTouchesThePendingKeyOnly) {
-    CapturedLog log;
-    EXPECT_THAT(mHsm.GenerateCsr(""), testing::IsEmpty());
-    mLibrary.mCalls.clear();
-    const std::vector<std::uint8_t> request = mHsm.GenerateCsr("VIN");
-    EXPECT_EQ(std::string(request.begin(), request.end()), "request VIN:C003 0 TIV/TIV_CSR");
-    for (const std::string& call : mLibrary.mCalls) {
-        EXPECT_NE(call.find("TIV/TIV_CSR"), std::string::npos) << call;
-    }
-    EXPECT_THAT(log.Lines(),
-                ElementsAre("E Provided VIN is empty", "I The Keys were generated successfully",
-                            "I The CSR was generated successfully"));
 }
 
 TEST_F(HsmTest, TheVinIsWhatStandsBeforeTheFirstColonOfTheBaseCertificatesName) {

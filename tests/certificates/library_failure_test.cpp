@@ -23,11 +23,14 @@ constexpr std::chrono::hours kYear{365 * 24};
 
 /// A result: the operation goes on as if the call had succeeded.
 constexpr const char* kGoesOn = "goes on";
+const Lines kReplacing{"I generate_private_key: key ID already exists, deleting"};
+const Lines kRequested{"I The Keys were generated successfully",
+                       "I The CSR was generated successfully"};
 /// A result: the error number that belongs to the library's code.
 constexpr const char* kMapped = "mapped";
 
-/// A call of the library, and what the log tells of its failure behind the operation's name: "" for
-/// no line; after ": " comes the code.
+/// A call of the library with its arguments, and what the log tells of its failure behind the
+/// operation's name: "" for no line; after ": " comes the code.
 struct Step {
     std::string mCall;
     std::string mFailed;
@@ -37,14 +40,17 @@ struct Step {
     bool mIsBare = false;
 };
 
+std::string NameOf(const std::string& call) {
+    return call.substr(0, call.find(' '));
+}
 Step Object(const std::string& call) {
-    return {call, ": " + call + " failed: ", ": " + call + " returned null"};
+    return {call, ": " + NameOf(call) + " failed: ", ": " + NameOf(call) + " returned null"};
 }
 Step Bytes(const std::string& call, const std::string& empty = "") {
-    return {call, ": " + call + " failed: ", empty};
+    return {call, ": " + NameOf(call) + " failed: ", empty};
 }
 Step Date(const std::string& call) {
-    return {call, ": " + call + " failed: "};
+    return {call, ": " + NameOf(call) + " failed: "};
 }
 Step Bare(const std::string& call, const std::string& failed = "") {
     return {call, failed, std::nullopt, true};
@@ -66,6 +72,8 @@ struct Operation {
     std::function<std::string()> mRun;
     std::string mResult;
     Stages mStages;
+    /// What a success logs.
+    Lines mLogged = {};
     /// Whether it leaves the library alone after a failure.
     bool mStops = true;
     /// Whether the store "TIV" has to be made.
@@ -89,23 +97,23 @@ std::string Text(const std::vector<std::uint8_t>& bytes) {
 Stages GeneratePrivateKey(const std::string& failed, const Lines& thenFailed,
                           const std::string& passed, const Lines& thenPassed) {
     return {{"E generate_private_key",
-             {{"makeKeyId", ": makeKeyId failed: ", ": keyHandle is null"}},
+             {{"makeKeyId TIV/TIV_CSR", ": makeKeyId failed: ", ": keyHandle is null"}},
              failed,
              thenFailed},
             // Where the pair isn't seen, none is deleted.
-            {"", {Bare("checkKeyId")}, passed, thenPassed},
+            {"", {Bare("checkKeyId TIV/TIV_CSR")}, passed, thenPassed},
             {"I generate_private_key",
-             {Bare("deleteKeyPair", ": failed to delete existing keypair: ")},
+             {Bare("deleteKeyPair TIV/TIV_CSR", ": failed to delete existing keypair: ")},
              kGoesOn},
-            {"", {Bare("generateKeyPair")}, failed, thenFailed}};
+            {"", {Bare("generateKeyPair TIV/TIV_CSR 2")}, failed, thenFailed}};
 }
 
 Stages GenerateCsr() {
-    Stages stages = GeneratePrivateKey(
-        "", {"E Failed to generate the Keys!"}, "request VIN:C003 0 TIV/TIV_CSR",
-        {"I The Keys were generated successfully", "I The CSR was generated successfully"});
+    Stages stages = GeneratePrivateKey("", {"E Failed to generate the Keys!"},
+                                       "request VIN:C003 0 TIV/TIV_CSR", kRequested);
     stages.push_back({"E generate_csr",
-                      {Object("makeKeyId"), {"generateCsr", ": failed to generate CSR: ", ""}},
+                      {Object("makeKeyId TIV/TIV_CSR"),
+                       {"generateCsr VIN:C003 0 TIV/TIV_CSR", ": failed to generate CSR: ", ""}},
                       "",
                       {"E Generated CSR was empty!"}});
     return stages;
@@ -114,7 +122,8 @@ Stages GenerateCsr() {
 Stages GetKoruVin() {
     const Lines unreadable{"E GetKoruVin: Certificate parsing failed"};
     return {{"E get_client_cert",
-             {Object("makeKeyId"), Bytes("loadCertificateForKeyPair")},
+             {Object("makeKeyId KORU/ECU_BASE_CERT"),
+              Bytes("loadCertificateForKeyPair KORU/ECU_BASE_CERT")},
              "",
              unreadable},
             {"E SplitCertificateChain", {Bytes("splitCertificatesChain")}, "", unreadable},
@@ -125,41 +134,50 @@ Stages GetKoruVin() {
 }
 
 Stages Install(const std::string& failed) {
-    const auto makeKeyId = [](const std::string& id) {
-        return Step{"makeKeyId", ": makeKeyId for " + id + " failed: ",
+    const auto makeKeyId = [](const std::string& id, const std::string& path) {
+        return Step{"makeKeyId " + path, ": makeKeyId for " + id + " failed: ",
                     ": makeKeyId for " + id + " returned null"};
     };
     return {{"E InstallCertificate",
-             {makeKeyId("srcKeyId"),
-              Bare("storeCertificateForKeyPair", ": storeCertificateForKeyPair failed: "),
-              makeKeyId("destKeyId")},
+             {makeKeyId("srcKeyId", "TIV/TIV_CSR"),
+              Bare("storeCertificateForKeyPair TIV/TIV_CSR chain",
+                   ": storeCertificateForKeyPair failed: "),
+              makeKeyId("destKeyId", "TIV/TIV")},
              failed},
-            {"", {Bare("deleteKeyPair")}, kGoesOn},
-            {"", {Bare("moveKeyPair")}, failed}};
+            {"", {Bare("deleteKeyPair TIV/TIV")}, kGoesOn},
+            {"", {Bare("moveKeyPair TIV/TIV_CSR TIV/TIV")}, failed}};
 }
 
 Stages Clear(const std::string& failed) {
-    return {
-        {"E DeleteKeyPair", {{"makeKeyId", ": makeKeyId failed: ", ": keyHandle is null"}}, failed},
-        {"I DeleteKeyPair", {Bare("deleteKeyPair", ": failed to delete keypair: ")}, failed}};
+    return {{"E DeleteKeyPair",
+             {{"makeKeyId TIV/TIV", ": makeKeyId failed: ", ": keyHandle is null"}},
+             failed},
+            {"I DeleteKeyPair",
+             {Bare("deleteKeyPair TIV/TIV", ": failed to delete keypair: ")},
+             failed}};
 }
 
-Stages CheckStored() {
+/// With the pair whose public key the leaf must have.
+Stages CheckStored(const std::string& pair = "TIV/TIV") {
     const std::string none = Text(StatusCode::NoCertificate);
     const std::string name = Text(StatusCode::CommonNameMismatch);
     const std::string key = Text(StatusCode::KeyMismatch);
     const std::string path = Text(StatusCode::PathInvalid);
     const std::string noProof = "E CheckTrustStoreTivValidity: Signature verification failed";
     const std::vector<Step> storeTemp = {
-        {"makeCertId", ": makeCertId failed: ", ": makeCertId returned nullptr"},
-        Bare("storeCertificate", ": storeCertificate: ")};
-    const Step verify = Bare("verifyCertificate", ": verifyCertificate failed: ");
+        {"makeCertId TIV/TIV_TMP", ": makeCertId failed: ", ": makeCertId returned nullptr"},
+        Bare("storeCertificate TIV/TIV_TMP leaf", ": storeCertificate: ")};
+    const auto verify = [](const std::string& by) {
+        return Bare("verifyCertificate " + by, ": verifyCertificate failed: ");
+    };
     return {
-        {"E get_client_cert", {Object("makeKeyId"), Bytes("loadCertificateForKeyPair")}, none},
+        {"E get_client_cert",
+         {Object("makeKeyId TIV/TIV"), Bytes("loadCertificateForKeyPair TIV/TIV")},
+         none},
         {"E SplitCertificateChain", {Bytes("splitCertificatesChain")}, none},
         {"I GetCertificateCommonName", {Bytes("getCertificateIssuerCommonName")}, name},
         {"E get_public_key",
-         {Object("makeKeyId"), Bytes("loadPublicKey")},
+         {Object("makeKeyId " + pair), Bytes("loadPublicKey " + pair)},
          key,
          {"E CheckCertificatePublicKey: Invalid public key"}},
         {"E StoreTempCertificate",
@@ -167,11 +185,11 @@ Stages CheckStored() {
          key,
          {"E CheckCertificatePublicKey: StoreTempCertificate failed"}},
         {"E CheckCertificatePublicKey",
-         {Object("makeKeyId"),
-          Bytes("loadPublicKey", ": The Certificate and the Key do not match!")},
+         {Object("makeKeyId TIV/TIV_TMP"),
+          Bytes("loadPublicKey TIV/TIV_TMP", ": The Certificate and the Key do not match!")},
          key},
         {"E generate_signature",
-         {Object("makeKeyId"), Object("createDigitalSignature"), Bytes("sign")},
+         {Object("makeKeyId TIV/TIV"), Object("createDigitalSignature 0"), Bytes("sign VIN")},
          key,
          {"E VerifySignature: verification failed: 8", noProof}},
         {"E StoreTempCertificate",
@@ -179,15 +197,18 @@ Stages CheckStored() {
          key,
          {"E VerifySignature: StoreTempCertificate failed", noProof}},
         {"E VerifySignature",
-         {Object("makeKeyId"), Object("createDigitalSignature"),
-          Bare("verify", ": verification failed: ")},
+         {Object("makeKeyId TIV/TIV_TMP"), Object("createDigitalSignature 0"),
+          Bare("verify VIN signed by TIV/TIV over VIN by TIV/TIV_TMP", ": verification failed: ")},
          key,
          {noProof}},
         {"E get_root_cert_bundle",
-         {Object("makeCertId"), Bytes("loadCertificate")},
+         {Object("makeCertId KORU/PRODUCT_PKI_ROOT_CERT"),
+          Bytes("loadCertificate KORU/PRODUCT_PKI_ROOT_CERT")},
          path,
          {"E ValidateCertificatePath: provided root certificate is empty"}},
-        {"I ValidateCertificatePath", {verify, verify}, path},
+        {"I ValidateCertificatePath",
+         {verify("leaf by ca"), verify("ca by certificate of KORU/PRODUCT_PKI_ROOT_CERT")},
+         path},
         {"I CheckCertificateValidityTime",
          {Date("getCertificateNotBeforeDate"), Date("getCertificateNotAfterDate")},
          Text(StatusCode::ExpiresWithinYear)},
@@ -196,7 +217,7 @@ Stages CheckStored() {
 
 /// As above without the look at the store, the proof of possession and the dates.
 Stages CheckReceived() {
-    const Stages stored = CheckStored();
+    const Stages stored = CheckStored("TIV/TIV_CSR");
     Stages stages;
     for (const std::size_t index : {1, 2, 3, 4, 5, 9, 10}) {
         stages.push_back(stored[index]);
@@ -210,28 +231,28 @@ Stages Container() {
              {Object("createTrustStoreManager"), Object("lookupForKORUStore")},
              ""},
             {"E ConstructContainer",
-             {{"lookupTrustStore", "", ": createTrustStore returned null"}},
+             {{"lookupTrustStore TIV", "", ": createTrustStore returned null"}},
              kGoesOn},
-            {"E ConstructContainer", {Object("createTrustStore")}, ""},
+            {"E ConstructContainer", {Object("createTrustStore TIV")}, ""},
             {"E ConstructContainer",
-             {Object("makeKeyId"),
-              Object("CreateCertificateChainEncoder"),
-              {"encode",
+             {Object("makeKeyId KORU/ECU_BASE_CERT"),
+              Object("CreateCertificateChainEncoder 1 KORU/ECU_BASE_CERT false"),
+              {"encode \1||0||",
                ": TIVE container generation failed: ", ": empty TIVE container was returned"}},
              ""}};
 }
 
 Stages ApiConstruction() {
-    return {
-        {"!",
-         {{"createTrustStoreManager", " Failed to create TrustStoreManager",
-           " TrustStoreManager is null"}},
-         ""},
-        {"!", {{"lookupTrustStore", "", " ClientCertStore is null"}}, kGoesOn},
-        {"!",
-         {{"createTrustStore", " Failed to create ClientCertStore", " ClientCertStore is null"}},
-         ""},
-        {"!", {{"lookupForKORUStore", " KORUStore not found", " KORUStore is null"}}, ""}};
+    return {{"!",
+             {{"createTrustStoreManager", " Failed to create TrustStoreManager",
+               " TrustStoreManager is null"}},
+             ""},
+            {"!", {{"lookupTrustStore TIV", "", " ClientCertStore is null"}}, kGoesOn},
+            {"!",
+             {{"createTrustStore TIV", " Failed to create ClientCertStore",
+               " ClientCertStore is null"}},
+             ""},
+            {"!", {{"lookupForKORUStore", " KORUStore not found", " KORUStore is null"}}, ""}};
 }
 
 Stages ValidatorConstruction() {
@@ -241,8 +262,8 @@ Stages ValidatorConstruction() {
               {"createTrustStoreManager", " createTrustStoreManager failed",
                " createTrustStoreManager returned null"}},
              ""},
-            {"", {{"lookupTrustStore", ""}}, kGoesOn},
-            {"!", {{"createTrustStore", " Failed to create temporary trust store"}}, ""}};
+            {"", {{"lookupTrustStore TIV", ""}}, kGoesOn},
+            {"!", {{"createTrustStore TIV", " Failed to create temporary trust store"}}, ""}};
 }
 
 /// Lets each call of each operation fail in each way that the library can fail.
@@ -308,16 +329,18 @@ protected:
     }
 
     void Drive(const Operation& operation) {
-        EXPECT_EQ(Run(operation).mResult, operation.mResult);
+        const Trace good = Run(operation);
+        EXPECT_EQ(good.mResult, operation.mResult);
+        EXPECT_EQ(good.mLines, operation.mLogged);
         const Lines calls = mLibrary.mCalls;
         std::size_t number = 0;
         for (const Stage& stage : operation.mStages) {
             for (const Step& step : stage.mSteps) {
-                if (step.mCall == "createTrustStore" && !operation.mIsStoreMissing) {
+                if (NameOf(step.mCall) == "createTrustStore" && !operation.mIsStoreMissing) {
                     continue;
                 }
                 ASSERT_LT(number, calls.size());
-                ASSERT_EQ(calls[number].substr(0, calls[number].find(' ')), step.mCall);
+                ASSERT_EQ(calls[number], step.mCall);
                 SCOPED_TRACE(stage.mOperation + ", " + step.mCall);
                 FailStep(operation, stage, step, ++number);
             }
@@ -335,27 +358,47 @@ TEST_F(LibraryFailureTest, EveryFailureOfEveryCallHasItsLineAndIsNeverASuccess) 
         return Text(mApi->set_client_cert_and_move_key(chain, "TIV_CSR", "TIV"));
     };
     Drive({[this] { return Text(mApi->generate_private_key("TIV_CSR")); }, "0",
-           GeneratePrivateKey(kMapped, {}, "0", {})});
+           GeneratePrivateKey(kMapped, {}, "0", {}), kReplacing});
     Drive({[&] { return change("chain"); }, "0", Install(kMapped)});
     Drive({[&] { return change(""); }, "0", Clear("5")});
     Drive({[this] { return mValidator->EncodePemToDer("pem"); },
            "DER of pem",
-           {{"E EncodePemToDer", {Bytes("pemToDer")}, ""}}});
+           {{"E EncodePemToDer", {Bytes("pemToDer 0")}, ""}}});
 }
 
 TEST_F(LibraryFailureTest, TheFacadeSaysWhichCheckCouldNotBeMade) {
     const auto truth = [](bool failed) { return failed ? "true" : "false"; };
+    const auto with = [](Lines lines, const Lines& more) {
+        lines.insert(lines.end(), more.begin(), more.end());
+        return lines;
+    };
     Drive({[this] { return Text(mHsm.GenerateCsr("VIN")); }, "request VIN:C003 0 TIV/TIV_CSR",
-           GenerateCsr(), false});
-    Drive({[this] { return mHsm.GetKoruVin(); }, "VIN", GetKoruVin(), false});
+           GenerateCsr(), with(kReplacing, kRequested), false});
+    Drive({[this] { return mHsm.GetKoruVin(); },
+           "VIN",
+           GetKoruVin(),
+           {"I GetKoruVin: Returning VIN: 'VIN' from certificate common name: 'VIN:C003', "
+            "certificate ID: 'BASE'"},
+           false});
     Drive({[&] { return truth(mHsm.StoreTivCertificateToTrustStore("chain")); }, "false",
            Install("true")});
     Drive(
         {[&] { return truth(mHsm.DeleteTivCertificateFromTrustStore()); }, "false", Clear("true")});
+    const Lines received{"I CN derived from the VIN: VIN:C003",
+                         "I CN from the Certificate: VIN:C003",
+                         "I The CN from the Certificate and the CN derived from VIN match",
+                         "I CheckCertificatePublicKey: The Certificate and the Key match"};
     Drive({[&] { return truth(mHsm.CheckTivCertificate("leaf,ca", "VIN")); }, "false",
-           CheckReceived(), false});
+           CheckReceived(), received, false});
+    const std::string prefix = "I X509CryptoApiValidator: ";
+    const Lines stored{"I VerifySignature: verification succeeded",
+                       "D CheckTrustStoreTivValidity: Signature verification passed",
+                       prefix + "Current system time is 2026/11/21 08:15:00 UTC",
+                       prefix + "The TIV Certificate is valid from 1970/01/01 00:00:00 UTC",
+                       prefix + "The TIV Certificate expires at 2027/11/21 08:15:00 UTC",
+                       "I The Certificate is currently valid"};
     Drive({[this] { return Text(mHsm.CheckTrustStoreTivValidity("VIN")); }, Text(StatusCode::Ok),
-           CheckStored(), false});
+           CheckStored(), with(received, stored), false});
 }
 
 TEST_F(LibraryFailureTest, WhatOpensTheStoresFailsWithItsTextAndHoldsNothing) {
@@ -366,10 +409,12 @@ TEST_F(LibraryFailureTest, WhatOpensTheStoresFailsWithItsTextAndHoldsNothing) {
     const auto makeValidator = [] {
         return std::make_unique<X509CryptoApiValidator>() ? "made" : "";
     };
+    const Lines contained{"I TiveGenerator: The TIVE Container was created successfully"};
+    const Lines opened{"I ClientCertInitializerAPIImpl initialized succesfully."};
     for (const bool missing : {false, true}) {
-        Drive({container, "container", Container(), true, missing});
-        Drive({makeApi, "made", ApiConstruction(), true, missing});
-        Drive({makeValidator, "made", ValidatorConstruction(), true, missing});
+        Drive({container, "container", Container(), contained, true, missing});
+        Drive({makeApi, "made", ApiConstruction(), opened, true, missing});
+        Drive({makeValidator, "made", ValidatorConstruction(), {}, true, missing});
     }
 }
 

@@ -252,7 +252,7 @@ void ScriptedCryptoLibrary::FailCall(std::size_t call, Outcome outcome,
 }
 
 Outcome ScriptedCryptoLibrary::Enter(const std::string& operation, const std::string& arguments) {
-    mCalls.push_back(operation + " " + arguments);
+    mCalls.push_back(arguments.empty() ? operation : operation + " " + arguments);
     const int call = ++mCounts[operation];
     if (mCalls.size() == mFailingCall) {
         mReached();
