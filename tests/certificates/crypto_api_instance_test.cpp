@@ -15,43 +15,13 @@ namespace {
 
 using orv::tee::ClientCertInitializerAPI;
 
-class CryptoApiInstanceTest : public testing_support::ScriptedLibraryTest {
+class CryptoApiInstanceDeathTest : public testing_support::ScriptedLibraryTest {
 protected:
-    CryptoApiInstanceTest() {
+    CryptoApiInstanceDeathTest() {
         // Each of these processes starts afresh, with nothing of the library initialised.
         GTEST_FLAG_SET(death_test_style, "threadsafe");
     }
-
-    std::string ConstructionError() {
-        try {
-            CryptoApiInstance instance;
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "";
-    }
 };
-
-using CryptoApiInstanceDeathTest = CryptoApiInstanceTest;
-
-TEST_F(CryptoApiInstanceTest, ConstructionFailsWithoutALibraryAndCleansNothingUp) {
-    mLibrary.Script("initCryptoLib", {1, 0});
-    EXPECT_EQ(ConstructionError(), "Failed to initialize Crypto Library API");
-    mLibrary.Script("initCryptoLib", testing_support::kNull);
-    EXPECT_EQ(ConstructionError(), "initCryptoLib returned null");
-    EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 0);
-}
-
-TEST_F(CryptoApiInstanceTest, DestructionCleansUpAndLogsOnlyAFailure) {
-    CapturedLog log;
-    { CryptoApiInstance instance; }
-    EXPECT_EQ(mLibrary.Count("cleanupCryptoLib"), 1);
-    EXPECT_THAT(log.Lines(), testing::ElementsAre("I Crypto API initialized successfully"));
-
-    mLibrary.Script("cleanupCryptoLib", {1, 5});
-    { CryptoApiInstance instance; }
-    EXPECT_EQ(log.Lines().back(), "E Failed to cleanup Crypto Library API");
-}
 
 TEST_F(CryptoApiInstanceDeathTest, TheLibraryIsCleanedUpOnceAtExitAfterTheStoresButBeforeTheLog) {
     EXPECT_EXIT(

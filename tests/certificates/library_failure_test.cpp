@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "certificates/client_cert_initializer_api_impl.h"
+#include "certificates/crypto_api_instance.h"
 #include "certificates/hsm.h"
 #include "certificates/scripted_library_test.h"
 #include "certificates/tive_generator_fnd_tive.h"
@@ -266,6 +267,14 @@ Stages ValidatorConstruction() {
             {"!", {{"createTrustStore TIV", " Failed to create temporary trust store"}}, ""}};
 }
 
+Stages LibraryLifetime() {
+    return {{"!",
+             {{"initCryptoLib", " Failed to initialize Crypto Library API",
+               " initCryptoLib returned null"}},
+             ""},
+            {"E Failed", {Bare("cleanupCryptoLib", " to cleanup Crypto Library API")}, "made"}};
+}
+
 /// Lets each call of each operation fail in each way that the library can fail.
 class LibraryFailureTest : public testing_support::ScriptedLibraryTest {
 protected:
@@ -406,11 +415,13 @@ TEST_F(LibraryFailureTest, WhatOpensTheStoresFailsWithItsTextAndHoldsNothing) {
     const auto makeApi = [] {
         return std::make_unique<orv::tee::impl::ClientCertInitializerAPIImpl>() ? "made" : "";
     };
+    const auto makeInstance = [] { return std::make_unique<CryptoApiInstance>() ? "made" : ""; };
     const auto makeValidator = [] {
         return std::make_unique<X509CryptoApiValidator>() ? "made" : "";
     };
     const Lines contained{"I TiveGenerator: The TIVE Container was created successfully"};
     const Lines opened{"I ClientCertInitializerAPIImpl initialized succesfully."};
+    Drive({makeInstance, "made", LibraryLifetime(), {"I Crypto API initialized successfully"}});
     for (const bool missing : {false, true}) {
         Drive({container, "container", Container(), contained, true, missing});
         Drive({makeApi, "made", ApiConstruction(), opened, true, missing});

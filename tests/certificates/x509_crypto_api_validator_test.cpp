@@ -73,8 +73,6 @@ TEST_F(X509CryptoApiValidatorTest, ValidMeansNowAndForAYear) {
 
     EXPECT_EQ(judge(kYear9999, kYear9999).back(), notYet);
     EXPECT_EQ(judge(kYear0001, kYear0001).back(), ends);
-    EXPECT_THAT(judge(kNow - 10, kNow + 2 * kYear),
-                times("2026/11/21 08:14:50 UTC", "2028/11/20 08:15:00 UTC"));
     // Neither end is one that the clock reaches.
     const std::vector<std::string> wide = judge(kYear0001, kYear9999);
     EXPECT_EQ(wide.back(), valid);
