@@ -3,19 +3,16 @@
 wrote: scapy plays them, on loopback and between two network namespaces; tshark reads along."""
 
 import json
-import os
 import pathlib
-import queue
 import re
 import socket
 import subprocess
 import sys
-import tempfile
-import threading
-import time
-import unittest
 
 sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "end_to_end"))
+import unit_case  # noqa: E402
+import unit_day  # noqa: E402
 try:
     import someip_peer
     from someip_peer import EVENT, SD_PORT, SERVICE, UNTIL_REBOOT, record
@@ -23,90 +20,80 @@ except ImportError:
     print("scapy is not installed: skipped")
     sys.exit(0)
 
-BINARIES = pathlib.Path(sys.argv[1]).resolve()
 NAME = "orv::services::diagnosticinfo::DiagnosticInfo"
-LIMIT = someip_peer.LIMIT
 MARKER = b"the end of the capture"
 
 
 class Program:
-    """A program of ours; its lines come one by one."""
+    """A program of ours, which ends with its input; its lines come one by one."""
 
-    def __init__(self, test, command, environment=None):
-        self.log = tempfile.TemporaryFile(mode="w+")
-        self.process = subprocess.Popen(
-            [str(part) for part in command], text=True, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, stderr=self.log, env={**os.environ, **(environment or {})})
-        self.queue = queue.Queue()
-        self.reader = threading.Thread(target=self.read)
-        self.reader.start()
-        test.addCleanup(self.end)
+    def __init__(self, case, name, command):
+        self.day, self.name, self.lines_taken = case.day, name, 0
+        self.log = unit_day.Log(self.day.logs / f"{name}.log")
+        self.process = self.day.launch(name, [str(part) for part in command], self.log.path.name,
+                                       stdin=subprocess.PIPE)
+        case.addCleanup(self.end)
 
-    def read(self):
-        for line in self.process.stdout:
-            self.queue.put(line.strip())
+    def await_said(self, pattern, count=1):
+        """What it has written of this pattern, once that is so much."""
+        def found():
+            matches = re.findall(pattern, self.log.text(), re.MULTILINE)
+            return matches if len(matches) >= count else None
+        return self.day.wait_for(f"{count} times '{pattern}'", found)
 
     def line(self):
-        return self.queue.get(timeout=LIMIT)
+        self.lines_taken += 1
+        return self.await_said("^(?:up|down|value|ready|ok|error).*$",
+                               self.lines_taken)[self.lines_taken - 1]
 
     def ask(self, command):
-        self.process.stdin.write(command + "\n")
+        self.process.stdin.write(f"{command}\n".encode())
         self.process.stdin.flush()
         return self.line()
 
     def end(self):
         self.process.stdin.close()
-        if self.reader.is_alive() or not self.log.closed:
-            status = self.process.wait(LIMIT)
-            self.reader.join()
-            self.process.stdout.close()
-            print(f"ended with {status}:\n{self.said()}")
-            self.log.close()
+        if self.day.processes.pop(self.name, None):
+            status = self.process.wait(self.day.limit)
+            print(f"{self.name} ended with {status}:\n{self.log.text()}")
             assert status == 0, status
 
-    def said(self):
-        self.log.seek(0)
-        return self.log.read()
 
-    def await_said(self, pattern):
-        end = time.monotonic() + LIMIT
-        while not (found := re.findall(pattern, self.said())):
-            if time.monotonic() > end:
-                raise AssertionError(f"not said: {pattern}\n{self.said()}")
-            time.sleep(0.02)
-        return found
-
-
-class NetworkCase:
+class NetworkCase(unit_case.UnitCase):
     """On the network that a subclass names."""
 
     def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="vintrel-someip-")
-        self.addCleanup(directory.cleanup)
-        self.directory = pathlib.Path(directory.name)
+        super().setUp()
+        self.day.logs.mkdir()
+        self.programs = []
         self.network = self.network_type()
         self.addCleanup(self.network.close)
         self.peer = someip_peer.Peer(self.network)
         self.addCleanup(self.peer.close)
 
+    def start(self, name, command):
+        program = Program(self, name, [*self.network.command, *command])
+        self.programs.append(program)
+        return program
+
     def start_client(self, retry=2000):
-        deployment = self.directory / "Deployment.json"
+        deployment = self.day.directory / "Deployment.json"
         deployment.write_text(json.dumps({
             "address": self.network.own, "interface": self.network.interface,
             "serviceDiscovery": {"multicast": self.network.group, "ttl": 3600,
                                  "cyclicOfferDelayMs": 1000, "subscribeRetryMs": retry},
             "services": [{"name": NAME, "serviceId": SERVICE, "events": {
                 "identificationData": {"id": EVENT, "eventgroup": 1}}}]}))
-        client = Program(self, [*self.network.command, BINARIES / "peers-someip-client"],
-                         {"SOMEIP_DEPLOYMENT": str(deployment)})
+        client = self.start("client", ["env", f"SOMEIP_DEPLOYMENT={deployment}",
+                                       unit_case.binaries() / "peers-someip-client"])
         self.find = self.peer.hear("find", multicast=True)
         return client
 
     def start_vehicle(self):
-        vehicle = Program(self, [
-            *self.network.command, BINARIES / "vintrel-vehicle", "--stdin", "--root",
-            self.directory, "--someip-address", self.network.own, "--someip-unit-address",
-            self.network.peer, "--someip-multicast", self.network.group, "--ecu-sw", "SW-1"])
+        vehicle = self.start("vehicle", [
+            unit_case.binaries() / "vintrel-vehicle", "--stdin", "--root", self.day.directory,
+            "--someip-address", self.network.own, "--someip-unit-address", self.network.peer,
+            "--someip-multicast", self.network.group, "--ecu-sw", "SW-1"])
         self.assertEqual(vehicle.line(), "ready")
         return vehicle
 
@@ -122,14 +109,17 @@ class NetworkCase:
 class ClientCases(NetworkCase):
     """scapy is the provider."""
 
-    def test_finds_subscribes_and_gets_values_of_any_size(self):
-        client = self.start_client()
+    def test_finds_subscribes_even_after_a_refusal_and_gets_values_of_any_size(self):
+        client = self.start_client(retry=100)
         for session, find in ((1, self.find), (2, self.peer.hear("find", multicast=True))):
             self.assertEqual((find.session, find.reboot, find.sender),
                              (session, 1, (self.network.own, SD_PORT)))
             self.assertEqual((find.entry.srv_id, find.entry.inst_id, find.entry.major_ver,
                               find.entry.minor_ver), (SERVICE, 1, 1, 0xFFFFFFFF))
-        subscribe = self.connect(client, multicast=True)
+        self.peer.offer(multicast=True)
+        self.peer.ack(self.peer.hear("subscribe"), ttl=0)
+        client.await_said("refuses the subscription to eventgroup 1")
+        subscribe = self.connect(client)
         self.assertEqual((subscribe.ttl, subscribe.endpoint[0]), (3600, self.network.own))
         self.peer.notify(subscribe.endpoint, record(b"SW-1"))
         self.assertEqual(client.line(), "value SW-1 0")
@@ -155,7 +145,7 @@ class ClientCases(NetworkCase):
         self.assertEqual(client.line(), "value good 0")
         dropped = client.await_said(rf"message of {NAME} dropped: .* \((\d+) so far\)")
         self.assertEqual([int(number) for number in dropped], list(range(1, 12)))
-        self.assertIn("Deserialization calculated invalid end position.", client.said())
+        self.assertIn("Deserialization calculated invalid end position.", client.log.text())
 
         for datagram in (b"", b"\xff" * 40, bytes.fromhex(
                 "ffff8100 00000014 00000001 01010200 c0000000 00000001 00000000")):
@@ -163,17 +153,6 @@ class ClientCases(NetworkCase):
         self.peer.offer(endpoint=("192.0.2.77", 4000))
         client.await_said(r"leads to another host \(12 so far\)")
         client.await_said(r"of service discovery dropped: .* \(3 so far\)")
-
-    def test_refused_subscription_is_tried_again(self):
-        client = self.start_client(retry=100)
-        self.peer.offer()
-        for _ in range(2):
-            self.peer.ack(self.peer.hear("subscribe"), ttl=0)
-        subscribe = self.peer.hear("subscribe")
-        self.peer.ack(subscribe)
-        self.peer.notify(subscribe.endpoint, record(b"SW"))
-        self.assertEqual([client.line(), client.line()], ["up", "value SW 0"])
-        self.assertEqual(len(client.await_said("refuses the subscription to eventgroup 1")), 1)
 
     def test_service_that_goes_comes_back_or_reboots_is_subscribed_anew(self):
         client = self.start_client()
@@ -260,64 +239,52 @@ class ProviderCases(NetworkCase):
             self.assertEqual((answer.msg_type, answer.retcode), (0x81, code))
         self.assertEqual(self.subscribe().ttl, UNTIL_REBOOT)
         self.first_value(b"SW-1")
-        self.assertEqual(len(vehicle.await_said("dropped: ")), 7 + 6, vehicle.said())
+        self.assertEqual(len(vehicle.await_said("dropped: ")), 7 + 6, vehicle.log.text())
 
 
-class CaptureCases(NetworkCase):
-    """tshark reads along."""
+class CaptureCases(ClientCases, ProviderCases):
+    """The same once more, while tshark reads along."""
 
-    def capture(self, interface, only="udp"):
+    def setUp(self):
+        super().setUp()
+        self.ours = self.capture(self.network.interface, f"udp and src host {self.network.own}")
+        self.other = self.capture("other", "udp") if self.network.command else None
+
+    def capture(self, interface, only):
         capture = someip_peer.Capture(self.network.command, interface,
-                                      self.directory / f"{interface}.pcap", only)
+                                      self.day.directory / f"{interface}.pcap", only)
         self.addCleanup(capture.close)
         return capture
 
-    def mark_end(self, capture, index, address):
-        """Sends a last datagram, to port 9, from the peer's end or the product's."""
-        with self.network.inside(index), socket.socket(type=socket.SOCK_DGRAM) as marker:
+    def end_capture(self, capture, source, address):
+        """Ends it with a last datagram from the product's end, to port 9."""
+        with self.network.inside(1), socket.socket(type=socket.SOCK_DGRAM) as marker:
             marker.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
+            marker.bind((source, 0))
             marker.sendto(MARKER, (address, 9))
         capture.end_behind(MARKER)
 
-    def test_nothing_is_malformed(self):
-        ours = f"udp and host {self.network.own}"
-        capture = self.capture(self.network.interface, ours)
-        other = self.capture("other") if self.network.command else None
-        client = self.start_client()
-        subscribe = self.connect(client, multicast=True)
-        self.peer.notify(subscribe.endpoint, record(b"SW", b"x" * 30000))
-        client.line()
-        client.end()
-        self.peer.hear("subscribe")
-        vehicle = self.start_vehicle()
-        self.peer.hear("offer", multicast=True)
-        self.peer.subscribe()
-        self.peer.hear("ack")
-        self.peer.event()
-        self.assertEqual(vehicle.ask("ecu down"), "ok")
-        while self.peer.hear("offer", multicast=True).ttl:
-            pass
-        vehicle.end()
-        self.mark_end(capture, 0, self.network.own)
-        rows = capture.dissect("_ws.malformed", "_ws.expert.severity", "someip.serviceid",
-                               "someipsd.entry.type", "udp.dstport",
-                               ports=(self.peer.endpoint[1], subscribe.endpoint[1]))
-        self.assertEqual([row for row in rows if row[0] or row[1]], [])
-        kinds = {kind for row in rows for kind in row[3].split(",")}
-        self.assertEqual({int(kind, 0) for kind in kinds if kind}, {0, 1, 6, 7})
-        whole = [row for row in rows if row[4] not in ("", "9")]  # neither fragment nor marker
-        self.assertEqual([row for row in whole if not row[2]], [])
-        print(f"{len(whole)} messages dissected")
-        if other:
-            self.mark_end(other, 1, "203.0.113.255")
-            self.assertEqual({row[0] for row in other.dissect("udp.dstport")}, {"9"},
-                             "nothing of ours leaves by the other interface")
+    def tearDown(self):
+        """Nothing of ours is malformed, or leaves by another interface."""
+        for program in self.programs:
+            program.end()
+        self.end_capture(self.ours, self.network.own, self.network.peer)
+        rows = [row for row in self.ours.dissect(
+            "udp.dstport", "someip.serviceid", "_ws.malformed", "_ws.expert.severity",
+            ports=(self.peer.endpoint[1],)) if row[0] != "9"]
+        self.assertTrue(rows)
+        for row in rows:
+            self.assertTrue(row[1] and not row[2] and not row[3], row)
+        print(f"{len(rows)} messages dissected")
+        if self.other:
+            self.end_capture(self.other, "203.0.113.3", "203.0.113.255")
+            self.assertEqual({row[0] for row in self.other.dissect("udp.dstport")}, {"9"})
 
 
 for cases in (ClientCases, ProviderCases, CaptureCases):
     for network in (someip_peer.Loopback, someip_peer.Namespaces):
         name = cases.__name__.replace("Cases", network.__name__)
-        globals()[name] = type(name, (cases, unittest.TestCase), {"network_type": network})
+        globals()[name] = type(name, (cases,), {"network_type": network})
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2, argv=[sys.argv[0], *sys.argv[2:]])
+    unit_case.main()
