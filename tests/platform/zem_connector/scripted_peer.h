@@ -2,12 +2,13 @@
 
 #include <csignal>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include <openssl/ssl.h>
+#include <openssl_support/openssl_ptr.h>
 #include <pthread.h>
 
 #include "certificate_zoo/certificate_zoo.h"
@@ -15,17 +16,22 @@
 
 namespace zem_connector {
 
-/// A listener whose connections run a script on a thread, one after the other.
+/// A listener whose connections run a script on a thread, one after the other. Its end is that of
+/// the connection, too.
 class ScriptedPeer {
 public:
     using Script = std::function<void(const testing_support::Stream& peer)>;
 
-    explicit ScriptedPeer(Script script, int family = AF_INET)
-        : mListener(8, family), mScript(std::move(script)), mThread([this] { Run(); }) {}
+    explicit ScriptedPeer(Script script, const char* address = "127.0.0.1")
+        : mListener(8, address), mScript(std::move(script)), mThread([this] { Run(); }) {}
     ScriptedPeer(const ScriptedPeer&) = delete;
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;
     ~ScriptedPeer() {
         mListener.Shutdown();
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            shutdown(mConnection, SHUT_RDWR);
+        }
         mThread.join();
     }
 
@@ -37,11 +43,20 @@ private:
         sigaddset(&pipe, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
         for (auto peer = mListener.Accept(); peer.IsOpen(); peer = mListener.Accept()) {
+            SetConnection(peer.Get());
             mScript(peer);
+            SetConnection(-1);
             peer.Close();
         }
     }
 
+    void SetConnection(int socket) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mConnection = socket;
+    }
+
+    std::mutex mMutex;
+    int mConnection{-1};
     TcpListener mListener;
     Script mScript;
     std::thread mThread;
@@ -52,16 +67,16 @@ class TlsServer {
 public:
     TlsServer(const testing_support::Stream& peer, const testing_support::Identity& identity,
               int maxVersion = 0)
-        : mContext(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
+        : mContext(SSL_CTX_new(TLS_server_method())) {
         // For the versions of old.
         SSL_CTX_set_security_level(mContext.get(), 0);
         SSL_CTX_set_min_proto_version(mContext.get(), TLS1_VERSION);
         SSL_CTX_set_max_proto_version(mContext.get(), maxVersion);
         SSL_CTX_use_certificate(mContext.get(), identity.certificate.get());
         SSL_CTX_use_PrivateKey(mContext.get(), identity.key.get());
-        mSsl.reset(SSL_new(mContext.get()), SSL_free);
+        mSsl.reset(SSL_new(mContext.get()));
         SSL_set_fd(mSsl.get(), peer.Get());
-        accepted = SSL_accept(mSsl.get()) == 1;
+        SSL_accept(mSsl.get());
     }
 
     std::string Read(int limit = 4096) {
@@ -83,12 +98,9 @@ public:
     }
     void End() { SSL_shutdown(mSsl.get()); }
 
-    SSL* Get() { return mSsl.get(); }
-    bool accepted{false};
-
 private:
-    std::shared_ptr<SSL_CTX> mContext;
-    std::shared_ptr<SSL> mSsl;
+    openssl_support::OpenSslPtr<SSL_CTX, SSL_CTX_free> mContext;
+    openssl_support::OpenSslPtr<SSL, SSL_free> mSsl;
 };
 
 }  // namespace zem_connector
