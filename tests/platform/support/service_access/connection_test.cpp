@@ -2,7 +2,6 @@
 #include <chrono>
 #include <future>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -87,19 +86,6 @@ TEST(BackoffTest, DoublesUpToItsBoundAndStartsSmallAfterASuccess) {
     EXPECT_EQ(100, backoff.Next().count());
 }
 
-TEST_F(ConnectionTest, FindsAServerThatStartsLaterAndFindsItAgain) {
-    Connection connection(mConfig);
-    connection.AddObserver("Some", Observer());
-    connection.Start();
-    mServer.SetServiceAvailable("Some", true);
-    mServer.Start();
-    EXPECT_EQ(1U, mEvents.Wait(1).size());
-    mServer.Stop();
-    EXPECT_EQ(2U, mEvents.Wait(2).size());
-    mServer.Start();
-    EXPECT_THAT(mEvents.Wait(3), ElementsAre("available", "unavailable", "available"));
-}
-
 TEST_F(ConnectionTest, RegistryEventsArriveInOrderEvenIfACallbackBlocksForLong) {
     mServer.Start();
     const auto connection = Connected("Some");
@@ -163,46 +149,33 @@ TEST_F(ConnectionTest, AMessageThatIsNoTextOrTooLongIsAnErrorAndTheChannelIsMade
     }
 }
 
-TEST_F(ConnectionTest, ASubscriptionIsFollowedByThePresentStateAndEachChange) {
+TEST_F(ConnectionTest, ASubscriptionIsGivenBackByItsOwnerOrIfNobodyWaitsForIt) {
     mServer.SetClampState(true);
     mServer.Start();
     const auto connection = Connected(kClampControlService);
-    const auto id = connection->Subscribe(kClampControlService, kClamp15Element);
-    EXPECT_FALSE(id.empty());
+    auto id = connection->Subscribe(kClampControlService, kClamp15Element);
     mServer.SetClampState(true);
-    mServer.SetClampState(std::nullopt);
-    mServer.SetClampState(false);
-    EXPECT_THAT(mEvents.Wait(4),
-                ElementsAre("available", "subscribed", "Clamp15 on", "Clamp15 off"));
-
-    EXPECT_EQ(1U, mServer.ClampSubscriptionCount());
     connection->Unsubscribe("unknown");
     connection->Unsubscribe(id);
     EXPECT_EQ("", connection->Subscribe(kClampControlService, "Clamp30"));
     EXPECT_EQ(0U, mServer.ClampSubscriptionCount());
-}
 
-TEST_F(ConnectionTest, ASubscriptionThatNobodyWaitsForIsGivenBack) {
-    mServer.Start();
-    const auto connection = Connected(kClampControlService);
-    const auto id = connection->Subscribe(kClampControlService, kClamp15Element);
+    id = connection->Subscribe(kClampControlService, kClamp15Element);
     mServer.SendRawEvent(R"({"type":"subscribed","request":4711,"subscription":")" + id + "\"}");
     mServer.SetServiceAvailable("Marker", true);
     connection->AddObserver("Marker", Observer());
-    mEvents.Wait(3);
+    EXPECT_THAT(mEvents.Wait(6), ElementsAre("available", "subscribed", "Clamp15 on", "subscribed",
+                                             "Clamp15 on", "available"));
     EXPECT_EQ("", connection->Subscribe("None", "None"));
     EXPECT_EQ(0U, mServer.ClampSubscriptionCount());
 }
 
-TEST_F(ConnectionTest, ABlockedSubscriberReturnsOnRefusalTimeLimitLossAndStop) {
-    mServer.SetClampSubscriptionAnswer(SubscriptionAnswer::kRefuse);
+TEST_F(ConnectionTest, ABlockedSubscriberReturnsOnLossStopAndTimeLimit) {
     mServer.Start();
-    auto connection = Connected(kClampControlService);
+    const auto connection = Connected(kClampControlService);
     const auto subscribe = [&connection] {
         return connection->Subscribe(kClampControlService, kClamp15Element);
     };
-    EXPECT_EQ("", subscribe());
-
     mServer.SetClampSubscriptionAnswer(SubscriptionAnswer::kSilent);
     auto lost = std::async(std::launch::async, subscribe);
     mServer.Stop();
@@ -215,32 +188,16 @@ TEST_F(ConnectionTest, ABlockedSubscriberReturnsOnRefusalTimeLimitLossAndStop) {
 
     mConfig.subscribeTimeLimit = milliseconds(1);
     Connection impatient(mConfig);
-    Gate there;
-    ServiceObserver observer;
-    observer.available = [&there] { there.Open(); };
-    impatient.AddObserver(kClampControlService, observer);
+    impatient.AddObserver(kClampControlService, Observer());
     impatient.Start();
-    there.Pass();
+    mEvents.Wait(4);
     EXPECT_EQ("", impatient.Subscribe(kClampControlService, kClamp15Element));
 }
 
-TEST_F(ConnectionTest, AQueryEndsInOneAnswerWhateverTheServerDoes) {
+TEST_F(ConnectionTest, AQueryWithoutAServerFails) {
     Connection connection(mConfig);
     connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_EQ("No such file or directory", mEvents.Wait(1).back());
-
-    mServer.Start();
-    connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_EQ("503", mEvents.Wait(2).back());
-    mServer.SetServiceAvailable("Immobilizer", true);
-    mServer.SetImmobilizerBody("not even JSON");
-    connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_EQ("200", mEvents.Wait(3).back());
-    mServer.SetImmobilizerBody(std::string(mConfig.maxMessageBytes + 1, 'x'));
-    connection.Query("Immobilizer", "fields=5", RecordAnswer());
-    EXPECT_THAT(mEvents.Wait(4).back(), ::testing::HasSubstr("body limit"));
-    connection.Stop();
-    EXPECT_EQ(4U, mEvents.Events().size());
+    EXPECT_EQ("No such file or directory", mEvents.Next());
 }
 
 TEST_F(ConnectionTest, StopEndsEveryQueryOnceAndRefusesFurtherOnes) {
