@@ -8,20 +8,11 @@
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
-#include "client/clamp_control_cb_if.h"
-#include "client/clamp_control_if.h"
-#include "client/ecu_capabilities_if.h"
-#include "client/immobilizer_cb_if.h"
-#include "client/immobilizer_if.h"
-#include "client/tls_alerts_cb_if.h"
-#include "client/tls_alerts_if.h"
-#include "logging/qel_logging.h"
 #include "simulator/vehicle/command_interpreter.h"
-#include "testing/captured_log.h"
 #include "testing/child_program.h"
-#include "testing/environment.h"
 #include "testing/stream.h"
 #include "testing/temporary_directory.h"
+#include "testing/waiting.h"
 #include "zem_connector_host/connector_file.h"
 
 namespace {
@@ -110,6 +101,19 @@ TEST_F(VehicleCommandTest, ConnectorCommandsReachTheConnectorsFile) {
     std::filesystem::remove_all(std::filesystem::path(mOptions.connectorPath).parent_path());
     EXPECT_THAT(Execute("connector session started"), StartsWith("error: "));
     EXPECT_THAT(Execute("status"), HasSubstr(R"("session":"rejected")"));
+}
+
+TEST_F(VehicleCommandTest, ImmobilizerCommandsReachTheService) {
+    const auto answer = [this] {
+        return Stream::ToPath(mOptions.serviceSocketPath)
+            .Send("GET /services/Immobilizer/info?fields=5 HTTP/1.1\r\nHost: x\r\n\r\n")
+            .ReadToEnd();
+    };
+    EXPECT_THAT(answer(), HasSubstr(mOptions.vin));
+    EXPECT_EQ(Execute("immobilizer vin VIN-B"), "ok");
+    EXPECT_THAT(answer(), HasSubstr("VIN-B"));
+    EXPECT_EQ(Execute("immobilizer down"), "ok");
+    EXPECT_THAT(answer(), StartsWith("HTTP/1.1 503"));
 }
 
 TEST_F(VehicleCommandTest, StatusTellsWhatTheCommandsHaveSet) {
@@ -242,72 +246,6 @@ TEST_F(VehicleProgramTest, RefusesAnUnknownOptionAndASecondVehicle) {
     EXPECT_EQ(second.Wait(), 1);
     first.Write("status\n");
     EXPECT_THAT(first.ReadLine(), StartsWith("ok {"));
-}
-
-/// Writes what a unit's vehicle inputs hear into the log.
-class Listener : public vintrel::ClampControlCbIf,
-                 public vintrel::ImmobilizerCbIf,
-                 public vintrel::TlsAlertsCbIf {
-public:
-    void ClampStateChangeCb(bool on) override { Note(on ? "clamp on" : "clamp off"); }
-    void ImmobilizerVinReceivedCb(std::string vin) override { Note("vin " + vin); }
-    void ImmobilizerConnectionStateChangeCb(bool connected) override {
-        Note(connected ? "immobilizer up" : "immobilizer down");
-    }
-    void TlsAlertNotifyCb(std::string oid, tls_alert_if::ETlsAlertCode code) override {
-        Note("alert " + oid + " " + std::to_string(static_cast<int>(code)));
-    }
-
-private:
-    static void Note(const std::string& what) { qel_logging::QELLogging::LogInfo("heard: ", what); }
-};
-
-TEST_F(VehicleProgramTest, UnitHearsAllThatTheVehicleSays) {
-    const Options options = OptionsFor({"--root", mDirectory.Path().c_str()});
-    const testing_support::EnvironmentVariable variables[] = {
-        {"WEXA_CLIENT_CONFIG", options.clientConfigPath},
-        {"SOMEIP_DEPLOYMENT", options.deploymentPath},
-        {"VONTA_SOCKET_DIR", std::filesystem::path(options.alertSocketPath).parent_path()}};
-    testing_support::CapturedLog log;
-    ChildProgram program(WithRoot({"--vin", "VIN-A", "--ecu-sw", "SW-A"}));
-    ASSERT_EQ(program.ReadLine(), "ready");
-
-    Listener listener;
-    const auto clamp = vintrel::ClampControlIf::Create(listener);
-    const auto immobilizer = vintrel::ImmobilizerIf::Create(listener);
-    const auto alerts = vintrel::TlsAlertsIf::Create();
-    const auto ecu = vintrel::EcuCapabilitiesIf::Create();
-    ecu->Initialize();
-    alerts->Start(&listener);
-    EXPECT_TRUE(clamp->Subscribe());
-    EXPECT_TRUE(immobilizer->ImmobilizerInit());
-    EXPECT_TRUE(log.WaitFor("heard: clamp off"));
-    program.Write("clamp on\n");
-    EXPECT_TRUE(log.WaitFor("heard: clamp on"));
-    EXPECT_TRUE(log.WaitFor("heard: immobilizer up"));
-    EXPECT_TRUE(immobilizer->GetVin());
-    EXPECT_TRUE(log.WaitFor("heard: vin VIN-A"));
-    program.Write("immobilizer vin VIN-B\n");
-    EXPECT_EQ(program.ReadLine(), "ok");
-    EXPECT_EQ(program.ReadLine(), "ok");
-    EXPECT_TRUE(immobilizer->GetVin());
-    EXPECT_TRUE(log.WaitFor("heard: vin VIN-B"));
-    std::string answer;
-    do {
-        program.Write("alert some.oid 44\n");
-        answer = program.ReadLine();
-    } while (answer == "error: no subscriber took the alert");
-    EXPECT_EQ(answer, "ok");
-    EXPECT_TRUE(log.WaitFor("heard: alert some.oid 44"));
-    EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-A' stored"));
-    program.Write("ecu sw SW-B\n");
-    EXPECT_TRUE(log.WaitFor("Received swVersion: 'SW-B' stored"));
-    EXPECT_EQ(ecu->GetEcuCapabilities().softwareVersion, "SW-B");
-    program.Write("quit\n");
-    EXPECT_EQ(program.Wait(), 0);
-    EXPECT_TRUE(log.WaitFor("DiagnosticInfoServices service stopped"));
-    EXPECT_TRUE(log.WaitFor("heard: immobilizer down"));
-    alerts->Stop();
 }
 
 }  // namespace
