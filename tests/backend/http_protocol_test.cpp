@@ -25,14 +25,6 @@ HttpProtocol WithAllOptions() {
 
 }  // namespace
 
-TEST(HttpProtocol, APutWithoutOptionsHasOnlyTheDefaults) {
-    HttpProtocol http;
-    http.SetOption(HttpOption::Path, "/x");
-    EXPECT_EQ(http.PUT(),
-              "PUT /x HTTP/1.1\r\nContent-Type: text/html\r\nExpect: 100-continue\r\n"
-              "Content-Length: 0\r\n\r\n");
-}
-
 TEST(HttpProtocol, APutIsTheHeaderAloneUnlessItExpectsNoInterimResponse) {
     HttpProtocol http = WithAllOptions();
     EXPECT_EQ(http.PUT(),

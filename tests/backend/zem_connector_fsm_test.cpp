@@ -145,16 +145,6 @@ TEST_F(ZemConnectorFsmTest, EachReportTellsTheWholeState) {
     EXPECT_TRUE(report.activated);
 }
 
-TEST_F(ZemConnectorFsmTest, AUrlThatFailedIsCheckedForItsOperationToo) {
-    StartReadyToConnect();
-    mMachine->GetUrl();
-    Call([&] { mMachine->ZemSCInvocationURL({1, "elsewhere", "x"}); });
-    ASSERT_EQ(mTarget->events.size(), 1U);
-    EXPECT_FALSE(mTarget->Payload<ZemConnectorFsmIf::InvocationUrlEventData>(0).success);
-    EXPECT_TRUE(Logged('E', "Error received for the URL!"));
-    EXPECT_TRUE(Logged('E', "Received URL for incorrect OperationTypeId: 'elsewhere'!"));
-}
-
 TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
     StartReadyToConnect();
     mMachine->GetUrl();
@@ -194,26 +184,6 @@ TEST_F(ZemConnectorFsmTest, AResultThatComesAgainIsDroppedAndItsSocketClosedUnle
     mMachine->RaiseCallbackEvent(4, 77);
     mDispatcher->RunPending();
     EXPECT_TRUE(Logged('W', "Socket result dropped, no such attempt: 77"));
-}
-
-TEST_F(ZemConnectorFsmTest, AttemptsEndIndependently) {
-    StartReadyToConnect();
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(Connect());
-    SocketPair pair;
-    Call([&] { mScript.sockets[1]->ZemSocketResult({0, pair.Give()}); });
-    Call([&] { mScript.sockets[0]->ZemSocketResult({5, -1}); });
-    EXPECT_TRUE(mLog.Contains("I SocketConnectCb_1_: Connection established"));
-    EXPECT_TRUE(mLog.Contains("E SocketConnectCb_0_: Connection failed: 5"));
-    EXPECT_TRUE(Logged('I', "SocketConnectCb_1_ ended."));
-
-    ASSERT_EQ(mClient->events, (Events{{kClientEvent, 0}, {kClientEvent, 0}}));
-    using Result = ZemConnectorFsmIf::SocketConnectEventData;
-    EXPECT_EQ(mClient->Payload<Result>(0).socketStatus, 0);
-    EXPECT_EQ(mClient->Payload<Result>(1).socketStatus, 5);
-    EXPECT_FALSE(pair.OtherEndClosed());
-    mClient->Clear();
-    EXPECT_TRUE(pair.OtherEndClosed()) << "the socket belongs to the communicator";
 }
 
 TEST_F(ZemConnectorFsmTest, TheEndClosesSocketsThatNobodyHasTaken) {
