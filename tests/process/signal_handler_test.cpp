@@ -1,18 +1,11 @@
 #include "process/signal_handler.h"
 
-#include <array>
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <memory>
 
 #include <ara_log_host/sink.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <unistd.h>
 
-#include "logging/qel_logging.h"
 #include "testing/captured_log.h"
 #include "testing/waiting.h"
 
@@ -86,36 +79,6 @@ TEST(SignalStormTest, NeitherBlocksNorChangesErrnoNorHidesASigterm) {
     terminated.Pass();
     raiseMany();  // which nobody reads any more
     ara_log_host::ExchangeSink(previous);
-}
-
-std::atomic<int> gBrokenPipes{0};
-
-/// Logs to a stderr that nobody reads, and exits with the number of SIGPIPEs that this brought.
-[[noreturn]] void LogWithoutReader() {
-    ::setenv("ARA_LOG_LEVEL", "verbose", 1);
-    qel_logging::QELLogging::InitLogging("TEST");
-    Gate terminated;
-    auto handler = std::make_unique<SignalHandler>([&] { terminated.Open(); });
-    struct sigaction counting {};
-    counting.sa_handler = [](int signal) {
-        ++gBrokenPipes;
-        signal_handler::HandleSignal(signal);
-    };
-    std::array<int, 2> ends{};
-    if (::sigaction(SIGPIPE, &counting, nullptr) != 0 || ::pipe2(ends.data(), O_CLOEXEC) != 0 ||
-        ::close(ends[0]) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0) {
-        ::_exit(100);
-    }
-    qel_logging::QELLogging::LogInfo("a line");
-    // Behind the SIGPIPE in the pipe: when it arrives, the thread has logged the other.
-    ::raise(SIGTERM);
-    const bool isOver = terminated.Pass();
-    handler.reset();
-    ::_exit(isOver ? gBrokenPipes.load() : 101);
-}
-
-TEST(SignalHandlerDeathTest, AStderrWithoutReaderRaisesNoSignal) {
-    EXPECT_EXIT(LogWithoutReader(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
