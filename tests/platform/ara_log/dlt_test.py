@@ -9,7 +9,6 @@ import signal
 import subprocess
 import sys
 import unittest
-import unittest.mock
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "programs" / "end_to_end"))
@@ -127,17 +126,6 @@ class DltTest(unit_case.UnitCase):
         self.assertEqual(self.log("info", "a line", 1000), "enabled")
         self.assert_exits_at_once()
         self.assertEqual((self.directory / "console").read_text().count("VT a line\n"), 1000)
-
-
-class ServiceTest(unit_case.UnitCase):
-    def test_a_termination_of_the_service_waits_for_no_daemon(self):
-        self.day.provision()
-        with unittest.mock.patch.dict(os.environ, chosen(self.day.directory)):
-            self.day.start_client()
-        self.assertNotIn("not available", self.day.client_log.text())
-        self.day.limit = EXIT_LIMIT
-        self.assertEqual(self.day.end("vintrel-client"), 0)
-        self.assertIn("Vintrel Client Terminated.", self.day.client_log.text())
 
 
 if __name__ == "__main__":
