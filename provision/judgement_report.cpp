@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <nlohmann/json.hpp>
+
 #include <pki_support/certificates.h>
 
 #include "provision/store_report.h"

@@ -10,12 +10,12 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#include <command_line/run_program.h>
 #include <pki_support/certificates.h>
 #include <pki_support/file_access.h>
 #include <pki_support/pki_error.h>
 #include <pki_support/vehicle_identity.h>
-
-#include <command_line/run_program.h>
 
 #include "logging/qel_logging.h"
 #include "orv_sec_crypto/store_administration.h"

@@ -5,11 +5,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include <pki_support/certificates.h>
-#include <pki_support/pki_error.h>
-
 #include <orv/sec/crypto/operation/i_digital_signature.h>
 #include <orv/sec/crypto/store/i_crypto_store.h>
+#include <pki_support/certificates.h>
+#include <pki_support/pki_error.h>
 
 #include "certificates/certificate_ids.h"
 #include "certificates/crypto_api_instance.h"

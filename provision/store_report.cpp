@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <nlohmann/json.hpp>
+
 #include <pki_support/certificates.h>
 #include <pki_support/pki_error.h>
 

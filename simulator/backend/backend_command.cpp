@@ -7,10 +7,10 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <pki_support/file_access.h>
 #include <unistd.h>
 
 #include <command_line/run_program.h>
+#include <pki_support/file_access.h>
 
 #include "simulator/backend/command_interpreter.h"
 #include "simulator/backend/enrolment_service.h"

@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509_vfy.h>
+
 #include <pki_support/pki_error.h>
 
 #include "simulator/backend/refusal.h"

@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+
 #include <pki_support/certificates.h>
 #include <pki_support/pki_error.h>
 #include <pki_support/vehicle_identity.h>

@@ -5,8 +5,8 @@
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <pki_support/certificates.h>
 
+#include <pki_support/certificates.h>
 #include <posix/write_all.h>
 
 namespace simulator::backend {

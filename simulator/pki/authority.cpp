@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
+
 #include <pki_support/certificates.h>
 #include <pki_support/pki_error.h>
 

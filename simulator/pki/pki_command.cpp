@@ -6,10 +6,10 @@
 
 #include <CLI/CLI.hpp>
 #include <openssl/crypto.h>
-#include <pki_support/file_access.h>
-#include <pki_support/vehicle_identity.h>
 
 #include <command_line/run_program.h>
+#include <pki_support/file_access.h>
+#include <pki_support/vehicle_identity.h>
 
 #include "simulator/pki/pki_directory.h"
 

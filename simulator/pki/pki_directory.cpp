@@ -8,12 +8,13 @@
 #include <utility>
 
 #include <openssl/err.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <pki_support/certificates.h>
 #include <pki_support/file_access.h>
 #include <pki_support/pki_error.h>
 #include <pki_support/vehicle_identity.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace simulator::pki {
 

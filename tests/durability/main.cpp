@@ -17,10 +17,11 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <ara_log_host/sink.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <ara_log_host/sink.h>
 
 #include "durability/scenario.h"
 

@@ -9,11 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include <ara_log_host/sink.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <ara_log_host/sink.h>
 
 #include "testing/captured_log.h"
 #include "testing/recorder_fsm.h"

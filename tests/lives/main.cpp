@@ -9,8 +9,9 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
-#include <ara_log_host/sink.h>
 #include <fcntl.h>
+
+#include <ara_log_host/sink.h>
 
 #include "lives/oracle.h"
 #include "lives/world.h"

@@ -2,9 +2,10 @@
 
 #include <cerrno>
 
-#include <ara_log_host/sink.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+
+#include <ara_log_host/sink.h>
 
 #include "testing/captured_log.h"
 #include "testing/waiting.h"

@@ -1,8 +1,9 @@
 #include <atomic>
 #include <thread>
 
-#include <ara_log_host/sink.h>
 #include <gmock/gmock.h>
+
+#include <ara_log_host/sink.h>
 
 #include "client/ecu_capabilities_if.h"
 #include "diagnosticinfo_host/diagnostic_info_server.h"

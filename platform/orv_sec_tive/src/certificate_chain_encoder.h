@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/i_key_id.h>
 #include <orv/sec/crypto/store/i_crypto_store.h>
 #include <orv/sec/tive/processors/i_auxiliary_data_stapled_encoder.h>

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/tive/auxiliary_data.h>
 
 namespace orv::sec::tive {

@@ -2,8 +2,8 @@
 #include <vector>
 
 #include <openssl/err.h>
-#include <openssl_support/openssl_ptr.h>
 
+#include <openssl_support/openssl_ptr.h>
 #include <orv/sec/tive/factories/signed_container_factory.h>
 
 #include "certificate_chain_encoder.h"

@@ -9,9 +9,9 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <zem_connector_host/connector_file.h>
 
 #include <zem_connector/zem_connector.h>
+#include <zem_connector_host/connector_file.h>
 
 #include "file_watcher.h"
 #include "name_lookup.h"

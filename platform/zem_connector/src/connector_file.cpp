@@ -6,9 +6,9 @@
 
 #include <nlohmann/json.hpp>
 #include <sys/types.h>
-#include <zem_connector_host/connector_file.h>
 
 #include <posix/atomic_file.h>
+#include <zem_connector_host/connector_file.h>
 
 #include "json_members.h"
 #include "operation_settings_json.h"

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <boost/asio/ip/tcp.hpp>
+
 #include <zem_connector_host/socket_status.h>
 
 namespace zem_connector {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
 #include <zem_connector_host/operation_settings.h>
 
 namespace zem_connector::host {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <boost/asio/ip/tcp.hpp>
+
 #include <zem_connector_host/operation_settings.h>
 
 #include "proxy_protocol.h"

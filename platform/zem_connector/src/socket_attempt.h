@@ -9,10 +9,10 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <zem_connector_host/operation_settings.h>
-#include <zem_connector_host/socket_status.h>
 
 #include <posix/unique_fd.h>
+#include <zem_connector_host/operation_settings.h>
+#include <zem_connector_host/socket_status.h>
 
 #include "happy_eyeballs.h"
 #include "name_lookup.h"

@@ -5,6 +5,7 @@
 
 #include <boost/asio/ip/tcp.hpp>
 #include <openssl/ssl.h>
+
 #include <openssl_support/openssl_ptr.h>
 #include <zem_connector_host/operation_settings.h>
 #include <zem_connector_host/socket_status.h>

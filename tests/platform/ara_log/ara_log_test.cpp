@@ -7,9 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include <ara_log_host/line_format.h>
-#include <ara_log_host/log_config.h>
-#include <ara_log_host/sink.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <stdlib.h>
@@ -19,6 +16,9 @@
 #include <unistd.h>
 
 #include <ara/log/logging.h>
+#include <ara_log_host/line_format.h>
+#include <ara_log_host/log_config.h>
+#include <ara_log_host/sink.h>
 
 #include "dlt_output.h"
 #include "testing/environment.h"

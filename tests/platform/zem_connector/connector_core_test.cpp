@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <unistd.h>
+
 #include <zem_connector_host/connector_file.h>
 
 #include "callback_recorder.h"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+
 #include <zem_connector_host/connector_file.h>
 
 #include "testing/temporary_directory.h"

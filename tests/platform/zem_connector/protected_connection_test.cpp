@@ -4,10 +4,10 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <zem_connector_host/connector_file.h>
-#include <zem_connector_host/socket_status.h>
 
 #include <zem_connector/zem_connector.h>
+#include <zem_connector_host/connector_file.h>
+#include <zem_connector_host/socket_status.h>
 
 #include "callback_recorder.h"
 #include "scripted_peer.h"

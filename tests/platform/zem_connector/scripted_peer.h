@@ -8,8 +8,9 @@
 #include <utility>
 
 #include <openssl/ssl.h>
-#include <openssl_support/openssl_ptr.h>
 #include <pthread.h>
+
+#include <openssl_support/openssl_ptr.h>
 
 #include "certificate_zoo/certificate_zoo.h"
 #include "tcp_listener.h"

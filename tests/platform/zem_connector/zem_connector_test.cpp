@@ -5,10 +5,10 @@
 #include <netinet/tcp.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zem_connector_host/connector_file.h>
-#include <zem_connector_host/socket_status.h>
 
 #include <zem_connector/zem_connector.h>
+#include <zem_connector_host/connector_file.h>
+#include <zem_connector_host/socket_status.h>
 
 #include "callback_recorder.h"
 #include "tcp_listener.h"

@@ -7,8 +7,9 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <openssl/x509v3.h>
-#include <pki_support/certificates.h>
 #include <unistd.h>
+
+#include <pki_support/certificates.h>
 
 #include "GenericError_V2.pb.h"
 #include "QUBA_CO_KoruVintrelRequest_v1.pb.h"

@@ -4,6 +4,7 @@
 #include <array>
 
 #include <openssl/rand.h>
+
 #include <openssl_support/openssl_ptr.h>
 
 #include "custody/tpm_sealing.h"

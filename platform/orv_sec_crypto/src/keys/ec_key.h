@@ -3,7 +3,6 @@
 #include <string>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 /// Work with the one kind of key that the library has: P-256, with ECDSA over SHA-256 (FIPS 186-4).

@@ -3,7 +3,6 @@
 #include <cstddef>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 /// The usual encodings of P-256 keys, read and written directly: OpenSSL's general decoders try

@@ -6,7 +6,6 @@
 #include <string>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "errors/crypto_error.h"

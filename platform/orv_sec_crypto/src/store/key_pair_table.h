@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 #include "custody/key_custody.h"

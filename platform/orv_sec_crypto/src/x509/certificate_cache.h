@@ -5,7 +5,6 @@
 #include <mutex>
 
 #include <openssl_support/openssl_ptr.h>
-
 #include <orv/sec/crypto/common/crypto_allocator.h>
 
 namespace orv::sec::crypto {

@@ -5,6 +5,7 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
+
 #include <pki_support/certificates.h>
 #include <pki_support/pki_error.h>
 

@@ -4,10 +4,10 @@
 
 #include <fcntl.h>
 #include <openssl/crypto.h>
-#include <pki_support/file_access.h>
-#include <pki_support/pki_error.h>
 #include <unistd.h>
 
+#include <pki_support/file_access.h>
+#include <pki_support/pki_error.h>
 #include <posix/unique_fd.h>
 
 namespace pki_support {

@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
-#include <zem_connector_host/operation_settings.h>
-
 #include <zem_connector/session_status.h>
 #include <zem_connector/zem_service_controller_callback_if.h>
+#include <zem_connector_host/operation_settings.h>
 
 namespace zem_connector::host {
 
