@@ -100,54 +100,39 @@ TEST_F(EcuCapabilitiesTest, ValuesOfTheServiceArriveAndLaterOnesReplaceThem) {
     EXPECT_EQ(capabilities->GetEcuCapabilities().hardwareVersion, "");
 }
 
-TEST_F(EcuCapabilitiesTest, PlaceholdersAreSkippedAndOtherRunsOfHyphensStored) {
-    DiagnosticInfoServices services;
-    StartAndSubscribe(services);
-    PublishAndAwait({Record("0209", "H01", "VN035000A01")},
-                    "Received partNumber: 'VN035000A01' stored");
-    PublishAndAwait({Record("----", "---", "-----------")},
-                    "Received partNumber: '-----------' is unknown and storing skipped, current "
-                    "partNumber: 'VN035000A01'");
-    EXPECT_TRUE(
-        mLog.Contains("I Received swVersion: '----' is unknown and storing skipped, current "
-                      "swVersion: '0209'"));
-    EXPECT_TRUE(
-        mLog.Contains("I Received hwVersion: '---' is unknown and storing skipped, current "
-                      "hwVersion: 'H01'"));
-    EXPECT_EQ(services.GetEcuSwVersion(), "0209");
-    EXPECT_EQ(services.GetEcuHwVersion(), "H01");
-    EXPECT_EQ(services.GetEcuPartNumber(), "VN035000A01");
-
-    PublishAndAwait({Record("---", "----", "------------")},
-                    "Received partNumber: '------------' stored");
-    EXPECT_EQ(services.GetEcuSwVersion(), "---");
-    EXPECT_EQ(services.GetEcuHwVersion(), "----");
-    EXPECT_EQ(services.GetEcuPartNumber(), "------------");
-}
-
-TEST_F(EcuCapabilitiesTest, LaterRecordsOfASampleOverwriteWhatTheyHold) {
-    DiagnosticInfoServices services;
-    StartAndSubscribe(services);
+TEST_F(EcuCapabilitiesTest, EachSampleReplacesWhatItHoldsButByNoPlaceholder) {
     DT_identificationData_struct second;
-    second.swVersion = Bytes(std::string("b\0b", 3));
-    PublishAndAwait({Record("a", "H01", "part"), second, Address(0xC003)},
-                    "Received diagnosticAddress: 'C003' stored");
-    EXPECT_TRUE(mLog.Contains("I DiagnosticInfoProxy::GetData vector elements: 3"));
-    EXPECT_EQ(services.GetEcuSwVersion(), std::string("b\0b", 3));
-    EXPECT_EQ(services.GetEcuHwVersion(), "H01");
-    EXPECT_EQ(services.GetEcuPartNumber(), "part");
-}
-
-TEST_F(EcuCapabilitiesTest, AddressIsFourUpperCaseHexadecimalDigits) {
+    const std::string withZero("b\0b", 3);
+    second.swVersion = Bytes(withZero);
+    const struct {
+        diagnosticinfo_host::IdentificationData records;
+        const char* line;
+        /// Address, software, hardware, part.
+        std::vector<std::string> values;
+    } rows[] = {
+        {{Record("a", "H01", "part"), second, Address(0xC003)},
+         "diagnosticAddress: 'C003' stored",
+         {"C003", withZero, "H01", "part"}},
+        {{Address(0)}, "Address: '0000' stored", {"0000", withZero, "H01", "part"}},
+        {{Address(0xFFFF)}, "Address: 'FFFF' stored", {"FFFF", withZero, "H01", "part"}},
+        {{Address(0xA3)}, "Address: '00A3' stored", {"00A3", withZero, "H01", "part"}},
+        {{Record("0209", "H02", "VN")}, "Number: 'VN' stored", {"00A3", "0209", "H02", "VN"}},
+        {{Record("----", "---", "-----------")},
+         "Received partNumber: '-----------' is unknown and storing skipped, current partNumber: "
+         "'VN'",
+         {"00A3", "0209", "H02", "VN"}},
+        {{Record("---", "----", "------------")},
+         "Received partNumber: '------------' stored",
+         {"00A3", "---", "----", "------------"}},
+    };
     DiagnosticInfoServices services;
     StartAndSubscribe(services);
-    const std::pair<std::uint16_t, const char*> kAddresses[] = {
-        {std::uint16_t{0}, "0000"}, {std::uint16_t{0xFFFF}, "FFFF"}, {std::uint16_t{0xA3}, "00A3"}};
-    for (const auto& [address, text] : kAddresses) {
-        PublishAndAwait({Address(address)},
-                        std::string("Received diagnosticAddress: '") + text + "' stored");
-        EXPECT_EQ(services.GetEcuDiagnosticAddress(), text);
-        EXPECT_EQ(services.GetEcuSwVersion(), "");
+    for (const auto& row : rows) {
+        PublishAndAwait(row.records, row.line);
+        EXPECT_THAT(row.values, testing::ElementsAre(
+                                    services.GetEcuDiagnosticAddress(), services.GetEcuSwVersion(),
+                                    services.GetEcuHwVersion(), services.GetEcuPartNumber()))
+            << row.line;
     }
 }
 
