@@ -36,44 +36,25 @@ std::string OneRecord(const std::string& members) {
     return head + members;
 }
 
-IdentificationData SampleRecords() {
-    DT_identificationData_struct first;
-    first.identifier = 0x01020304;
-    first.diagnosticAddress = 0xC003;
-    first.swVersion = Bytes("020.009.000");
-    first.hwVersion = Bytes("001.002.003");
-    first.partNumber = Bytes("VN035000A01");
-    DT_identificationData_struct second;
-    second.hwVersion = Bytes("");
-    return {first, DT_identificationData_struct(), second};
-}
-
-TEST(IdentificationDataOnTheWire, HasTheDocumentedLayout) {
+TEST(IdentificationDataOnTheWire, HasTheDocumentedLayoutAndComesBackOnlyAsAWhole) {
     DT_identificationData_struct record;
     record.identifier = 7;
     record.diagnosticAddress = 0x00C3;
     record.swVersion = Bytes("A");
     record.hwVersion = Bytes("");
     record.partNumber = Bytes("BC");
-    EXPECT_EQ(diagnosticinfo_host::SerializeIdentificationData({record}),
-              Hex("00000023 0000001F  2000 00000007  1001 00C3  7002 00000001 41  7003 00000000"
-                  " 7004 00000002 4243"));
-}
-
-TEST(IdentificationDataOnTheWire, ComesBackAsItWasSent) {
-    const auto payload = diagnosticinfo_host::SerializeIdentificationData(SampleRecords());
+    auto payload = diagnosticinfo_host::SerializeIdentificationData({record, {}});
+    EXPECT_EQ(payload,
+              Hex("00000027 0000001F  2000 00000007  1001 00C3  7002 00000001 41  7003 00000000"
+                  " 7004 00000002 4243 00000000"));
     const auto records = DiagnosticInfo::identificationData::Deserialize(payload);
-    ASSERT_EQ(records.size(), 3U);
-    EXPECT_EQ(records[0].identifier, 0x01020304U);
-    EXPECT_EQ(records[0].diagnosticAddress, 0xC003);
-    EXPECT_EQ(records[0].partNumber, Bytes("VN035000A01"));
-    EXPECT_FALSE(records[1].identifier || records[1].swVersion || records[1].partNumber);
-    EXPECT_EQ(records[2].hwVersion, Bytes(""));
-    EXPECT_FALSE(records[2].swVersion);
-}
-
-TEST(IdentificationDataOnTheWire, NoPrefixOfAValueIsAValue) {
-    auto payload = diagnosticinfo_host::SerializeIdentificationData(SampleRecords());
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_EQ(records[0].identifier, 7U);
+    EXPECT_EQ(records[0].diagnosticAddress, 0x00C3);
+    EXPECT_EQ(records[0].swVersion, Bytes("A"));
+    EXPECT_EQ(records[0].hwVersion, Bytes(""));
+    EXPECT_EQ(records[0].partNumber, Bytes("BC"));
+    EXPECT_FALSE(records[1].identifier || records[1].swVersion || records[1].hwVersion);
     while (!payload.empty()) {
         payload.pop_back();
         EXPECT_THROW(DiagnosticInfo::identificationData::Deserialize(payload), DeserializeError)
@@ -124,37 +105,32 @@ TEST(IdentificationDataOnTheWire, RecordsMayEndInMembersOfANewerSender) {
     EXPECT_EQ(records[1].diagnosticAddress, 0xC3);
 }
 
-struct BrokenPayload {
-    const char* hex;
-    const char* error;
-};
-
-class BrokenIdentificationData : public testing::TestWithParam<BrokenPayload> {};
-
-TEST_P(BrokenIdentificationData, NamesTheBrokenRule) {
-    EXPECT_THAT([this] { Read(GetParam().hex); },
-                testing::ThrowsMessage<DeserializeError>(GetParam().error));
+TEST(IdentificationDataOnTheWire, ABrokenPayloadNamesTheBrokenRule) {
+    const std::pair<const char*, const char*> payloads[] = {
+        {"", kReadBeyond},
+        {"000000", kReadBeyond},
+        {"00000001", kBadEnd},
+        {"FFFFFFFF", kBadEnd},
+        {"00000002 0000", kReadBeyond},
+        {"00000004 00000001", kBadEnd},
+        // the record reaches beyond the array, but not beyond the data
+        {"00000006 00000006 2000 00000001", kTooSmall},
+        // a value that the record's length cuts off
+        {"00000007 00000003 1001 0001", kTooSmall},
+        {"0000000B 00000006 7002 00000001 41", kTooSmall},
+        {"00000005 00000001 10", kReadBeyond},
+        {"00000008 00000004 2000 0001", kReadBeyond},
+        {"0000000A 00000006 7002 00000001", kReadBeyond},
+        {"0000000A 00000006 7ABC 00000001", kSeekBeyond},
+        {"00000008 00000004 3ABC 0001", kSeekBeyond},
+        {"00000008 00000004 1000 0001", "Invalid source tag wire type"},
+        {"0000000A 00000006 7000 00000000", "Invalid source tag wire type"},
+        {"00000008 00000004 1002 0001", "Invalid source tag wire type"}};
+    for (const auto& [hex, error] : payloads) {
+        const std::string payload = hex;
+        EXPECT_THAT([&] { Read(payload); }, testing::ThrowsMessage<DeserializeError>(error))
+            << payload;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, BrokenIdentificationData,
-    testing::Values(BrokenPayload{"", kReadBeyond}, BrokenPayload{"000000", kReadBeyond},
-                    BrokenPayload{"00000001", kBadEnd}, BrokenPayload{"FFFFFFFF", kBadEnd},
-                    BrokenPayload{"00000002 0000", kReadBeyond},
-                    BrokenPayload{"00000004 00000001", kBadEnd},
-                    // the record reaches beyond the array, but not beyond the data
-                    BrokenPayload{"00000006 00000006 2000 00000001", kTooSmall},
-                    // a value that the record's length cuts off
-                    BrokenPayload{"00000007 00000003 1001 0001", kTooSmall},
-                    BrokenPayload{"0000000B 00000006 7002 00000001 41", kTooSmall},
-                    BrokenPayload{"00000005 00000001 10", kReadBeyond},
-                    BrokenPayload{"00000008 00000004 2000 0001", kReadBeyond},
-                    BrokenPayload{"0000000A 00000006 7002 00000001", kReadBeyond},
-                    BrokenPayload{"0000000A 00000006 7ABC 00000001", kSeekBeyond},
-                    BrokenPayload{"00000008 00000004 3ABC 0001", kSeekBeyond},
-                    BrokenPayload{"00000008 00000004 1000 0001", "Invalid source tag wire type"},
-                    BrokenPayload{"0000000A 00000006 7000 00000000",
-                                  "Invalid source tag wire type"},
-                    BrokenPayload{"00000008 00000004 1002 0001", "Invalid source tag wire type"}));
 
 }  // namespace
