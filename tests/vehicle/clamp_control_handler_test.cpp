@@ -184,29 +184,40 @@ TEST_F(ClampControlHandlerTest, AnExceptionEndsTheAttemptsUntilTheNextSubscripti
     EXPECT_THAT(Calls(2), ElementsAre("subscribe", "subscribe"));
 }
 
-TEST_F(ClampControlHandlerTest, ANewSubscriptionAndTheEndWaitForAnAttemptThatBlocks) {
-    Gate releaseFirst;
-    Gate releaseSecond;
-    mScript.Answer([&] {
-        releaseFirst.Pass();
+TEST_F(ClampControlHandlerTest, ANewSubscriptionWaitsForTheFormerAttempt) {
+    Gate release;
+    mScript.Answer([&release] {
+        release.Pass();
         return "";
     });
-    mScript.Answer([&] {
-        releaseSecond.Pass();
+    mScript.Answer([] { return "second"; });
+    {
+        ClampControlHandler handler(&mCallback);
+        handler.SubscribeNB();
+        Calls(1);
+        auto again = std::async(std::launch::async, [&handler] { handler.SubscribeNB(); });
+        release.Open();
+        again.get();
+        Calls(2);
+        EXPECT_TRUE(mLog.WaitFor("I ClampControlHandlerNB: Subscribed to Clamp Control"));
+    }
+    EXPECT_THAT(Calls(5),
+                ElementsAre("subscribe", "subscribe", "unsubscribe second", "no callback", "stop"));
+}
+
+TEST_F(ClampControlHandlerTest, DestructionWaitsForAnAttemptThatBlocksAndEndsItsSubscription) {
+    Gate release;
+    mScript.Answer([&release] {
+        release.Pass();
         return "late";
     });
     auto handler = std::make_unique<ClampControlHandler>(&mCallback);
     handler->SubscribeNB();
     Calls(1);
-    auto again = std::async(std::launch::async, [&handler] { handler->SubscribeNB(); });
-    releaseFirst.Open();
-    again.get();
-    Calls(2);
     auto destruction = std::async(std::launch::async, [&handler] { handler.reset(); });
-    releaseSecond.Open();
+    release.Open();
     destruction.get();
-    EXPECT_THAT(Calls(5),
-                ElementsAre("subscribe", "subscribe", "unsubscribe late", "no callback", "stop"));
+    EXPECT_THAT(Calls(4), ElementsAre("subscribe", "unsubscribe late", "no callback", "stop"));
 }
 
 class ClampCallback : public vintrel::ClampControlCbIf {

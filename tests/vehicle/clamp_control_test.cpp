@@ -1,4 +1,3 @@
-#include <chrono>
 #include <optional>
 
 #include <gmock/gmock.h>
@@ -12,7 +11,6 @@ namespace vintrel {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using vehicle_test::VehicleServices;
 
 class ClampControlTest : public ::testing::Test, public ClampControlCbIf {
@@ -41,23 +39,12 @@ TEST_F(ClampControlTest, TheStateIsReportedAtOnceAtEachChangeAndAfterEachReconne
     services.Server().SetServiceAvailable("ClampControl", true);
     EXPECT_THAT(mStates.Wait(4), ElementsAre("off", "on", "on", "off"));
     EXPECT_THAT(mLog.Lines(), Contains("I ClampControlWexaImpl: Subscribed to Clamp 15"));
+
+    services.Server().SetClampState(std::nullopt);
     EXPECT_EQ(1U, services.Server().ClampSubscriptionCount());
     clampControl.reset();
     EXPECT_EQ(0U, services.Server().ClampSubscriptionCount());
-}
-
-TEST_F(ClampControlTest, WithoutAUsableConfigurationItRunsAndSaysSo) {
-    VehicleServices services;
-    for (const auto* text : {"", "{", R"({"socketPath":1})"}) {
-        services.WriteConfig(text);
-        const auto clampControl = ClampControlIf::Create(*this);
-        EXPECT_TRUE(clampControl->Subscribe());
-        EXPECT_FALSE(clampControl->Subscribe());
-    }
-    EXPECT_THAT(mLog.Lines(),
-                Contains(HasSubstr("clamp control is out of reach: client configuration " +
-                                   services.ConfigPath()))
-                    .Times(3));
+    EXPECT_EQ(4U, mStates.Events().size()) << "an unknown state is not reported";
 }
 
 }  // namespace vintrel

@@ -169,16 +169,6 @@ TEST_F(EcuCapabilitiesTest, PayloadThatDoesNotDeserializeIsAnIncidentAndNoSample
     PublishAndAwait({Record("0210", "H01", "next")}, "Received partNumber: 'next' stored");
 }
 
-TEST_F(EcuCapabilitiesTest, AServiceThatWasNeverThereLeavesNothingToEnd) {
-    { const DiagnosticInfoServices neverStarted; }
-    {
-        vintrel::EcuCapabilitiesDiagInfoImpl capabilities;
-        capabilities.Initialize();
-        EXPECT_TRUE(capabilities.GetEcuCapabilities().partNumber.empty());
-    }
-    EXPECT_EQ(mLog.Count("DiagnosticInfo"), 1U) << "one start and nothing more";
-}
-
 TEST_F(EcuCapabilitiesTest, AWithdrawalWaitsForTheReceiveHandlerThatRuns) {
     Gate handlerRuns;
     Gate withdrawn;

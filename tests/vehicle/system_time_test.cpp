@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -32,30 +33,28 @@ protected:
 
     system_clock::time_point Now() const override { return mNow; }
 
-    bool IsSetAt(const char* zone, system_clock::duration sinceEpoch) {
-        ::setenv("TZ", zone, 1);
-        mNow = system_clock::time_point(sinceEpoch);
-        return IsSystemTimeSet();
-    }
-
     system_clock::time_point mNow;
     std::optional<std::string> mSavedZone;
 };
 
-TEST_F(SystemTimeTest, TheClockCountsAsSetOnceItHasLeftTheYearOfTheEpoch) {
-    EXPECT_FALSE(IsSetAt("UTC0", std::chrono::seconds(0)));
-    EXPECT_FALSE(IsSetAt("UTC0", 365 * kDay - std::chrono::nanoseconds(1)));
-    EXPECT_TRUE(IsSetAt("UTC0", 365 * kDay));
-    EXPECT_TRUE(IsSetAt("UTC0", 20000 * kDay));
-    EXPECT_TRUE(IsSetAt("UTC0", -kDay)) << "an earlier year is another year, too";
-    EXPECT_FALSE(IsSetAt("UTC0", kDay)) << "a clock that falls back is not set any more";
-}
-
-TEST_F(SystemTimeTest, TheYearIsThatOfTheLocalTimeZone) {
-    EXPECT_FALSE(IsSetAt("EAST-5", std::chrono::seconds(0)));
-    EXPECT_TRUE(IsSetAt("EAST-5", 365 * kDay - std::chrono::hours(5)));
-    EXPECT_FALSE(IsSetAt("WEST5", std::chrono::hours(5) - std::chrono::seconds(1)));
-    EXPECT_TRUE(IsSetAt("WEST5", std::chrono::hours(5)));
+TEST_F(SystemTimeTest, TheClockCountsAsSetOnceItHasLeftTheYearOfTheEpochInItsTimeZone) {
+    using std::chrono::hours;
+    const std::tuple<const char*, system_clock::duration, bool> rows[] = {
+        {"UTC0", hours(0), false},
+        {"UTC0", 365 * kDay - std::chrono::nanoseconds(1), false},
+        {"UTC0", 365 * kDay, true},
+        {"UTC0", 20000 * kDay, true},
+        {"UTC0", -kDay, true},  // an earlier year is another year, too
+        {"UTC0", kDay, false},  // a clock that falls back is not set any more
+        {"EAST-5", hours(0), false},
+        {"EAST-5", 365 * kDay - hours(5), true},
+        {"WEST5", hours(5) - std::chrono::seconds(1), false},
+        {"WEST5", hours(5), true}};
+    for (const auto& [zone, sinceEpoch, isSet] : rows) {
+        ::setenv("TZ", zone, 1);
+        mNow = system_clock::time_point(sinceEpoch);
+        EXPECT_EQ(IsSystemTimeSet(), isSet) << zone << " " << sinceEpoch.count();
+    }
     ::setenv("TZ", "WEST5", 1);
     EXPECT_EQ(GetYear(system_clock::time_point()), 1969);
     // What lies before the epoch is cut towards it.
