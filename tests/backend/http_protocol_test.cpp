@@ -118,30 +118,22 @@ TEST(HttpProtocol, AStatusThatIsNoNumberThrows) {
     EXPECT_THROW(http.ParseResponse("HTTP\r\n\r\n "), std::invalid_argument);
 }
 
-TEST(HttpProtocol, TheBodyIsEverythingBehindTheFirstBlankLine) {
+TEST(HttpProtocol, TheBodyIsEverythingBehindTheFirstBlankLineAndWhatAParseDoesNotReachStays) {
     HttpProtocol http;
-    http.ParseResponse("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\na\r\n\r\nb");
-    EXPECT_EQ(http.ResponseHeader(), "HTTP/1.1 200 OK\r\nContent-Length: 5");
-    EXPECT_EQ(http.ResponsePayload(), "a\r\n\r\nb");
+    const auto expect = [&](const std::string& data, int status, const std::string& header,
+                            const std::string& payload) {
+        http.ParseResponse(data);
+        EXPECT_EQ(http.ResponseStatusCode(), status) << data;
+        EXPECT_EQ(http.ResponseHeader(), header) << data;
+        EXPECT_EQ(http.ResponsePayload(), payload) << data;
+    };
+    expect("HTTP/1.1 200 OK\r\nX: 5\r\n\r\na\r\n\r\nb", 200, "HTTP/1.1 200 OK\r\nX: 5",
+           "a\r\n\r\nb");
+    expect("HTTP/1.1 404", HttpProtocol::kStatusIncomplete, "HTTP/1.1 200 OK\r\nX: 5", "");
+    expect("HTTP/1.1 200 OK\r\n\r\nab", 200, "HTTP/1.1 200 OK", "ab");
+    expect("ICY 404 OK\r\n\r\nab", 200, "ICY 404 OK", "");
     http.SetOption(HttpOption::HeaderOnly);
-    http.ParseResponse("HTTP/1.1 201 Created\r\n\r\nab");
-    EXPECT_EQ(http.ResponseStatusCode(), 201);
-    EXPECT_EQ(http.ResponsePayload(), "");
-}
-
-TEST(HttpProtocol, WhatAParseDoesNotReachStays) {
-    HttpProtocol http;
-    http.ParseResponse("HTTP/1.1 200 OK\r\n\r\nab");
-    http.ParseResponse("HTTP/1.1 404");
-    EXPECT_EQ(http.ResponseStatusCode(), HttpProtocol::kStatusIncomplete);
-    EXPECT_EQ(http.ResponseHeader(), "HTTP/1.1 200 OK");
-    EXPECT_EQ(http.ResponsePayload(), "");
-
-    http.ParseResponse("HTTP/1.1 200 OK\r\n\r\nab");
-    http.ParseResponse("ICY 404 OK\r\n\r\nab");
-    EXPECT_EQ(http.ResponseStatusCode(), 200);
-    EXPECT_EQ(http.ResponseHeader(), "ICY 404 OK");
-    EXPECT_EQ(http.ResponsePayload(), "");
+    expect("HTTP/1.1 201 Created\r\n\r\nab", 201, "HTTP/1.1 201 Created", "");
 }
 
 }  // namespace nuro_common

@@ -145,7 +145,7 @@ TEST_F(ZemConnectorFsmTest, EachReportTellsTheWholeState) {
     EXPECT_TRUE(report.activated);
 }
 
-TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
+TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothingAndAnUnknownOneTheEnd) {
     StartReadyToConnect();
     mMachine->GetUrl();
     for (const int event : {1, 2, 3}) {
@@ -156,6 +156,10 @@ TEST_F(ZemConnectorFsmTest, AnEventWithoutItsPayloadIsAFailedQueryOrNothing) {
     EXPECT_FALSE(mTarget->Payload<ZemConnectorFsmIf::InvocationUrlEventData>(0).success);
     EXPECT_EQ(mLog.Count("ZemConnectorFsm: Event without its payload"), 3U);
     EXPECT_TRUE(Connect()) << "still activated";
+    mMachine->RaiseCallbackEvent(5, 0);
+    mDispatcher->RunPending();
+    EXPECT_TRUE(Logged('E', "Unknown event 5!"));
+    EXPECT_EQ(mMachine->GetStateName(), "FsmStateTerminated");
 }
 
 TEST_F(ZemConnectorFsmTest, AResultThatComesAgainIsDroppedAndItsSocketClosedUnlessItIsInUse) {
@@ -201,14 +205,6 @@ TEST_F(ZemConnectorFsmTest, TheEndClosesSocketsThatNobodyHasTaken) {
     EXPECT_TRUE(mClient->events.empty());
     Call([&] { mScript.sockets[1]->ZemSocketResult({0, std::numeric_limits<int>::max()}); });
     EXPECT_TRUE(mLog.Contains("E SocketConnectCb_1_: Failed to close the SocketFileDescriptor!"));
-}
-
-TEST_F(ZemConnectorFsmTest, AnUnknownEventEndsTheMachine) {
-    StartReadyToConnect();
-    mDispatcher->RaiseEvent(nullptr, mMachine, 5, 0, nullptr);
-    mDispatcher->RunPending();
-    EXPECT_TRUE(Logged('E', "Unknown event 5!"));
-    EXPECT_EQ(mMachine->GetStateName(), "FsmStateTerminated");
 }
 
 TEST_F(ZemConnectorFsmTest, AMachineThatIsDroppedWithoutItsEndStopsTheLibrary) {

@@ -63,7 +63,10 @@ TEST_F(IniFileReaderTest, AMapWithEntriesTakesOnlyItsOwnKeys) {
     EXPECT_EQ(*mSettings, (Settings{{"a", "1"}, {"b", "old"}}));
 }
 
-TEST_F(IniFileReaderTest, ABadLineEndsTheReading) {
+TEST_F(IniFileReaderTest, AMissingFileOrABadLineEndsTheReading) {
+    EXPECT_EQ(ini_file_reader::IniFileReader().ReadIniFile(mPath, mSettings), -1);
+    EXPECT_TRUE(mLog.Contains("E IniFileReader: Reading file " + mPath +
+                              " failed: No such file or directory"));
     struct Row {
         std::string line;
         std::string message;
@@ -87,12 +90,6 @@ TEST_F(IniFileReaderTest, ABadLineEndsTheReading) {
         EXPECT_EQ(Read("a=1\n" + row.line), -1);
         EXPECT_EQ(*mSettings, (Settings{{"a", "old"}})) << "wanted keys change only at the end";
     }
-}
-
-TEST_F(IniFileReaderTest, AMissingFileIsAnErrorWithItsReason) {
-    EXPECT_EQ(ini_file_reader::IniFileReader().ReadIniFile(mPath, mSettings), -1);
-    EXPECT_TRUE(mLog.Contains("E IniFileReader: Reading file " + mPath +
-                              " failed: No such file or directory"));
 }
 
 }  // namespace

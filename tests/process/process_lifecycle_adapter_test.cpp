@@ -75,6 +75,8 @@ TEST_F(ProcessLifecycleAdapterTest, AHealthyApplicationIsReportedAliveUntilItIsN
 
 TEST_F(ProcessLifecycleAdapterTest, ASigtermRightBeforeTheEndTellsThePlatformAndTheApplication) {
     const InSequence sequence;
+    EXPECT_CALL(*mApi, GetIAmAliveTime()).WillOnce(Return(static_cast<unsigned short>(0)));
+    EXPECT_CALL(*mApi, Start()).Times(0);
     EXPECT_CALL(*mApi, Terminating());
     EXPECT_CALL(mApplication, ProcessLifecycleAdapterTerminate());
     mAdapter->Initialize("unit", &mApplication);

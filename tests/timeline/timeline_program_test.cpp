@@ -1,6 +1,4 @@
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -8,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
 
+#include "testing/files.h"
 #include "testing/temporary_directory.h"
 
 namespace timeline {
@@ -16,11 +15,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+using testing_support::ReadFile;
 
 /// The real program.
 class TimelineProgramTest : public ::testing::Test {
@@ -32,10 +27,6 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string Read(const std::string& name) {
-        return ReadFile((mDirectory.Path() / name).string());
-    }
-
     testing_support::TemporaryDirectory mDirectory;
 };
 
@@ -45,13 +36,13 @@ TEST_F(TimelineProgramTest, ExplainsLogsOfRealRuns) {
     for (const auto& [name, status] : logs) {
         SCOPED_TRACE(name);
         EXPECT_EQ(Run("--explain " LOGS + name + ".log"), status);
-        EXPECT_EQ(Read("output"), ReadFile(LOGS + name + ".txt"));
+        EXPECT_EQ(mDirectory.Read("output"), ReadFile(LOGS + name + ".txt"));
     }
 }
 
 TEST_F(TimelineProgramTest, AReportIsOneFileThatNoLogCanBreakOutOf) {
-    ASSERT_EQ(Run(LOGS "damaged.log -o report.html"), 0) << Read("errors");
-    std::string report = Read("report.html");
+    ASSERT_EQ(Run(LOGS "damaged.log -o report.html"), 0) << mDirectory.Read("errors");
+    std::string report = mDirectory.Read("report.html");
     EXPECT_THAT(report, HasSubstr("default-src 'none'"));
     EXPECT_THAT(report, Not(HasSubstr("<img")));
     EXPECT_THAT(report, Not(HasSubstr("<script>alert")));
@@ -62,7 +53,7 @@ TEST_F(TimelineProgramTest, AReportIsOneFileThatNoLogCanBreakOutOf) {
 }
 
 TEST_F(TimelineProgramTest, SaysWhatItCannotDo) {
-    std::ofstream(mDirectory.Path() / "foreign.log") << "Nov 21 17:02:03 unit kernel: text\n";
+    mDirectory.Write("foreign.log", "Nov 21 17:02:03 unit kernel: text\n");
     const std::tuple<std::string, int, std::string> uses[]{
         {"--explain no-such.log", 2, "Cannot open no-such.log"},
         {"--explain .", 2, "Cannot read .: it is a directory"},
@@ -74,7 +65,7 @@ TEST_F(TimelineProgramTest, SaysWhatItCannotDo) {
     };
     for (const auto& [arguments, status, says] : uses) {
         EXPECT_EQ(Run(arguments), status) << arguments;
-        EXPECT_THAT(Read("output") + Read("errors"), HasSubstr(says));
+        EXPECT_THAT(mDirectory.Read("output") + mDirectory.Read("errors"), HasSubstr(says));
     }
 }
 
