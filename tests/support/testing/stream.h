@@ -24,6 +24,7 @@ public:
 
     /// Sends all of it, as long as the peer takes something.
     const Stream& Send(std::string_view bytes) const;
+    /// A peer that has gone altogether is no failure.
     const Stream& EndSending() const;
 
     /// So many bytes, or those up to the peer's end.
