@@ -7,6 +7,7 @@
 #include "custody/secret_memory.h"
 #include "faulty_vfs/faulty_vfs.h"
 #include "store_fixture.h"
+#include "testing/waiting.h"
 
 namespace orv::sec::crypto::test {
 
@@ -140,6 +141,12 @@ TEST_F(StoreDurabilityTest, KeysStayOutOfCoreDumps) {
 
 TEST_F(StoreDurabilityTest, TwoProcessesWriteAtOnce) {
     constexpr int kRounds = 20;
+    // On a slow disk the store may be in use for longer than an operation waits for it.
+    const auto store = [](StoreAdministration& administration, const std::string& id,
+                          const std::string& pem) {
+        return testing_support::WaitUntil(
+            [&] { return static_cast<bool>(administration.StoreCertificate(id, pem)); });
+    };
     const std::string certificate = SelfSigned({}).Pem();
     cleanupCryptoLib();
     const pid_t child = ::fork();
@@ -148,15 +155,13 @@ TEST_F(StoreDurabilityTest, TwoProcessesWriteAtOnce) {
         bool stored =
             static_cast<bool>(StoreAdministration::CreateOrOpen(mDirectory, administration));
         for (int round = 0; stored && round < kRounds; ++round) {
-            stored = static_cast<bool>(
-                administration->StoreCertificate("CHILD" + std::to_string(round), certificate));
+            stored = store(*administration, "CHILD" + std::to_string(round), certificate);
         }
         ::_exit(stored ? 0 : 1);
     }
     std::unique_ptr<StoreAdministration> administration = Provision();
     for (int round = 0; round < kRounds; ++round) {
-        EXPECT_TRUE(
-            administration->StoreCertificate("PARENT" + std::to_string(round), certificate));
+        EXPECT_TRUE(store(*administration, "PARENT" + std::to_string(round), certificate));
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
