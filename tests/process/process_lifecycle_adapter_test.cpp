@@ -1,3 +1,5 @@
+#include "process/process_lifecycle_adapter.h"
+
 #include <memory>
 #include <string>
 
@@ -138,6 +140,21 @@ TEST_F(ProcessLifecycleAdapterTest, WithoutAnApplicationThereIsNoIndication) {
     mAdapter->NotifyInit("unit", nullptr);
     mDone.Pass();
     mAdapter->StateChanged(ProcessState::kPrepSD, 9);
+}
+
+TEST(ProcessLifecycleAdapterHandleTest, TheRealAdapterTellsWhomItWasMadeFor) {
+    const testing_support::CapturedLog log;
+    NiceMock<MockApplication> application;
+    EXPECT_CALL(application, ProcessLifecycleAdapterTerminate());
+    {
+        process_lifecycle_adapter::ProcessLifecycleAdapter adapter(&application);
+        adapter.Initialize("component-without-a-file", nullptr);
+        ::raise(SIGTERM);
+    }
+    EXPECT_TRUE(log.Contains("W Config path /etc/component-without-a-file-phm.ini"));
+    EXPECT_TRUE(
+        log.Contains("D ProcessLifecycleAdapterApiImpl::Terminating, "
+                     "ReportApplicationState kTerminating"));
 }
 
 }  // namespace
