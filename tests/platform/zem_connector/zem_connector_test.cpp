@@ -65,6 +65,7 @@ TEST_F(ZemConnectorTest, ARejectedSessionRefusesEverything) {
 }
 
 TEST_F(ZemConnectorTest, AnIdleSessionMayStillComeAndAUrlQueryWaitsForIt) {
+    mFile.urlTimeout = std::chrono::minutes(10);
     EXPECT_EQ(StartWith(SessionStatus::kIdle), SessionStatus::kStarting);
     ASSERT_TRUE(mConnector.GetInvocationUrl("type.op", &mRecorder));
     mFile.sessionStatus = SessionStatus::kStarted;
@@ -141,6 +142,7 @@ TEST_F(ZemConnectorTest, AConnectedSocketIsHandedOverReadyForUse) {
     ASSERT_EQ(mRecorder.Next(), "socket 0");
     const testing_support::Stream client(mRecorder.Socket());
     EXPECT_EQ(fcntl(client.Get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    EXPECT_EQ(fcntl(client.Get(), F_GETFL) & O_NONBLOCK, 0);
     int noDelay = 0;
     socklen_t size = sizeof(noDelay);
     EXPECT_EQ(getsockopt(client.Get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, &size), 0);
