@@ -222,29 +222,29 @@ class ServerTest(unit_case.UnitCase):
         self.assertEqual(len(self.day.requests()), before)
 
     def test_nginx(self):
-        place = self.meet(servers.Nginx(), rows(hands_on=False), chunks_unsized=True)
+        place = self.meet(servers.NGINX, rows(hands_on=False), chunks_unsized=True)
         hasty = self.exchange(place, "/hasty")
         self.assertEqual((hasty.interim, hasty.code, len(hasty.body)), (True, HTTP_ERROR, 0))
         self.assertIn(hasty.status, (403, LOST))
 
     def test_apache(self):
-        self.meet(servers.Apache(), rows(hands_on=True, silent=503), chunks_unsized=True)
+        self.meet(servers.APACHE, rows(hands_on=True, silent=503), chunks_unsized=True)
 
     def test_lighttpd(self):
-        self.meet(servers.Lighttpd(), rows(hands_on=False, closed=500))
+        self.meet(servers.LIGHTTPD, rows(hands_on=False, closed=500))
 
     def test_haproxy(self):
-        self.meet(servers.HAProxy(), rows(hands_on=True))
+        self.meet(servers.HAPROXY, rows(hands_on=True))
 
     def test_node(self):
         success = Row(True, SUCCESS, None, None)
         refusals = {case: rows(True)[case] for case in ("/forbidden", "/too-long")}
-        self.meet(servers.Node(), {"/enrol": success, "/late": success, "/unsized": success,
+        self.meet(servers.NODE, {"/enrol": success, "/late": success, "/unsized": success,
                                    **refusals}, chunks_unsized=True)
 
     def test_closing(self):
         """Nothing but the time limit ends the wait for an interim response."""
-        here = [server for server in (servers.Nginx(), servers.HAProxy(), servers.Node())
+        here = [server for server in (servers.NGINX, servers.HAPROXY, servers.NODE)
                 if server.path() is not None]
         if not here:
             self.skipTest("no server that closes without an answer is installed: skipped")
