@@ -35,25 +35,31 @@ function(vintrel_library name)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE vintrel_options ${ARG_PRIVATE})
 endfunction()
 
-# vintrel_platform_library(NAME [SOURCES ...] [PUBLIC targets...] [PRIVATE targets...])
-#
-# A library of the host platform: platform_NAME with the headers below include/, which the unit's
-# library has too, and platform_NAME_host, which adds the headers below host/ that exist only here
-# (administration, server sides) and that no target of the system may use.
-function(vintrel_platform_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
-  set(target platform_${name})
+# What the two functions below have in common: the target, and the FOLDERS of its own headers.
+function(vintrel_below_the_system target)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;FOLDERS" ${ARGN})
+  list(TRANSFORM ARG_FOLDERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   if(ARG_SOURCES)
     add_library(${target} STATIC ${ARG_SOURCES})
     target_include_directories(${target}
       PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
-      PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/host ${CMAKE_CURRENT_SOURCE_DIR}/src)
+      PRIVATE ${ARG_FOLDERS})
     target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE vintrel_options ${ARG_PRIVATE})
   else()
     add_library(${target} INTERFACE)
     target_include_directories(${target} INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
     target_link_libraries(${target} INTERFACE ${ARG_PUBLIC})
   endif()
+endfunction()
+
+# vintrel_platform_library(NAME [SOURCES ...] [PUBLIC targets...] [PRIVATE targets...])
+#
+# A library of the host platform: platform_NAME with the headers below include/, which the unit's
+# library has too, and platform_NAME_host, which adds the headers below host/ that exist only here
+# (administration, server sides) and that no target of the system may use.
+function(vintrel_platform_library name)
+  set(target platform_${name})
+  vintrel_below_the_system(${target} ${ARGN} FOLDERS host src)
   add_library(${target}_host INTERFACE)
   target_include_directories(${target}_host INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/host)
   target_link_libraries(${target}_host INTERFACE ${target})
@@ -65,19 +71,7 @@ endfunction()
 # platform_support_NAME with the headers below include/. Platform libraries link it PRIVATE, the
 # simulators and tests directly.
 function(vintrel_support_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
-  set(target platform_support_${name})
-  if(ARG_SOURCES)
-    add_library(${target} STATIC ${ARG_SOURCES})
-    target_include_directories(${target}
-      PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
-      PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
-    target_link_libraries(${target} PUBLIC ${ARG_PUBLIC} PRIVATE vintrel_options ${ARG_PRIVATE})
-  else()
-    add_library(${target} INTERFACE)
-    target_include_directories(${target} INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
-    target_link_libraries(${target} INTERFACE ${ARG_PUBLIC})
-  endif()
+  vintrel_below_the_system(platform_support_${name} ${ARGN} FOLDERS src)
 endfunction()
 
 # vintrel_platform_part(LIBRARY PART SOURCES ... [PUBLIC targets...] [PRIVATE targets...])
